@@ -1,0 +1,40 @@
+# Targets for the libraries whose Debian packages bring no CMake configuration of their own: OpenCV's core and imgproc
+# (the configuration is only in the package of all of OpenCV), turbojpeg, libexif, libsigc++ and the ordered map.
+include(FindPackageHandleStandardArgs)
+include(CMakeFindDependencyMacro)
+
+macro(_orvexa_library target header library)
+  string(MAKE_C_IDENTIFIER "${target}" _id)
+  find_path(${_id}_INCLUDE ${header} ${ARGN})
+  list(APPEND _orvexa_needed ${_id}_INCLUDE)
+  mark_as_advanced(${_id}_INCLUDE)
+  if(NOT "${library}" STREQUAL "")
+    find_library(${_id}_LIBRARY ${library})
+    list(APPEND _orvexa_needed ${_id}_LIBRARY)
+    mark_as_advanced(${_id}_LIBRARY)
+  endif()
+  if(NOT TARGET ${target} AND ${_id}_INCLUDE)
+    add_library(${target} INTERFACE IMPORTED)
+    target_include_directories(${target} SYSTEM INTERFACE ${${_id}_INCLUDE})
+    if(NOT "${library}" STREQUAL "")
+      target_link_libraries(${target} INTERFACE ${${_id}_LIBRARY})
+    endif()
+  endif()
+endmacro()
+
+set(_orvexa_needed)
+_orvexa_library(orvexa_libraries::opencv_core opencv2/core.hpp opencv_core PATH_SUFFIXES opencv4)
+_orvexa_library(orvexa_libraries::opencv_imgproc opencv2/imgproc.hpp opencv_imgproc PATH_SUFFIXES opencv4)
+_orvexa_library(orvexa_libraries::turbojpeg turbojpeg.h turbojpeg)
+_orvexa_library(orvexa_libraries::exif libexif/exif-data.h exif)
+_orvexa_library(orvexa_libraries::ordered_map tsl/ordered_map.h "")
+
+# libsigc++ keeps a generated header beside its library, so pkg-config is the one that knows where.
+find_package(PkgConfig REQUIRED)
+pkg_check_modules(ORVEXA_SIGC REQUIRED IMPORTED_TARGET sigc++-3.0)
+if(NOT TARGET orvexa_libraries::sigc)
+  add_library(orvexa_libraries::sigc INTERFACE IMPORTED)
+  target_link_libraries(orvexa_libraries::sigc INTERFACE PkgConfig::ORVEXA_SIGC)
+endif()
+
+find_package_handle_standard_args(OrvexaLibraries REQUIRED_VARS ${_orvexa_needed} ORVEXA_SIGC_FOUND)

@@ -1,0 +1,13 @@
+# Outside libraries, all from Debian's packages (tools/packages.txt).
+find_package(nlohmann_json 3.11 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(spdlog REQUIRED)
+find_package(yaml-cpp REQUIRED)
+find_package(TBB REQUIRED)
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+find_package(PNG REQUIRED)
+find_package(TIFF REQUIRED)
+find_package(GIF REQUIRED)
+find_package(CLI11 REQUIRED)
+find_package(Threads REQUIRED)
+find_package(OrvexaLibraries REQUIRED)

@@ -1,0 +1,1 @@
+#include "orvexa/controller/pick_mode_state.h"

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvexa/model/image_source.h"
+
+namespace orvexa::model {
+
+/// One plane of numbers that an operation reads: an image, which channel of it, and what is white in it.
+struct Band {
+  Image image;
+  /// 0..2 = R, G, B of a colour image (0 for a single-band one); grey_channel = 0.299 R + 0.587 G + 0.114 B, rounded
+  /// half up for integers, in counts of the image's own type.
+  int channel = 0;
+  WhiteLevel white;
+  std::string name;         ///< "MSP.NIR", "CLR.RGB.G", "CLR.RGB.grey": also the prefix of its metrics
+  std::string measurement;  ///< "MSP"
+
+  static constexpr int grey_channel = 3;
+
+  [[nodiscard]] Shape shape() const { return image.shape(); }
+  /// Counts of columns [0, width) of one row into `counts`.
+  void read_row(int y, std::span<double> counts) const;
+  /// Counts divided by the white level: 1 = white.
+  void read_normalised_row(int y, std::span<double> fractions) const;
+  /// The plane alone as a single-channel image of the image's own type (shared when it is one already).
+  [[nodiscard]] Image plane() const;
+};
+
+/// Resolves a name to one plane: `MEASUREMENT.IMAGE[.channel]` (channel R, G, B or grey), or the bare name of an image
+/// that exactly one measurement has, or a role as `find_role`. An empty name is the capture's default plane: the grey
+/// of the first colour image, else the first image. A colour image named without a channel means its grey.
+/// @throws std::runtime_error with a sentence that says what the capture has instead.
+[[nodiscard]] Band find_band(const ImageSource& source, std::string_view name);
+
+/// Every plane of the capture in order: single-band images, and R, G, B of colour images.
+[[nodiscard]] std::vector<Band> all_bands(const ImageSource& source);
+
+/// Planes for several roles at once, never mixing measurements. Roles: "N", "R", "G", "B", "RE", "RE2", "R531", "R570".
+/// A role resolves within one measurement to the band whose centre lies in the role's range, nearest first; else to the
+/// image named BLU, GRN, RED, EDG, NIR; only in a capture without MSP to the channels of CLR.
+/// @throws std::runtime_error with a sentence that names the role and what was looked for.
+[[nodiscard]] std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& roles);
+
+}  // namespace orvexa::model

@@ -1,0 +1,28 @@
+#include "orvexa/model/run_context.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "orvexa/common/parallel.h"
+
+namespace orvexa::model {
+
+int stripe_height(int width) {
+  constexpr int stripe_pixels = 1 << 18;
+  return std::max(1, stripe_pixels / std::max(1, width));
+}
+
+int stripe_count(int height, int width) {
+  return (height + stripe_height(width) - 1) / stripe_height(width);
+}
+
+void for_each_stripe(int height, int width, const RunContext& context, const std::function<void(int, int)>& rows) {
+  const int step = stripe_height(width);
+  common::parallel_for(static_cast<std::size_t>(stripe_count(height, width)), [&](std::size_t stripe) {
+    context.check();
+    const int y0 = static_cast<int>(stripe) * step;
+    rows(y0, std::min(height, y0 + step));
+  });
+}
+
+}  // namespace orvexa::model

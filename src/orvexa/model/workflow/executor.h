@@ -1,0 +1,55 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "orvexa/common/cancel.h"
+#include "orvexa/common/ordered_map.h"
+#include "orvexa/common/value.h"
+#include "orvexa/model/entities/capture_set.h"
+#include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/workflow/model.h"
+
+namespace orvexa::model {
+
+using ProgressCallback = std::function<void(const std::string&)>;
+
+/// What a run gives back: results by operation, the folder it made, and each region's metrics (a null value where a
+/// region has none).
+struct RunOutput {
+  ResultBundle bundle;
+  std::filesystem::path results_folder;
+  common::OrderedMap<common::Value> region_metrics;
+};
+
+/// Runs workflows on captures. Stateless: one instance may serve one run after another. Virtual so that a test can put
+/// something else in its place.
+class Executor {
+ public:
+  virtual ~Executor() = default;
+
+  /// The mask after the workflow's mask steps 0..until_index, all of them when it is absent; all true when there are no
+  /// steps.
+  /// @throws std::runtime_error with a sentence that names the step that failed and why.
+  [[nodiscard]] virtual Mask build_mask(const CaptureSet& capture, const Workflow& workflow,
+                                        std::optional<int> until_index = std::nullopt);
+
+  struct Run {
+    std::shared_ptr<const CaptureSet> capture;
+    std::shared_ptr<const Workflow> wf;
+    std::filesystem::path output_base_dir;
+    std::string capture_name;
+    ProgressCallback progress_cb;  ///< may be empty
+    const common::CancelEvent* cancel_event = nullptr;
+  };
+  /// Runs the workflow and writes its outputs into a new folder inside `output_base_dir`. The folder appears complete
+  /// or not at all. A result operation that fails puts its sentence under `error` and the others go on; a mask step
+  /// that fails ends the run.
+  /// @throws std::runtime_error with a sentence; CancelledError ("... cancelled by user").
+  [[nodiscard]] virtual RunOutput run_and_save(const Run& run);
+};
+
+}  // namespace orvexa::model

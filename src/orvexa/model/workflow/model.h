@@ -1,0 +1,69 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "orvexa/common/value.h"
+
+namespace orvexa::model {
+
+using common::Value;
+
+/// The version of the workflow file format that this program writes. Files without a version are older and are read.
+inline constexpr int workflow_format = 1;
+
+/// One step of a workflow: the registry key of an operation and its parameters. What a file held is kept as it was,
+/// even an unknown operation, a bad value or a further entry (`others`), so that nothing is lost by loading and saving.
+struct OperationConfig {
+  std::string op;
+  Value params = Value::object();
+  Value others = Value::object();
+  friend bool operator==(const OperationConfig&, const OperationConfig&) = default;
+};
+
+struct MaskOperationConfig : OperationConfig {};
+struct ResultOperationConfig : OperationConfig {};
+
+/// An ordered chain of mask operations and the result operations that follow. A value: a copy shares nothing.
+class Workflow {
+ public:
+  Workflow() = default;
+  /// From named entries: `title`, `format`, `mask_operations`, `result_operations`, `outputs`; all optional.
+  /// @throws std::invalid_argument with a sentence when the entries are not a map, one of them is unknown, a list is
+  /// not a list, a step has no `op`, or the format is newer than this program.
+  explicit Workflow(const Value& entries);
+  /// The same from the map of `to_dict()`.
+  static Workflow from_dict(const Value& map);
+
+  std::string title;
+  std::vector<MaskOperationConfig> mask_operations;
+  std::vector<ResultOperationConfig> result_operations;
+  /// Which outputs a run writes, among "masks", "overlays", "images", "numbers"; absent = all. Kept as the file has it.
+  std::optional<Value> outputs;
+
+  /// The content of a workflow file: {"format", "title", "mask_operations": [{"op", "params"}], "result_operations":
+  /// [...]} and "outputs" where there are any.
+  [[nodiscard]] Value to_dict() const;
+
+  friend bool operator==(const Workflow&, const Workflow&) = default;
+};
+
+/// An empty workflow.
+[[nodiscard]] std::shared_ptr<Workflow> new_workflow(const std::string& title);
+[[nodiscard]] MaskOperationConfig mask_op(const std::string& op_name, const Value& params = Value::object());
+[[nodiscard]] ResultOperationConfig result_op(const std::string& key, const Value& params = Value::object());
+
+/// A thing that is wrong with a workflow, named with its step.
+struct WorkflowProblem {
+  std::string step;  ///< "mask_operations[1] (erode)", "result_operations[0] (areas)", "outputs"
+  std::string text;  ///< a sentence
+};
+
+/// Everything in a workflow that would make a run fail whatever the capture: unknown operations (with the nearest known
+/// key), bad parameters, result operations that stand twice, unknown outputs, a mask operation that needs a mask as the
+/// first step.
+[[nodiscard]] std::vector<WorkflowProblem> check_workflow(const Workflow& workflow);
+
+}  // namespace orvexa::model
