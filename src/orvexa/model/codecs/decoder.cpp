@@ -1,0 +1,93 @@
+#include "orvexa/model/codecs/decoder.h"
+
+#include <fmt/format.h>
+#include <libexif/exif-data.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "orvexa/common/text.h"
+
+namespace orvexa::model::codecs {
+
+void Input::refuse(const std::string& what) const {
+  throw std::runtime_error(name + ": " + what);
+}
+
+void Input::refuse(const std::string& what, const std::string& cause) const {
+  std::string_view text = common::trimmed(cause);
+  while (text.ends_with('.')) text.remove_suffix(1);
+  if (text.empty()) refuse(what + ".");
+  refuse(what + " (" + common::to_valid_utf8(text) + ").");
+}
+
+void Input::check_size(std::int64_t width, std::int64_t height, std::int64_t most_in_file) const {
+  if (width < 1 || height < 1) refuse(fmt::format("the file claims a picture of {} x {} pixels.", width, height));
+  constexpr std::int64_t longest_side = 0x7fffffff;
+  if (width > longest_side || height > longest_side || width > limits.max_pixels / height) {
+    refuse(fmt::format("the picture of {} x {} pixels is larger than the limit of {} pixels.", width, height,
+                       common::grouped_integer_text(limits.max_pixels)));
+  }
+  if (most_in_file >= 0 && width * height > most_in_file) {
+    refuse(fmt::format("the file claims {} x {} pixels, more than its {} bytes can hold: it is cut off or damaged.",
+                       width, height, common::grouped_integer_text(static_cast<std::int64_t>(bytes.size()))));
+  }
+}
+
+cv::Mat upright(cv::Mat pixels, int orientation) {
+  cv::Mat turned;
+  const bool is_exchanged = orientation >= 5 && orientation <= 8;
+  if (is_exchanged) {
+    cv::transpose(pixels, turned);
+    pixels = std::move(turned);
+  }
+  constexpr int left_to_right = 1;
+  constexpr int top_to_bottom = 0;
+  constexpr int both = -1;
+  switch (orientation) {
+    case 2:
+    case 6:
+      cv::flip(pixels, pixels, left_to_right);
+      break;
+    case 3:
+    case 7:
+      cv::flip(pixels, pixels, both);
+      break;
+    case 4:
+    case 8:
+      cv::flip(pixels, pixels, top_to_bottom);
+      break;
+    default:
+      break;
+  }
+  return pixels;
+}
+
+int exif_orientation(std::span<const std::byte> exif) {
+  // The length of an EXIF block is an unsigned int in libexif; a larger one would not be an EXIF block anyway.
+  constexpr std::size_t largest = 1u << 24;
+  if (exif.size() > largest) return 1;
+  const std::unique_ptr<ExifData, decltype(&exif_data_unref)> data(exif_data_new(), &exif_data_unref);
+  if (!data) return 1;
+  exif_data_load_data(data.get(), reinterpret_cast<const unsigned char*>(exif.data()),
+                      static_cast<unsigned>(exif.size()));
+  const ExifEntry* entry = exif_content_get_entry(data->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
+  if (entry == nullptr || entry->format != EXIF_FORMAT_SHORT || entry->components < 1 || entry->size < 2) return 1;
+  return exif_get_short(entry->data, exif_data_get_byte_order(data.get()));
+}
+
+cv::Mat single_band_where_grey(cv::Mat rgb) {
+  for (int y = 0; y < rgb.rows; ++y) {
+    const std::uint8_t* row = rgb.ptr<std::uint8_t>(y);
+    for (int x = 0; x < rgb.cols; ++x) {
+      if (row[3 * x] != row[3 * x + 1] || row[3 * x] != row[3 * x + 2]) return rgb;
+    }
+  }
+  cv::Mat grey;
+  cv::extractChannel(rgb, grey, 0);
+  return grey;
+}
+
+}  // namespace orvexa::model::codecs
