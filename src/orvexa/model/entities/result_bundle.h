@@ -39,6 +39,8 @@ struct OperationResult {
   common::OrderedMap<RegionResult> regions;  ///< region name to its metrics
   /// Present when the operation failed: the sentence for the user.
   std::optional<std::string> error;
+  /// For the record of the run: what a band was chosen for ("ndvi", "band") to its name or a list of names.
+  common::Value chosen_bands = common::Value::object();
 };
 
 using ResultMap = common::OrderedMap<OperationResult>;

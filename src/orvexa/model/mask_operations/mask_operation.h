@@ -73,6 +73,8 @@ class MaskOperation {
   std::optional<Image> viz_overlay;
   /// A remark about the run for the results, such as "no_contrast: empty mask".
   std::string note;
+  /// For the record of the run: what a band was chosen for ("ndvi", "band") to its name or a list of names.
+  Value chosen_bands = Value::object();
 
  protected:
   /// @param current  the incoming mask or null; only its pixels may be looked at.

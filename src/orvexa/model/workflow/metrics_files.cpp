@@ -1,0 +1,148 @@
+#include "orvexa/model/workflow/metrics_files.h"
+
+#include <cmath>
+#include <utility>
+
+#include "orvexa/common/text.h"
+
+namespace orvexa::model {
+
+using common::OrderedMap;
+using common::Value;
+
+namespace {
+
+bool is_finite(const Value& value) {
+  if (value.is_number_float()) return std::isfinite(value.get<double>());
+  if (value.is_structured()) {
+    for (const Value& part : value) {
+      if (!is_finite(part)) return false;
+    }
+  }
+  return true;
+}
+
+void drop_from(Value& metrics, Value& reasons) {
+  if (!metrics.is_object()) return;
+  Value kept = Value::object();
+  for (auto& [name, value] : metrics.items()) {
+    if (is_finite(value)) {
+      kept[name] = std::move(value);
+    } else if (!reasons.is_object() || !reasons.contains(name)) {
+      reasons[name] = "The value is not a finite number.";
+    }
+  }
+  metrics = std::move(kept);
+}
+
+std::string field(std::string text) {
+  for (char& character : text) {
+    if (character == '\t' || character == '\n' || character == '\r') character = ' ';
+  }
+  return text;
+}
+
+std::string field(const Value& value) {
+  return value.is_null() ? std::string() : field(common::scalar_text(value));
+}
+
+/// Adds the entries of one operation; a name that is taken gets the operation's key before it.
+void merge(Value& into, const Value& from, const std::string& operation) {
+  if (!from.is_object()) return;
+  for (const auto& [name, value] : from.items()) into[into.contains(name) ? operation + "." + name : name] = value;
+}
+
+Value object_or_empty(const Value& value) {
+  return value.is_object() ? value : Value::object();
+}
+
+}  // namespace
+
+void drop_values_that_are_no_numbers(OperationResult& result) {
+  drop_from(result.metrics, result.reasons);
+  for (auto region = result.regions.begin(); region != result.regions.end(); ++region) {
+    drop_from(region.value().metrics, region.value().reasons);
+  }
+}
+
+OrderedMap<RegionResult> gather_regions(const std::vector<std::string>& names, const ResultBundle& bundle) {
+  OrderedMap<RegionResult> regions;
+  for (const std::string& name : names) regions[name];
+  for (const auto& [operation, result] : bundle.results) {
+    for (const auto& [name, found] : result.regions) {
+      RegionResult& region = regions[name];
+      merge(region.metrics, found.metrics, operation);
+      merge(region.reasons, found.reasons, operation);
+    }
+  }
+  return regions;
+}
+
+Value metrics_document(const MetricsReport& report) {
+  Value results = Value::object();
+  for (const auto& [operation, result] : report.bundle.results) {
+    results[operation] = {{"metrics", object_or_empty(result.metrics)},
+                          {"units", object_or_empty(result.units)},
+                          {"reasons", object_or_empty(result.reasons)},
+                          {"error", result.error ? Value(*result.error) : Value()}};
+  }
+  Value::object_t regions;  // appended to as the list it is: looking each name up first is slow for thousands of them
+  for (const auto& [name, region] : report.regions) {
+    regions.push_back({name, {{"metrics", region.metrics}, {"reasons", region.reasons}}});
+  }
+  Value notes = Value::array();
+  for (const MaskNote& note : report.mask_notes) {
+    notes.push_back({{"step", note.step}, {"op", note.op}, {"note", note.text}});
+  }
+  return {{"format", 1},
+          {"capture", report.capture_name},
+          {"date", report.date},
+          {"time", report.time},
+          {"workflow", report.workflow_title},
+          {"results", std::move(results)},
+          {"regions", std::move(regions)},
+          {"mask_notes", std::move(notes)}};
+}
+
+std::string metrics_table(const MetricsReport& report) {
+  OrderedMap<bool> columns;
+  for (const auto& [name, region] : report.regions) {
+    for (const auto& [metric, value] : region.metrics.items()) {
+      if (!value.is_structured()) columns[metric] = true;
+    }
+    // Undefined everywhere still has its column, so that tables of several captures have the same ones.
+    for (const auto& [metric, reason] : region.reasons.items()) columns[metric] = true;
+  }
+  std::string text = "Capture\tRegion\tDate\tTime";
+  for (const auto& [metric, is_there] : columns) text += '\t' + field(metric);
+  text += '\n';
+  for (const auto& [name, region] : report.regions) {
+    text += field(report.capture_name) + '\t' + field(name) + '\t' + field(report.date) + '\t' + field(report.time);
+    for (const auto& [metric, is_there] : columns) {
+      const auto found = region.metrics.find(metric);
+      text += '\t';
+      if (found != region.metrics.end()) text += field(*found);
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+std::string table_text(const ResultTable& table) {
+  std::string text;
+  for (std::size_t column = 0; column < table.columns.size(); ++column) {
+    if (column > 0) text += '\t';
+    text += field(table.columns[column]);
+  }
+  text += '\n';
+  for (const std::vector<Value>& row : table.rows) {
+    for (std::size_t column = 0; column < row.size(); ++column) {
+      if (column > 0) text += '\t';
+      if (is_finite(row[column])) text += field(row[column]);
+    }
+    text += '\n';
+  }
+  return text;
+}
+
+}  // namespace orvexa::model
