@@ -1,0 +1,206 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "orvexa/common/cancel.h"
+#include "orvexa/common/files.h"
+#include "orvexa/common/ordered_map.h"
+#include "orvexa/common/value.h"
+#include "orvexa/controller/panel.h"
+#include "orvexa/controller/state.h"
+#include "orvexa/controller/ui_event_bus.h"
+#include "orvexa/controller/watcher.h"
+#include "orvexa/model/entities/capture_loader.h"
+#include "orvexa/model/entities/capture_set.h"
+#include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/mask.h"
+#include "orvexa/model/mask_operations/mask_operation.h"
+#include "orvexa/model/operation_base.h"
+#include "orvexa/model/result_operations/result_operation.h"
+#include "orvexa/model/workflow/executor.h"
+#include "orvexa/model/workflow/model.h"
+
+namespace orvexa::controller {
+
+using common::Path;
+using common::Value;
+
+/// The mediator between the hands (desktop, command line) and the model: it keeps the shared state, calls the model and
+/// tells the UI what changed. Operations whose name begins with an underscore are internal: the ones above are built
+/// from them, and a UI may use them to split an operation over threads.
+///
+/// Unless an operation says otherwise it catches every failure, logs it, puts a text into `state.error` and returns a
+/// neutral value. Everything runs on the UI thread but `generate_results_v2`, which is made for a worker thread.
+class Controller {
+ public:
+  Controller() : Controller(std::make_unique<AppState>()) {}
+  /// With a state of the caller's making.
+  explicit Controller(std::unique_ptr<AppState> own_state);
+  Controller(const Controller&) = delete;
+  Controller& operator=(const Controller&) = delete;
+
+ private:
+  std::unique_ptr<AppState> _state;
+
+ public:
+  AppState& state;
+  std::unique_ptr<model::Executor> executor;
+  UIEventBus events;
+
+ protected:
+  std::unique_ptr<FileWatcher> _watcher;
+
+ public:
+  /// Loads everything that is not an ordinary image file.
+  model::CaptureLoader capture_loader;
+  /// Loads ordinary image files.
+  model::CaptureLoader image_loader;
+
+ protected:
+  std::vector<Panel*> _ui_panels;  ///< in the order of registration
+  /// Index of a mask step -> the capture after that step. Keyed by position alone: whatever changes the chain empties
+  /// or cuts it.
+  std::map<int, std::shared_ptr<model::CaptureSet>> _mask_result_cache;
+
+ public:
+  // ---- State and model access (controller.cpp) ----------------------------------------------------------------------
+
+  /// The current workflow. @throws std::runtime_error "No workflow loaded".
+  [[nodiscard]] std::shared_ptr<model::Workflow> _wf() const;
+  /// The current capture. @throws std::runtime_error "No capture loaded".
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> _cap() const;
+  /// Phase ERROR, the text as `state.error`, no message.
+  void _set_error(const std::string& msg);
+
+  // What the registries answer; their failures reach the caller.
+  [[nodiscard]] common::OrderedMap<const model::MaskOperationInfo*> get_mask_operations_list() const;
+  [[nodiscard]] common::OrderedMap<const model::MaskOperationInfo*> get_available_mask_operations() const;
+  [[nodiscard]] const model::MaskOperationInfo& get_mask_operation_class(std::string_view _operation_key) const;
+  [[nodiscard]] std::vector<const model::MaskOperationInfo*> get_mask_operation_infos() const;
+  [[nodiscard]] common::OrderedMap<std::vector<const model::ResultOperationInfo*>> get_result_operations_by_category()
+      const;
+  /// Null for an unknown key.
+  [[nodiscard]] const model::ResultOperationInfo* get_result_operation_info(std::string_view _operation_key) const;
+  [[nodiscard]] common::OrderedMap<const model::ResultOperationInfo*> get_available_result_operations() const;
+  [[nodiscard]] std::type_identity<model::ParameterType> get_parameter_type_enum() const;
+  [[nodiscard]] std::type_identity<model::ResultOperationInfo> get_result_operation_info_class() const;
+
+  // ---- Panels and processing modes (panels.cpp) ---------------------------------------------------------------------
+
+  /// "batch", "watcher" or "analysis" by the panel's module path; "all" for a panel of every mode.
+  [[nodiscard]] std::string get_panel_mode(const Panel& panel) const;
+  /// The panel must outlive the Controller. One that is registered twice is refreshed twice.
+  void register_panel(Panel& panel);
+  /// Refreshes the panels of the current processing mode and those of every mode. A failing panel ends it: the failure
+  /// reaches the caller, as from the two below.
+  void refresh_all_panels();
+  /// Refreshes the panels of class "StatusBarPanel".
+  void refresh_only_status();
+  /// Refreshes the first panel of that class.
+  void refresh_specific_panel(const std::string& panel_name);
+  /// Clears the work on the current capture, refreshes the panels of the mode that is left, and stores the new mode. A
+  /// panel's failure reaches the caller.
+  void set_processing_mode(const std::string& mode_str);
+
+  // ---- Capture loading (capture_loading.cpp) ------------------------------------------------------------------------
+
+  struct CaptureLoadResult {
+    std::shared_ptr<model::CaptureSet> capture_set;
+    Path file_path;
+  };
+  /// Loads a capture or image file and makes it the current capture; an absent or empty path leaves no capture. After a
+  /// failure there is no capture either.
+  void load_capture_from_file(const std::optional<Path>& file_path);
+  /// The loading alone, without any change of state; may run on any thread.
+  /// @throws std::runtime_error "Failed to load capture from FILE: REASON".
+  [[nodiscard]] CaptureLoadResult _do_load_capture(const Path& file_path) const;
+  void _on_capture_load_success(const CaptureLoadResult& result);
+  void _on_capture_load_error(const std::string& error_message);
+  /// Asks the first panel that can to show its default image.
+  void _trigger_auto_selection();
+
+  // ---- Mask chain (mask_chain.cpp) ----------------------------------------------------------------------------------
+
+  /// The capture after mask steps 0..mask_index, from the cache or computed into it; empty when there is no such step,
+  /// no capture, or a step fails (which is logged).
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> get_mask_result(int mask_index);
+  /// One step on the capture that enters it. Nothing is cached.
+  /// @throws whatever the step throws; std::invalid_argument when it gives no mask.
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> _compute_mask_step(int mask_index,
+                                                                      const model::CaptureSet& input_capture,
+                                                                      const model::MaskOperationConfig& mask_op_config);
+  /// The last mask of the chain run on the bare images, up to but not including the first step with the given key (all
+  /// steps when absent or empty). A failing step is logged and passed over. Absent when no step gave a mask.
+  [[nodiscard]] std::optional<model::Mask> build_accumulated_mask(
+      const std::optional<std::string>& up_to_but_not_including = std::nullopt);
+  /// A capture whose measurements show their images under their mask of that index; a measurement without it is the
+  /// same object. Failures reach the caller.
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> _create_masked_capture_for_index(const model::CaptureSet& capture,
+                                                                                    int mask_index) const;
+  void clear_intermediate_results_cache();
+
+  // ---- Mask steps (mask_steps.cpp) ----------------------------------------------------------------------------------
+
+  /// Appends a step without looking at it. Failures of this and the next reach the caller.
+  void add_mask_op(const std::string& op_name, const Value& params = Value::object());
+  /// Changes a parameter of a step without looking at it; emptying the cache is the caller's duty.
+  /// @throws std::out_of_range for a step that is not there; std::invalid_argument when its parameters are not a map.
+  void update_mask_param(int index, const std::string& key, const Value& value);
+  /// Checks and computes a step on top of the chain and only then appends it.
+  /// @return the capture after the step, for `events.mask_operation_added`; empty without a capture or on failure.
+  std::shared_ptr<model::CaptureSet> apply_mask_to_workflow(const std::string& operation_name, const Value& params);
+  /// Whether the step was there and is gone.
+  bool remove_mask_from_workflow(int mask_index);
+
+  // ---- Availability of result operations (result_availability.cpp) --------------------------------------------------
+
+  /// Keys of the result operations that the current capture and the workflow's masks allow, in the registry's order;
+  /// absent when that could not be found out (which is logged).
+  [[nodiscard]] std::optional<std::vector<std::string>> _get_available_op_keys(const model::Workflow& workflow) const;
+  [[nodiscard]] bool _check_measurement_requirements(const model::ResultOperationInfo& op_info,
+                                                     const std::vector<std::string>& current_measurements) const;
+  [[nodiscard]] bool _check_mask_requirements(const model::ResultOperationInfo& op_info,
+                                              const std::vector<std::string>& workflow_mask_keys) const;
+  /// Brings the workflow's result operations in line with what is available now: what became available is added once,
+  /// what no longer is goes, what the user left out stays out.
+  void handle_mask_dependencies();
+  /// Makes the workflow's result operations the given ones, keeping the parameters of those it had.
+  void sync_result_operations_to_workflow(const std::vector<std::string>& operation_keys);
+
+  // ---- Results (results_generation.cpp) -----------------------------------------------------------------------------
+
+  /// Runs the current workflow on the current capture and writes the outputs into a new folder inside `save_folder`.
+  /// May run on a worker thread: it writes `state.last_results`, `state.last_saved_results_folder` and `state.error`
+  /// there and calls `progress_cb` there.
+  /// @param cancel_event  may be null; must outlive the call.
+  /// @return whether the results are complete; false when it failed or was cancelled.
+  bool generate_results_v2(const std::string& save_folder, const model::ProgressCallback& progress_cb = {},
+                           const common::CancelEvent* cancel_event = nullptr);
+  /// A copy of the workflow that shares nothing with it and has the given result operations with their defaults.
+  [[nodiscard]] std::shared_ptr<model::Workflow> _prepare_workflow_for_execution(
+      const model::Workflow& base_workflow, const std::vector<std::string>& operation_keys) const;
+  /// All numeric metrics as a text file. Failures to write reach the caller.
+  void _save_numerical_results_to_txt(const model::ResultMap& results, const Path& file_path,
+                                      const std::string& capture_name) const;
+
+  // ---- Workflows and their files (workflow_files.cpp) ---------------------------------------------------------------
+
+  std::shared_ptr<model::Workflow> new_empty_workflow(const std::string& title = "untitled");
+  /// Makes a workflow current. @param workflow  not empty.
+  void set_workflow(const std::shared_ptr<model::Workflow>& workflow);
+  void clear_workflow();
+  bool save_workflow_to_file(const Path& file_path);
+  /// After a failure the previous workflow is still current but has lost its mask steps.
+  bool load_workflow_from_file(const Path& file_path);
+  /// Failures of these two reach the caller.
+  void export_workflow_yaml(const Path& file_path);
+  std::shared_ptr<model::Workflow> import_workflow_yaml(const Path& file_path);
+};
+
+}  // namespace orvexa::controller
