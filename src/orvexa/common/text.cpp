@@ -125,6 +125,25 @@ std::string scalar_text(const Value& value) {
   return text;
 }
 
+std::string_view kind_text(const Value& value) {
+  switch (value.type()) {
+    case Value::value_t::object:
+      return "a map";
+    case Value::value_t::array:
+      return "a list";
+    case Value::value_t::string:
+      return "a text";
+    case Value::value_t::boolean:
+      return "true or false";
+    case Value::value_t::number_integer:
+    case Value::value_t::number_unsigned:
+    case Value::value_t::number_float:
+      return "a number";
+    default:
+      return "nothing";
+  }
+}
+
 std::string grouped_integer_text(std::int64_t value) {
   std::string text = std::to_string(value);
   const std::size_t first_digit = value < 0 ? 1 : 0;

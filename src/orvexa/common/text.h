@@ -19,11 +19,15 @@ namespace orvexa::common {
 /// it stands, null as "None"; lists and maps in their JSON form.
 [[nodiscard]] std::string scalar_text(const Value& value);
 
+/// What a value is, in words for a sentence: "a map", "a list", "a text", "a number", "true or false", "nothing".
+[[nodiscard]] std::string_view kind_text(const Value& value);
+
 /// A decimal integer with a comma as thousands separator: 1234567 -> "1,234,567".
 [[nodiscard]] std::string grouped_integer_text(std::int64_t value);
 
-/// The known name that is closest to `wanted` by edit distance, if one is close enough to be meant (at most a third of
-/// its length away, at least two edits allowed). Of equally near names the first one.
+/// The known name that is closest to `wanted` by edit distance (Levenshtein; upper and lower case count as equal), if
+/// one is close enough to be meant: at most a third of `wanted`'s length away, two edits always allowed, but never all
+/// characters. Of equally near names the first one.
 [[nodiscard]] std::optional<std::string> nearest_name(std::string_view wanted, std::span<const std::string> known);
 
 /// ` (did you mean "nearest"?)` or an empty text: the tail of a sentence that refuses a name.

@@ -1,0 +1,305 @@
+#include "orvexa/model/workflow/model.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <functional>
+#include <stdexcept>
+#include <string_view>
+#include <utility>
+
+#include "orvexa/common/ordered_map.h"
+#include "orvexa/common/text.h"
+#include "orvexa/model/mask_operations/registry.h"
+#include "orvexa/model/operation_base.h"
+#include "orvexa/model/result_operations/registry.h"
+
+namespace orvexa::model {
+
+namespace {
+
+using common::did_you_mean;
+using common::kind_text;
+using common::scalar_text;
+
+[[noreturn]] void refuse(const std::string& sentence) {
+  throw std::invalid_argument(sentence);
+}
+
+std::string title_from(const Value& value) {
+  if (value.is_structured()) refuse(fmt::format("The workflow's title must be a text; it is {}.", kind_text(value)));
+  return value.is_null() ? std::string() : scalar_text(value);
+}
+
+void check_format(const Value& value) {
+  if (!value.is_number_integer()) {
+    refuse(fmt::format("The workflow's format must be a whole number; it is {}.",
+                       value.is_number() ? scalar_text(value) : kind_text(value)));
+  }
+  if (value > workflow_format) {
+    refuse(fmt::format("The workflow has format {}; this program reads format {} and older.", scalar_text(value),
+                       workflow_format));
+  }
+}
+
+std::string step_name(std::string_view list, std::size_t index) {
+  return fmt::format("{}[{}]", list, index);
+}
+
+template <typename Config>
+Config step_from(const Value& entry, const std::string& name) {
+  if (!entry.is_object()) {
+    refuse(fmt::format("The workflow's step {} must be a map with \"op\" and \"params\"; it is {}.", name,
+                       kind_text(entry)));
+  }
+  Config step;
+  bool has_op = false;
+  for (const auto& [key, value] : entry.items()) {
+    if (key == "op") {
+      if (!value.is_string()) {
+        refuse(fmt::format("The \"op\" of the workflow's step {} must be a text; it is {}.", name, kind_text(value)));
+      }
+      step.op = value.template get<std::string>();
+      has_op = true;
+    } else if (key == "params") {
+      step.params = value;
+    } else {
+      step.others[key] = value;
+    }
+  }
+  if (!has_op) refuse(fmt::format("The workflow's step {} has no \"op\", the key of its operation.", name));
+  return step;
+}
+
+template <typename Config>
+std::vector<Config> steps_from(const Value& list, std::string_view key) {
+  std::vector<Config> steps;
+  if (list.is_null()) return steps;  // a key with nothing behind it: all its steps are commented out
+  if (!list.is_array()) {
+    refuse(fmt::format("The workflow's \"{}\" must be a list of steps; it is {}.", key, kind_text(list)));
+  }
+  steps.reserve(list.size());
+  for (std::size_t i = 0; i < list.size(); ++i) steps.push_back(step_from<Config>(list[i], step_name(key, i)));
+  return steps;
+}
+
+/// The entries of a workflow, in the order in which they are written.
+struct Entry {
+  std::function<void(Workflow&, const Value&)> read;
+  std::function<std::optional<Value>(const Workflow&)> write;
+};
+
+template <typename Config>
+Value list_of(const std::vector<Config>& steps) {
+  Value list = Value::array();
+  for (const OperationConfig& step : steps) {
+    Value entry = {{"op", step.op}, {"params", step.params}};
+    if (step.others.is_object()) entry.update(step.others);
+    list.push_back(std::move(entry));
+  }
+  return list;
+}
+
+const common::OrderedMap<Entry>& known_entries() {
+  static const common::OrderedMap<Entry> known = {
+      {"format",
+       {.read = [](Workflow&, const Value& value) { check_format(value); },
+        .write = [](const Workflow&) { return Value(workflow_format); }}},
+      {"title",
+       {.read = [](Workflow& workflow, const Value& value) { workflow.title = title_from(value); },
+        .write = [](const Workflow& workflow) { return Value(workflow.title); }}},
+      {"mask_operations",
+       {.read =
+            [](Workflow& workflow, const Value& value) {
+              workflow.mask_operations = steps_from<MaskOperationConfig>(value, "mask_operations");
+            },
+        .write = [](const Workflow& workflow) { return list_of(workflow.mask_operations); }}},
+      {"result_operations",
+       {.read =
+            [](Workflow& workflow, const Value& value) {
+              workflow.result_operations = steps_from<ResultOperationConfig>(value, "result_operations");
+            },
+        .write = [](const Workflow& workflow) { return list_of(workflow.result_operations); }}},
+      {"outputs",
+       {.read = [](Workflow& workflow, const Value& value) { workflow.outputs = value; },
+        .write = [](const Workflow& workflow) { return workflow.outputs; }}},
+  };
+  return known;
+}
+
+/// The one reader behind both doors.
+Workflow read_workflow(const Value& entries) {
+  if (entries.is_null()) refuse("The document is empty: a workflow is a map with \"title\" and lists of steps.");
+  if (!entries.is_object()) {
+    refuse(
+        fmt::format("A workflow is a map with \"title\" and lists of steps; this document is {}.", kind_text(entries)));
+  }
+  const auto& known = known_entries();
+  // The format first: what a newer one means by its other entries is not known here.
+  if (const auto format = entries.find("format"); format != entries.end()) check_format(*format);
+  Workflow workflow;
+  for (const auto& [key, value] : entries.items()) {
+    const auto entry = known.find(key);
+    if (entry == known.end()) {
+      std::vector<std::string> names;
+      for (const auto& [name, unused] : known) names.push_back(name);
+      refuse(fmt::format("A workflow has no entry \"{}\"{}.", key, did_you_mean(key, names)));
+    }
+    entry->second.read(workflow, value);
+  }
+  return workflow;
+}
+
+// The check
+
+class Checker {
+ public:
+  explicit Checker(const Workflow& workflow) : _workflow(workflow) {}
+
+  std::vector<WorkflowProblem> run() {
+    for (std::size_t i = 0; i < _workflow.mask_operations.size(); ++i) check_mask_step(i);
+    for (std::size_t i = 0; i < _workflow.result_operations.size(); ++i) check_result_step(i);
+    check_outputs();
+    return std::move(_problems);
+  }
+
+ private:
+  void check_mask_step(std::size_t i) {
+    const MaskOperationConfig& step = _workflow.mask_operations[i];
+    const std::string name = named("mask_operations", i, step);
+    const MaskOperationInfo* const info = known([&] { return &get_mask_operation(step.op); }, name);
+    if (info == nullptr) return;
+    if (i == 0 && info->needs_mask) {
+      report(name, fmt::format("{} works on a mask and cannot be the first step.", step.op));
+    }
+    check_params(*info, info->all_parameters(), step, name);
+  }
+
+  void check_result_step(std::size_t i) {
+    const auto& steps = _workflow.result_operations;
+    const ResultOperationConfig& step = steps[i];
+    const std::string name = named("result_operations", i, step);
+    const auto first = std::find_if(steps.begin(), steps.end(), [&](const auto& other) { return other.op == step.op; });
+    if (const auto first_index = static_cast<std::size_t>(first - steps.begin()); first_index < i) {
+      report(name, fmt::format("{} stands twice, first as {}; a result operation stands once, its bands, indices and "
+                               "methods are lists.",
+                               step.op, step_name("result_operations", first_index)));
+    }
+    const ResultOperationInfo* const info = known([&] { return &get_result_operation(step.op); }, name);
+    if (info != nullptr) check_params(*info, info->parameters, step, name);
+  }
+
+  /// What `find` gives, or null after a report of why it refused.
+  template <typename Find>
+  auto known(const Find& find, const std::string& name) -> decltype(find()) {
+    try {
+      return find();
+    } catch (const std::invalid_argument& failure) {
+      report(name, failure.what());
+      return nullptr;
+    }
+  }
+
+  template <typename Info>
+  void check_params(const Info& info, const ParameterList& parameters, const OperationConfig& step,
+                    const std::string& name) {
+    if (!step.params.is_object() && !step.params.is_null()) {
+      report(name,
+             fmt::format("{}: \"params\" must be a map of parameters; it is {}.", step.op, kind_text(step.params)));
+      return;
+    }
+    // One parameter at a time, so that all that are wrong are named; then all together, for what must fit.
+    const std::size_t before = _problems.size();
+    for (const auto& [key, value] : step.params.items()) {
+      Value alone = Value::object();
+      alone[key] = value;
+      guarded(name, [&] { static_cast<void>(validate_parameters(step.op, parameters, alone)); });
+    }
+    if (_problems.size() > before) return;
+    guarded(name, [&] { static_cast<void>(info()->validate_params(step.params)); });
+  }
+
+  template <typename Check>
+  void guarded(const std::string& name, const Check& check) {
+    try {
+      check();
+    } catch (const std::invalid_argument& failure) {
+      report(name, failure.what());
+    }
+  }
+
+  void check_outputs() {
+    if (!_workflow.outputs) return;
+    static const std::vector<std::string> known_outputs = {"masks", "overlays", "images", "numbers"};
+    const std::string allowed = common::joined(known_outputs, ", ");
+    if (!_workflow.outputs->is_array()) {
+      report("outputs",
+             fmt::format("\"outputs\" must be a list of {}; it is {}.", allowed, kind_text(*_workflow.outputs)));
+      return;
+    }
+    for (const Value& output : *_workflow.outputs) {
+      if (!output.is_string()) {
+        report("outputs",
+               fmt::format("\"outputs\" must hold names ({}); one of them is {}.", allowed, kind_text(output)));
+        continue;
+      }
+      const auto& wanted = output.get_ref<const std::string&>();
+      if (std::find(known_outputs.begin(), known_outputs.end(), wanted) == known_outputs.end()) {
+        report("outputs", fmt::format("There is no output \"{}\"{}; there are {}.", wanted,
+                                      did_you_mean(wanted, known_outputs), allowed));
+      }
+    }
+  }
+
+  static std::string named(std::string_view list, std::size_t index, const OperationConfig& step) {
+    return fmt::format("{} ({})", step_name(list, index), step.op);
+  }
+
+  void report(const std::string& step, const std::string& text) { _problems.push_back({step, text}); }
+
+  const Workflow& _workflow;
+  std::vector<WorkflowProblem> _problems;
+};
+
+}  // namespace
+
+Workflow::Workflow(const Value& entries) : Workflow(read_workflow(entries)) {}
+
+Workflow Workflow::from_dict(const Value& map) {
+  return read_workflow(map);
+}
+
+Value Workflow::to_dict() const {
+  Value map = Value::object();
+  for (const auto& [key, entry] : known_entries()) {
+    if (auto value = entry.write(*this)) map[key] = std::move(*value);
+  }
+  return map;
+}
+
+std::shared_ptr<Workflow> new_workflow(const std::string& title) {
+  auto workflow = std::make_shared<Workflow>();
+  workflow->title = title;
+  return workflow;
+}
+
+MaskOperationConfig mask_op(const std::string& op_name, const Value& params) {
+  MaskOperationConfig step;
+  step.op = op_name;
+  step.params = params;
+  return step;
+}
+
+ResultOperationConfig result_op(const std::string& key, const Value& params) {
+  ResultOperationConfig step;
+  step.op = key;
+  step.params = params;
+  return step;
+}
+
+std::vector<WorkflowProblem> check_workflow(const Workflow& workflow) {
+  return Checker(workflow).run();
+}
+
+}  // namespace orvexa::model
