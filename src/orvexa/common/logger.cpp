@@ -12,6 +12,8 @@
 #include <mutex>
 #include <typeinfo>
 
+#include "orvexa/common/text.h"
+
 namespace orvexa::common {
 
 namespace {
@@ -51,21 +53,6 @@ spdlog::level::level_enum backend_level(LogLevel level) {
       break;
   }
   return spdlog::level::off;
-}
-
-std::string visible(std::string_view text) {
-  std::string result;
-  result.reserve(text.size());
-  for (const char c : text) {
-    if (c == '\n') {
-      result += "\\n";
-    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
-      result += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
-    } else {
-      result += c;
-    }
-  }
-  return result;
 }
 
 std::string type_name(const std::exception& failure) {
@@ -137,8 +124,8 @@ void Logger::write(LogRecord record) const {
   }
   const auto level = backend_level(record.level);
   if (!backend().should_log(level)) return;
-  backend().log(level, "{}", visible(record.text));
-  if (!record.trace.empty()) backend().log(level, "{}", visible(record.trace));
+  backend().log(level, "{}", visible_text(record.text));
+  if (!record.trace.empty()) backend().log(level, "{}", visible_text(record.trace));
 }
 
 LogObserver::LogObserver(std::function<void(const LogRecord&)> callback) {

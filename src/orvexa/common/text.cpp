@@ -213,6 +213,21 @@ std::string to_valid_utf8(std::string_view text) {
   return result;
 }
 
+std::string visible_text(std::string_view text) {
+  std::string visible;
+  visible.reserve(text.size());
+  for (const char c : text) {
+    if (c == '\n') {
+      visible += "\\n";
+    } else if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f) {
+      visible += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
+    } else {
+      visible += c;
+    }
+  }
+  return to_valid_utf8(visible);
+}
+
 bool fnmatch(std::string_view name, std::string_view pattern) {
   const std::u32string text = code_points(name);
   const std::u32string wanted = code_points(pattern);

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "orvexa/common/value.h"
+
+namespace orvexa::cli {
+
+inline constexpr int exit_done = 0;
+inline constexpr int exit_failed = 1;
+inline constexpr int exit_wrong_usage = 2;
+inline constexpr int exit_interrupted = 130;
+
+/// The command was called in a way that it does not have; `what()` is the sentence for the user.
+class UsageError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+/// Where a command speaks: answers go to standard output, everything else to standard error.
+class Console {
+ public:
+  bool json = false;   ///< the answer is one JSON document
+  bool quiet = false;  ///< no progress and no remarks
+
+  Console();
+  ~Console();
+  Console(const Console&) = delete;
+  Console& operator=(const Console&) = delete;
+
+  /// Writes to standard output. When nobody reads it any more (`orvexa ops | head`) the rest is dropped.
+  /// @throws std::runtime_error with a sentence when it cannot be written, for example on a full disk.
+  void answer(std::string_view text);
+  /// The one document of `--json`, with its format version first.
+  void answer_json(const common::Value& document);
+  /// One line for the user on standard error.
+  void error(std::string_view sentence);
+  /// The same, but not with `--quiet`.
+  void remark(std::string_view sentence);
+  /// What the program is doing: a line on a terminal that the next one replaces, and a log line of level info.
+  void progress(const std::string& text);
+  /// Takes the progress line away.
+  void end_progress();
+
+ private:
+  bool _answer_is_closed = false;
+  bool _shows_progress = false;
+  bool _progress_is_shown = false;
+};
+
+/// A value for the eye: reals with six significant digits (one decimal place from 100,000 on), the rest as it is.
+[[nodiscard]] std::string short_value_text(const common::Value& value);
+
+/// Text in columns; two blanks between them and none at the end of a line. Widths are counted in characters of UTF-8.
+class TextTable {
+ public:
+  /// @param right_aligned  by column; columns beyond the list are left-aligned.
+  explicit TextTable(std::vector<bool> right_aligned = {}) : _right_aligned(std::move(right_aligned)) {}
+  void add(std::vector<std::string> row) { _rows.push_back(std::move(row)); }
+  [[nodiscard]] bool empty() const { return _rows.empty(); }
+  /// @param indent  blanks before every line.
+  [[nodiscard]] std::string text(std::size_t indent = 0) const;
+
+ private:
+  std::vector<bool> _right_aligned;
+  std::vector<std::vector<std::string>> _rows;
+};
+
+}  // namespace orvexa::cli

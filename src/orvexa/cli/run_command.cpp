@@ -1,0 +1,134 @@
+#include <fmt/format.h>
+
+#include <filesystem>
+
+#include "orvexa/cli/commands.h"
+#include "orvexa/cli/interrupt.h"
+#include "orvexa/cli/session.h"
+#include "orvexa/cli/workflow_problems.h"
+#include "orvexa/common/files.h"
+#include "orvexa/common/text.h"
+#include "orvexa/controller/controller.h"
+
+namespace orvexa::cli {
+
+namespace {
+
+/// The table on the screen is short; the files in the results folder hold everything.
+constexpr std::size_t rows_per_operation = 12;
+
+int interrupted(Console& console) {
+  const std::string sentence = "Interrupted; no results were written.";
+  console.error(sentence);
+  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
+  return exit_interrupted;
+}
+
+common::Value region_document(const model::RegionResult& region) {
+  return {{"metrics", region.metrics}, {"reasons", region.reasons}};
+}
+
+common::Value results_document(const model::ResultMap& results) {
+  common::Value document = common::Value::object();
+  for (const auto& [key, result] : results) {
+    common::Value entry = {{"metrics", result.metrics}, {"units", result.units}, {"reasons", result.reasons}};
+    if (result.error) entry["error"] = common::to_valid_utf8(*result.error);
+    common::Value regions = common::Value::object();
+    for (const auto& [name, region] : result.regions) regions[name] = region_document(region);
+    entry["regions"] = std::move(regions);
+    document[key] = std::move(entry);
+  }
+  return document;
+}
+
+/// Metrics over the whole mask: operation, metric, value, unit; an undefined one has its reason instead.
+std::string results_text(const model::ResultMap& results) {
+  TextTable table({false, false, true});
+  for (const auto& [key, result] : results) {
+    std::vector<std::vector<std::string>> rows;
+    if (result.metrics.is_object()) {
+      for (const auto& [name, value] : result.metrics.items()) {
+        if (value.is_structured()) continue;
+        rows.push_back({"", name, short_value_text(value), result.units.value(name, "")});
+      }
+    }
+    for (const auto& [name, reason] : result.reasons.items()) {
+      rows.push_back({"", name, "-", common::visible_text(common::scalar_text(reason))});
+    }
+    const std::size_t left_out = rows.size() > rows_per_operation ? rows.size() - rows_per_operation : 0;
+    rows.resize(rows.size() - left_out);
+    if (!rows.empty()) rows.front().front() = key;
+    for (auto& row : rows) table.add(std::move(row));
+    if (left_out > 0) table.add({"", fmt::format("and {} more in metrics.json", left_out)});
+  }
+  return table.text();
+}
+
+std::size_t region_count(const model::ResultMap& results) {
+  std::size_t count = 0;
+  for (const auto& [key, result] : results) count = std::max(count, result.regions.size());
+  return count;
+}
+
+std::string report(const std::string& folder, const std::string& capture, const model::ResultMap& results) {
+  std::string text = results_text(results);
+  if (!text.empty()) text = fmt::format("{}, over the whole mask:\n\n{}\n", common::visible_text(capture), text);
+  if (results.empty()) text = "The workflow has no result operations: only its masks were applied.\n";
+  if (const std::size_t count = region_count(results); count > 1) {
+    text += fmt::format("{} regions: one row each in metrics.tsv.\n", count);
+  }
+  return text + fmt::format("Results: {}\n", folder);
+}
+
+}  // namespace
+
+int run_command(Console& console, const RunArguments& arguments) {
+  handle_interrupts();
+  const std::vector<model::WorkflowProblem> problems = workflow_problems(arguments.workflow);
+  if (!problems.empty()) {
+    const std::string file = common::path_text(arguments.workflow);
+    for (const model::WorkflowProblem& problem : problems) console.error(problem_sentence(file, problem));
+    if (console.json) {
+      console.answer_json({{"error", file + ": the workflow cannot run."}, {"problems", problems_document(problems)}});
+    }
+    return exit_failed;
+  }
+
+  controller::Controller controller;
+  controller.set_processing_mode("batch");
+  load_workflow(controller, arguments.workflow);
+  console.progress("Loading " + common::path_text(arguments.capture));
+  load_capture(controller, arguments.capture);
+  if (interrupt_event().is_set()) return interrupted(console);
+
+  const bool is_done = controller.generate_results_v2(
+      arguments.output_folder, [&](const std::string& text) { console.progress(text); }, &interrupt_event());
+  console.end_progress();
+  if (!is_done) {
+    if (controller.state.error) throw std::runtime_error(*controller.state.error);
+    return interrupted(console);
+  }
+
+  const model::ResultMap& results = controller.state.last_results.value();
+  bool has_failed = false;
+  for (const auto& [key, result] : results) {
+    if (!result.error) continue;
+    console.error(fmt::format("{}: {}", key, *result.error));
+    has_failed = true;
+  }
+  const std::string folder = common::path_text(controller.state.last_saved_results_folder.value());
+  const std::string& capture = controller.state.current_capture->name;
+  if (console.json) {
+    console.answer_json({{"capture", common::to_valid_utf8(capture)},
+                         {"workflow", controller.state.current_workflow->title},
+                         {"results_folder", folder},
+                         {"results", results_document(results)}});
+  } else if (console.quiet) {
+    console.answer(folder + "\n");
+  } else {
+    console.answer(report(folder, capture, results));
+  }
+  return has_failed ? exit_failed : exit_done;
+}
+
+}  // namespace orvexa::cli
