@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 #include <libexif/exif-data.h>
 
-#include <algorithm>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -88,6 +88,34 @@ cv::Mat single_band_where_grey(cv::Mat rgb) {
   cv::Mat grey;
   cv::extractChannel(rgb, grey, 0);
   return grey;
+}
+
+namespace {
+
+template <typename T>
+void convert_cmyk(const cv::Mat& cmyk, bool is_inverted, cv::Mat& rgb) {
+  constexpr std::uint32_t full = std::numeric_limits<T>::max();
+  const std::uint32_t flip = is_inverted ? 0 : full;  // x ^ full is full - x
+  for (int y = 0; y < cmyk.rows; ++y) {
+    const T* from = cmyk.ptr<T>(y);
+    T* to = rgb.ptr<T>(y);
+    for (int x = 0; x < cmyk.cols; ++x, from += 4, to += 3) {
+      const std::uint32_t key = from[3] ^ flip;
+      for (int c = 0; c < 3; ++c) to[c] = static_cast<T>(((from[c] ^ flip) * key + full / 2) / full);
+    }
+  }
+}
+
+}  // namespace
+
+cv::Mat rgb_from_cmyk(const cv::Mat& cmyk, bool is_inverted) {
+  cv::Mat rgb(cmyk.rows, cmyk.cols, CV_MAKETYPE(cmyk.depth(), 3));
+  if (cmyk.depth() == CV_8U) {
+    convert_cmyk<std::uint8_t>(cmyk, is_inverted, rgb);
+  } else {
+    convert_cmyk<std::uint16_t>(cmyk, is_inverted, rgb);
+  }
+  return rgb;
 }
 
 }  // namespace orvexa::model::codecs

@@ -34,6 +34,10 @@ struct Decoded {
 };
 
 [[nodiscard]] Decoded decode_png(const Input& input);
+[[nodiscard]] Decoded decode_jpeg(const Input& input);
+[[nodiscard]] Decoded decode_tiff(const Input& input);
+[[nodiscard]] Decoded decode_gif(const Input& input);
+[[nodiscard]] Decoded decode_bmp(const Input& input);
 
 /// Turns stored pixels upright by the tag that EXIF and TIFF share: 1 as stored, 2 mirrored left to right, 3 turned by
 /// 180 degrees, 4 mirrored top to bottom, 5 rows and columns exchanged, 6 to be turned right, 7 exchanged along the
@@ -46,5 +50,9 @@ struct Decoded {
 /// A picture whose palette was expanded to 8-bit RGB: its first channel alone where every colour that a pixel uses is a
 /// grey, otherwise itself. Palette entries that no pixel uses have no say.
 [[nodiscard]] cv::Mat single_band_where_grey(cv::Mat rgb);
+
+/// Four channels of ink (8-bit or 16-bit, full = all ink) as RGB of the same depth: R = full (1 - C)(1 - K), rounded.
+/// @param is_inverted  the stored numbers say how much light is left instead.
+[[nodiscard]] cv::Mat rgb_from_cmyk(const cv::Mat& cmyk, bool is_inverted);
 
 }  // namespace orvexa::model::codecs

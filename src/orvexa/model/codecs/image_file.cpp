@@ -28,6 +28,14 @@ struct Signature {
 
 constexpr std::array signatures{
     Signature{std::string_view("\x89PNG\r\n\x1a\n"), {"PNG", &codecs::decode_png}},
+    Signature{std::string_view("\xff\xd8\xff"), {"JPEG", &codecs::decode_jpeg}},
+    Signature{std::string_view("II*\0", 4), {"TIFF", &codecs::decode_tiff}},
+    Signature{std::string_view("MM\0*", 4), {"TIFF", &codecs::decode_tiff}},
+    Signature{std::string_view("II+\0", 4), {"TIFF", &codecs::decode_tiff}},
+    Signature{std::string_view("MM\0+", 4), {"TIFF", &codecs::decode_tiff}},
+    Signature{std::string_view("GIF87a"), {"GIF", &codecs::decode_gif}},
+    Signature{std::string_view("GIF89a"), {"GIF", &codecs::decode_gif}},
+    Signature{std::string_view("BM"), {"BMP", &codecs::decode_bmp}},
 };
 
 const Format& format_of(const Input& input) {
@@ -43,7 +51,7 @@ const Format& format_of(const Input& input) {
           fmt::format("the file ends within the first bytes of a {} file: it is cut off.", signature.format.name));
     }
   }
-  input.refuse("this is not a PNG picture.");
+  input.refuse("this is not a picture that can be read; PNG, JPEG, TIFF, BMP and GIF can.");
 }
 
 }  // namespace
@@ -52,6 +60,9 @@ ImageFile read_image(std::span<const std::byte> bytes, const std::string& name, 
   const Input input{.bytes = bytes, .name = name, .page = page, .limits = limits};
   const Format& format = format_of(input);
   if (page < 0) input.refuse(fmt::format("pages are counted from 0, so there is no page {}.", page));
+  if (page > 0 && format.decode != &codecs::decode_tiff) {
+    input.refuse(fmt::format("there is no page {}: only a TIFF file has pages.", page));
+  }
   try {
     Decoded decoded = format.decode(input);
     return ImageFile{.image = Image(std::move(decoded.pixels)),
