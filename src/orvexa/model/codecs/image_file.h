@@ -33,8 +33,9 @@ struct ImageFile {
 /// premultiplying, palettes expanded, grey stays single-band (also a palette of greys), white-is-zero inverted, CMYK
 /// converted by R = 255 (1 - C)(1 - K); orientation tags honoured; first frame of an animation.
 /// @param page  page of a multi-page TIFF, counted from 0.
-/// @throws std::runtime_error with one sentence that begins with the file's name: not there, empty, not a picture, cut
-/// off, damaged, too large, no such page, a pixel type that cannot be kept. Never a partial image.
+/// @throws std::runtime_error with one sentence that begins with the file's name (its path where it cannot be opened):
+/// not there, empty, not a picture, cut off, damaged, too large, no such page, a pixel type that cannot be kept. Never
+/// a partial image.
 [[nodiscard]] ImageFile read_image_file(const std::filesystem::path& file, int page = 0,
                                         const ImageLimits& limits = {});
 
