@@ -6,9 +6,9 @@ namespace orvexa::controller {
 
 /// What a folder watcher needs to know.
 struct WatcherConfig {
-  std::string input_dir;
-  std::string output_dir;
-  std::string workflow_yaml_path;
+  std::string input_dir = {};
+  std::string output_dir = {};
+  std::string workflow_yaml_path = {};
   double poll_seconds = 2.0;
   friend bool operator==(const WatcherConfig&, const WatcherConfig&) = default;
 };
