@@ -39,11 +39,11 @@ class Executor {
                                         std::optional<int> until_index = std::nullopt);
 
   struct Run {
-    std::shared_ptr<const CaptureSet> capture;
-    std::shared_ptr<const Workflow> wf;
-    std::filesystem::path output_base_dir;
-    std::string capture_name;
-    ProgressCallback progress_cb;  ///< may be empty
+    std::shared_ptr<const CaptureSet> capture = nullptr;
+    std::shared_ptr<const Workflow> wf = nullptr;
+    std::filesystem::path output_base_dir = {};
+    std::string capture_name = {};
+    ProgressCallback progress_cb = {};  ///< may be empty
     const common::CancelEvent* cancel_event = nullptr;
   };
   /// Runs the workflow and writes its outputs into a new folder inside `output_base_dir`. The folder appears complete

@@ -1,9 +1,6 @@
 #include "orvexa/model/workflow/provenance.h"
 
 #include <fmt/core.h>
-#include <jconfig.h>
-#include <png.h>
-#include <tiffio.h>
 
 #include <chrono>
 #include <opencv2/core/utility.hpp>
@@ -13,9 +10,7 @@
 #include "orvexa/common/parallel.h"
 #include "orvexa/common/text.h"
 #include "orvexa/common/version.h"
-
-#define ORVEXA_TEXT_OF(token) #token
-#define ORVEXA_TEXT_OF_VALUE(macro) ORVEXA_TEXT_OF(macro)
+#include "orvexa/model/codecs/codec_versions.h"
 
 namespace orvexa::model {
 
@@ -44,22 +39,13 @@ std::string absolute_text(const std::filesystem::path& path) {
 }  // namespace
 
 Value library_versions() {
-  const std::string tiff = TIFFGetVersion();  // "LIBTIFF, Version 4.5.0\nCopyright ..."
-  const std::string_view mark = "Version ";
-  const std::size_t begin = tiff.find(mark);
-  const std::size_t end = tiff.find('\n');
-  return {
-      {"OpenCV", cv::getVersionString()},
-      {"libpng", png_get_libpng_ver(nullptr)},
-      {"libjpeg-turbo", ORVEXA_TEXT_OF_VALUE(LIBJPEG_TURBO_VERSION)},
-      {"libtiff", begin == std::string::npos
-                      ? tiff
-                      : tiff.substr(begin + mark.size(), end == std::string::npos ? end : end - begin - mark.size())},
-      {"giflib", common::built_with("giflib")},
-      {"oneTBB", common::built_with("oneTBB")},
-      {"yaml-cpp", common::built_with("yaml-cpp")},
-      {"nlohmann-json",
-       fmt::format("{}.{}.{}", NLOHMANN_JSON_VERSION_MAJOR, NLOHMANN_JSON_VERSION_MINOR, NLOHMANN_JSON_VERSION_PATCH)}};
+  Value versions{{"OpenCV", cv::getVersionString()}};
+  versions.update(codec_versions());
+  versions["oneTBB"] = common::built_with("oneTBB");
+  versions["yaml-cpp"] = common::built_with("yaml-cpp");
+  versions["nlohmann-json"] =
+      fmt::format("{}.{}.{}", NLOHMANN_JSON_VERSION_MAJOR, NLOHMANN_JSON_VERSION_MINOR, NLOHMANN_JSON_VERSION_PATCH);
+  return versions;
 }
 
 Value provenance_document(const ProvenanceRecord& record) {
