@@ -18,26 +18,29 @@ TEST(PickGeometry, TheWholeImageIsEveryPixel) {
 TEST(PickGeometry, EveryWholePixelRectangleOfAnImageComesBackAsItWasDrawn) {
   constexpr int width = 97;
   constexpr int height = 61;
-  long columns_off = 0;
-  long rows_off = 0;
+  long rectangles = 0;
+  long wrong = 0;
   for (int x0 = 0; x0 < width; ++x0) {
     for (int x1 = x0 + 1; x1 <= width; ++x1) {
-      const PickRect from_sum{(x0 + x1) / (2.0 * width), 0.5, (x1 - x0) / double(width), 1};
-      const PickRect from_ends{double(x0) / width + (double(x1) / width - double(x0) / width) / 2, 0.5,
-                               double(x1) / width - double(x0) / width, 1};
-      for (const PickRect& rect : {from_sum, from_ends}) {
-        if (pixels_of(rect, height, width) != PixelRect{x0, 0, x1, height}) ++columns_off;
+      for (int y0 = 0; y0 < height; ++y0) {
+        for (int y1 = y0 + 1; y1 <= height; ++y1) {
+          const PickRect from_sums{(x0 + x1) / (2.0 * width), (y0 + y1) / (2.0 * height), (x1 - x0) / double(width),
+                                   (y1 - y0) / double(height)};
+          const double left = double(x0) / width;
+          const double top = double(y0) / height;
+          const double w = double(x1) / width - left;
+          const double h = double(y1) / height - top;
+          const PickRect from_corners{left + w / 2, top + h / 2, w, h};
+          const PixelRect drawn{x0, y0, x1, y1};
+          rectangles += 2;
+          wrong += pixels_of(from_sums, height, width) != drawn;
+          wrong += pixels_of(from_corners, height, width) != drawn;
+        }
       }
     }
   }
-  for (int y0 = 0; y0 < height; ++y0) {
-    for (int y1 = y0 + 1; y1 <= height; ++y1) {
-      const PickRect rect{0.5, (y0 + y1) / (2.0 * height), 1, (y1 - y0) / double(height)};
-      if (pixels_of(rect, height, width) != PixelRect{0, y0, width, y1}) ++rows_off;
-    }
-  }
-  EXPECT_EQ(columns_off, 0);
-  EXPECT_EQ(rows_off, 0);
+  EXPECT_EQ(rectangles, 2L * (97 * 98 / 2) * (61 * 62 / 2));
+  EXPECT_EQ(wrong, 0);
 }
 
 TEST(PickGeometry, PartsOfAPixelCountAsTheWholePixel) {

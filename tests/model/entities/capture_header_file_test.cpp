@@ -240,7 +240,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "HDR_plot.INF, line 5: CentreNm must be a number above 0 such as 0.25, not \"842 nm\"."},
         BadHeader{"WidthEmpty", "[Capture]\n" + good_end + "[Band I]\nWidthNm =\n",
                   "HDR_plot.INF, line 5: WidthNm must be a number above 0 such as 0.25, not \"\"."}),
-    [](const auto& info) { return std::string(info.param.name); });
+    [](const auto& test) { return std::string(test.param.name); });
 
 TEST(CaptureHeaderFile, OneImageMoreThanTheLimitIsRefused) {
   std::string text = "[Capture]\n[Measurement M]\n";

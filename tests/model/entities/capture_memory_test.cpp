@@ -81,7 +81,9 @@ TEST(CaptureMemory, TheCountersNoticeACopyOfOneBand) {
   {
     const cv::Mat copy = band.read_only().clone();
     EXPECT_EQ(arrays.live_bytes() - arrays_before, 2 * pixels);
-    if (all_before != 0) EXPECT_GE(malloc_bytes() - all_before, 2 * pixels);
+    if (all_before != 0) {
+      EXPECT_GE(malloc_bytes() - all_before, 2 * pixels);
+    }
   }
   EXPECT_EQ(arrays.live_bytes(), arrays_before);
 }
@@ -100,7 +102,9 @@ TEST(CaptureMemory, TenStepsOnTenLargeBandsCostAMaskEachAndNoCopyOfAnyImage) {
     chain.push_back(chain.back()->apply_mask(step_mask(step), {"step", {{"number", step}}}));
     // The limit is 1.1 byte a pixel a step, in whole numbers: 11 / 10.
     EXPECT_LE(arrays.live_bytes() - arrays_before, step * pixels * 11 / 10) << "after step " << step;
-    if (all_before != 0) EXPECT_LE(malloc_bytes() - all_before, step * pixels * 11 / 10) << "after step " << step;
+    if (all_before != 0) {
+      EXPECT_LE(malloc_bytes() - all_before, step * pixels * 11 / 10) << "after step " << step;
+    }
   }
 
   EXPECT_EQ(chain.back()->measurements.at("MSP")->masks.size(), 10u);
