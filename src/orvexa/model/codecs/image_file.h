@@ -8,6 +8,7 @@
 #include "orvexa/common/files.h"
 #include "orvexa/model/image.h"
 #include "orvexa/model/mask.h"
+#include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
 
@@ -43,12 +44,13 @@ struct ImageFile {
 [[nodiscard]] ImageFile read_image(std::span<const std::byte> bytes, const std::string& name, int page = 0,
                                    const ImageLimits& limits = {});
 
-/// A lossless PNG in memory: 8-bit or 16-bit, grey or RGB. Quick settings chosen by measurement.
-/// @throws std::invalid_argument for float pixels.
-[[nodiscard]] common::Bytes encode_png(const Image& image);
+/// A lossless PNG in memory: 8-bit or 16-bit, grey or RGB. Quick settings chosen by measurement. All three look at the
+/// cancellation flag every quarter of a megabyte or more often.
+/// @throws std::invalid_argument for float pixels; CancelledError.
+[[nodiscard]] common::Bytes encode_png(const Image& image, const RunContext& context = {});
 /// A one-bit grey PNG of a mask.
-[[nodiscard]] common::Bytes encode_mask_png(const Mask& mask);
+[[nodiscard]] common::Bytes encode_mask_png(const Mask& mask, const RunContext& context = {});
 /// A TIFF of one page in memory, any type of image; deflate with predictor for integers, plain for float.
-[[nodiscard]] common::Bytes encode_tiff(const Image& image);
+[[nodiscard]] common::Bytes encode_tiff(const Image& image, const RunContext& context = {});
 
 }  // namespace orvexa::model

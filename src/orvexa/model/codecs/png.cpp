@@ -212,8 +212,9 @@ struct Layout {
 };
 
 /// Level 1 with run lengths alone: on camera pictures as small as the highest level and ten times as fast.
-bool write_all(Writer& writer, const Layout& layout, png_const_bytep (*row)(const void* context, int y),
-               const void* context) {
+/// @return false when the library complained or the run was cancelled: nothing may be thrown through its frames.
+bool write_all(Writer& writer, const Layout& layout, png_const_bytep (*row)(const void* pixels, int y),
+               const void* pixels, const common::CancelEvent* cancel_event) {
   if (setjmp(png_jmpbuf(writer.png)) != 0) return false;
   constexpr std::size_t output_piece = std::size_t{1} << 18;
   png_set_user_limits(writer.png, 0x7fffffff, 0x7fffffff);
@@ -226,14 +227,19 @@ bool write_all(Writer& writer, const Layout& layout, png_const_bytep (*row)(cons
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   png_write_info(writer.png, writer.info);
   if (layout.bits == 16 && std::endian::native == std::endian::little) png_set_swap(writer.png);
-  for (int y = 0; y < layout.shape.height; ++y) png_write_row(writer.png, row(context, y));
+  for (int y = 0; y < layout.shape.height; ++y) {
+    if (cancel_event != nullptr && cancel_event->is_set()) return false;
+    png_write_row(writer.png, row(pixels, y));
+  }
   png_write_end(writer.png, writer.info);
   return true;
 }
 
-common::Bytes encoded(const Layout& layout, png_const_bytep (*row)(const void* context, int y), const void* context) {
+common::Bytes encoded(const Layout& layout, png_const_bytep (*row)(const void* pixels, int y), const void* pixels,
+                      const RunContext& context) {
   Writer writer;
-  if (!write_all(writer, layout, row, context)) {
+  if (!write_all(writer, layout, row, pixels, context.cancel_event)) {
+    context.check();
     throw std::runtime_error(std::string("A PNG could not be made: ") + writer.complaint.text + ".");
   }
   return std::move(writer.bytes);
@@ -243,8 +249,8 @@ struct MaskRows {
   const Mask& mask;
   mutable std::vector<std::uint8_t> packed;
 
-  static png_const_bytep row(const void* context, int y) {
-    const auto* rows = static_cast<const MaskRows*>(context);
+  static png_const_bytep row(const void* self, int y) {
+    const auto* rows = static_cast<const MaskRows*>(self);
     const std::span<const std::uint8_t> pixels = rows->mask.row(y);
     std::size_t x = 0;
     for (std::uint8_t& byte : rows->packed) {
@@ -256,24 +262,24 @@ struct MaskRows {
   }
 };
 
-png_const_bytep image_row(const void* context, int y) {
-  return static_cast<const Image*>(context)->read_only().ptr(y);
+png_const_bytep image_row(const void* image, int y) {
+  return static_cast<const Image*>(image)->read_only().ptr(y);
 }
 
 }  // namespace
 
-common::Bytes encode_png(const Image& image) {
+common::Bytes encode_png(const Image& image, const RunContext& context) {
   if (image.type() == PixelType::f32) throw std::invalid_argument("A PNG cannot hold 32-bit float pixels.");
   return encoded({.shape = image.shape(),
                   .bits = image.type() == PixelType::u16 ? 16 : 8,
                   .color_type = image.is_color() ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY},
-                 &image_row, &image);
+                 &image_row, &image, context);
 }
 
-common::Bytes encode_mask_png(const Mask& mask) {
+common::Bytes encode_mask_png(const Mask& mask, const RunContext& context) {
   const MaskRows rows{.mask = mask,
                       .packed = std::vector<std::uint8_t>(static_cast<std::size_t>((mask.shape().width + 7) / 8))};
-  return encoded({.shape = mask.shape(), .bits = 1, .filters = PNG_FILTER_NONE}, &MaskRows::row, &rows);
+  return encoded({.shape = mask.shape(), .bits = 1, .filters = PNG_FILTER_NONE}, &MaskRows::row, &rows, context);
 }
 
 }  // namespace orvexa::model

@@ -595,7 +595,7 @@ Decoded decode_tiff(const Input& input) {
 
 }  // namespace codecs
 
-common::Bytes encode_tiff(const Image& image) {
+common::Bytes encode_tiff(const Image& image, const RunContext& context) {
   MemoryFile file;
   const bool is_float = image.type() == PixelType::f32;
   // Offsets of the plain format have 32 bits; deflate may make noise a little larger than it was.
@@ -627,6 +627,7 @@ common::Bytes encode_tiff(const Image& image) {
     is_written = true;
     std::vector<std::byte> strip;  // libtiff applies the predictor in place, so it gets a copy
     for (int y = 0; is_written && y < image.height(); y += strip_rows) {
+      context.check();
       const std::size_t rows = static_cast<std::size_t>(std::min(strip_rows, image.height() - y));
       const auto* from = reinterpret_cast<const std::byte*>(image.read_only().ptr(y));
       strip.assign(from, from + rows * row_bytes);

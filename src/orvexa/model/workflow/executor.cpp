@@ -200,7 +200,7 @@ class FileNames {
 struct OutputFile {
   std::vector<Path> paths;  ///< the same content goes to each
   std::uintmax_t largest_bytes = 0;
-  std::function<common::Bytes()> content;
+  std::function<common::Bytes(const RunContext&)> content;
 };
 
 /// Everything a run found.
@@ -225,7 +225,7 @@ std::uintmax_t encoded_at_most(std::int64_t bytes) {
 
 OutputFile text_file(Path path, std::string text) {
   const std::uintmax_t size = text.size();
-  return {.paths = {std::move(path)}, .largest_bytes = size, .content = [text = std::move(text)] {
+  return {.paths = {std::move(path)}, .largest_bytes = size, .content = [text = std::move(text)](const RunContext&) {
             const auto bytes = common::as_byte_span(text);
             return common::Bytes(bytes.begin(), bytes.end());
           }};
@@ -233,13 +233,15 @@ OutputFile text_file(Path path, std::string text) {
 
 OutputFile mask_file(std::vector<Path> paths, const Mask& mask) {
   const std::uintmax_t size = encoded_at_most(mask.shape().pixels() / 8 + mask.shape().height);
-  return {.paths = std::move(paths), .largest_bytes = size, .content = [mask] { return encode_mask_png(mask); }};
+  return {.paths = std::move(paths), .largest_bytes = size, .content = [mask](const RunContext& context) {
+            return encode_mask_png(mask, context);
+          }};
 }
 
 OutputFile tiff_file(Path path, const Image& image) {
   return {.paths = {std::move(path)},
           .largest_bytes = encoded_at_most(static_cast<std::int64_t>(image.bytes())),
-          .content = [image] { return encode_tiff(image); }};
+          .content = [image](const RunContext& context) { return encode_tiff(image, context); }};
 }
 
 /// The number of the region at each pixel, 0 where there is none: 16-bit as long as the numbers fit.
@@ -271,9 +273,10 @@ void add_masks(const RunFindings& found, std::vector<OutputFile>& files) {
   }
   if (found.step_masks.empty()) files.push_back(mask_file({folder / "final.png"}, found.final_mask));
   if (!found.regions.is_single()) {
-    files.push_back({.paths = {folder / "regions.tif"},
-                     .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 4),
-                     .content = [&found] { return encode_tiff(region_image(found.regions)); }});
+    files.push_back(
+        {.paths = {folder / "regions.tif"},
+         .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 4),
+         .content = [&found](const RunContext& context) { return encode_tiff(region_image(found.regions), context); }});
   }
 }
 
@@ -283,10 +286,11 @@ void add_overlays(const CaptureSet& capture, const RunFindings& found, std::vect
   for (const auto& [measurement_name, measurement] : capture.measurements) {
     for (const auto& [image_name, image] : measurement->images) {
       if (!image.is_array()) continue;
-      files.push_back(
-          {.paths = {Path("overlays") / (names.unique(measurement_name + "_" + image_name) + ".png")},
-           .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 3),
-           .content = [overlay = info.get_mask_overlay_image(image)] { return encode_png(overlay.pixels()); }});
+      files.push_back({.paths = {Path("overlays") / (names.unique(measurement_name + "_" + image_name) + ".png")},
+                       .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 3),
+                       .content = [overlay = info.get_mask_overlay_image(image)](const RunContext& context) {
+                         return encode_png(overlay.pixels(), context);
+                       }});
     }
   }
 }
@@ -296,9 +300,10 @@ void add_images(const ResultBundle& bundle, std::vector<OutputFile>& files) {
   for (const auto& [operation, result] : bundle.results) {
     for (const auto& [image_name, image] : result.images) {
       const Path path = Path("images") / names.unique(operation + "_" + image_name);
-      files.push_back({.paths = {Path(path) += ".png"},
-                       .largest_bytes = encoded_at_most(static_cast<std::int64_t>(image.picture.bytes())),
-                       .content = [picture = image.picture] { return encode_png(picture); }});
+      files.push_back(
+          {.paths = {Path(path) += ".png"},
+           .largest_bytes = encoded_at_most(static_cast<std::int64_t>(image.picture.bytes())),
+           .content = [picture = image.picture](const RunContext& context) { return encode_png(picture, context); }});
       if (image.numbers) files.push_back(tiff_file(Path(path) += ".tif", *image.numbers));
     }
   }
@@ -334,7 +339,7 @@ void write_files(ResultsFolder& folder, const std::vector<OutputFile>& files, co
   folder.expect_free_space(needed);
   common::parallel_for(files.size(), [&](std::size_t index) {
     context.check();
-    const common::Bytes content = files[index].content();
+    const common::Bytes content = files[index].content(context);
     for (const Path& path : files[index].paths) folder.write(path, content, context);
   });
 }

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <utility>
+
+#include "orvexa/model/entities/capture_set.h"
+
+namespace orvexa::benchmarks {
+
+/// The two sizes that every benchmark is run at: a rate that holds for only one of them is not a rate.
+inline model::Shape shape_of(std::int64_t megapixels) {
+  return megapixels == 12 ? model::Shape{3000, 4000} : model::Shape{1500, 2000};
+}
+
+/// Discs in rows and columns, 200 pixels apart; the eight ones along each column take radii of 40 to 75 in turn.
+inline constexpr int disc_spacing = 200;
+inline int disc_count(model::Shape shape) {
+  return (shape.height / disc_spacing) * (shape.width / disc_spacing);
+}
+
+/// A drawn tray of bright discs on dark ground with the noise of a camera (sigma 2, fixed seed): measurement CLR with a
+/// colour image, and MSP with the 16-bit bands RED and NIR.
+inline std::shared_ptr<model::CaptureSet> drawn_capture(model::Shape shape) {
+  cv::RNG random(20190521);
+  cv::Mat noise(shape.height, shape.width, CV_16SC3);
+  random.fill(noise, cv::RNG::NORMAL, 0, 2);
+  cv::Mat color(shape.height, shape.width, CV_8UC3);
+  cv::Mat red(shape.height, shape.width, CV_16UC1);
+  cv::Mat near_infrared(shape.height, shape.width, CV_16UC1);
+  for (int y = 0; y < shape.height; ++y) {
+    for (int x = 0; x < shape.width; ++x) {
+      const int dx = x % disc_spacing - disc_spacing / 2;
+      const int dy = y % disc_spacing - disc_spacing / 2;
+      const int radius = 40 + 5 * (y / disc_spacing % 8);
+      const bool is_leaf = dx * dx + dy * dy <= radius * radius && y / disc_spacing < shape.height / disc_spacing &&
+                           x / disc_spacing < shape.width / disc_spacing;
+      const cv::Vec3s grain = noise.at<cv::Vec3s>(y, x);
+      const int shade = 8 * dx / disc_spacing;
+      const cv::Vec3i tint = is_leaf ? cv::Vec3i(90, 170, 60) : cv::Vec3i(70, 55, 45);
+      for (int c = 0; c < 3; ++c) {
+        color.at<cv::Vec3b>(y, x)[c] = cv::saturate_cast<std::uint8_t>(tint[c] + shade + grain[c]);
+      }
+      red.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>((is_leaf ? 3000 : 12000) + 40 * grain[0]);
+      near_infrared.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>((is_leaf ? 40000 : 15000) + 40 * grain[1]);
+    }
+  }
+  model::MeasurementMap measurements;
+  auto clr = std::make_shared<model::BaseMeasurement>();
+  clr->images.insert_or_assign("RGB", model::Image(std::move(color)));
+  auto msp = std::make_shared<model::BaseMeasurement>();
+  msp->images.insert_or_assign("RED", model::Image(std::move(red)));
+  msp->images.insert_or_assign("NIR", model::Image(std::move(near_infrared)));
+  measurements.insert_or_assign("CLR", std::move(clr));
+  measurements.insert_or_assign("MSP", std::move(msp));
+  auto header = std::make_shared<model::CaptureHeader>();
+  header->name = "tray";
+  header->white_level = 65535;
+  return std::make_shared<model::CaptureSet>(model::CaptureSet::Arguments{
+      .name = "tray", .header = std::move(header), .measurements = std::move(measurements), .bands = {}});
+}
+
+}  // namespace orvexa::benchmarks
