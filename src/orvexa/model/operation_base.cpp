@@ -97,10 +97,11 @@ MaybeValue to_text(const ParameterInfo&, const Value& value) {
 }
 
 MaybeValue to_choice(const ParameterInfo& parameter, const Value& value) {
-  if (!value.is_string()) return {};
-  const auto& text = value.get_ref<const std::string&>();
+  // A choice such as "8" may stand in a file as the number 8.
+  if (!value.is_string() && !value.is_number_integer()) return {};
+  std::string text = value.is_string() ? value.get<std::string>() : value.dump();
   const bool is_known = std::ranges::find(parameter.choices, text) != parameter.choices.end();
-  return is_known ? MaybeValue(value) : std::nullopt;
+  return is_known ? MaybeValue(std::move(text)) : std::nullopt;
 }
 
 using Conversion = MaybeValue (*)(const ParameterInfo&, const Value&);

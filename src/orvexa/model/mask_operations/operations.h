@@ -4,7 +4,20 @@
 
 namespace orvexa::model {
 
-/// The descriptions of the built-in mask operations, each in the file of its key. A new one is declared here and gets
-/// its row in registry.cpp.
+// The descriptions of the built-in mask operations, each in the file of its key. A new one is declared here and gets
+// its row in registry.cpp.
+[[nodiscard]] const MaskOperationInfo& roi_rect_info();
+[[nodiscard]] const MaskOperationInfo& roi_rects_info();
+[[nodiscard]] const MaskOperationInfo& threshold_range_info();
+[[nodiscard]] const MaskOperationInfo& threshold_auto_info();
+[[nodiscard]] const MaskOperationInfo& threshold_hsv_info();
+[[nodiscard]] const MaskOperationInfo& threshold_index_info();
+[[nodiscard]] const MaskOperationInfo& erode_info();
+[[nodiscard]] const MaskOperationInfo& dilate_info();
+[[nodiscard]] const MaskOperationInfo& open_info();
+[[nodiscard]] const MaskOperationInfo& close_info();
+[[nodiscard]] const MaskOperationInfo& fill_holes_info();
+[[nodiscard]] const MaskOperationInfo& remove_small_info();
+[[nodiscard]] const MaskOperationInfo& keep_regions_info();
 
 }  // namespace orvexa::model

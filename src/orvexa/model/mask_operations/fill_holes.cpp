@@ -1,0 +1,60 @@
+#include "orvexa/model/mask_operations/component_filter.h"
+#include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/mask_operations/units.h"
+
+namespace orvexa::model {
+
+namespace {
+
+class FillHoles final : public MaskOperation {
+  std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
+    const auto& unit = params.at("unit").get_ref<const std::string&>();
+    const double area_of_pixel = pixel_area_in(get_display_name(), unit, source);
+    const double max_area = params.at("max_area").get<double>();
+    const cv::Mat& mask = current->read_only();
+    cv::Mat background;
+    cv::bitwise_not(mask, background);
+    const Components components = label_components(background, 4, context());
+    std::vector<char> is_hole;
+    is_hole.reserve(components.components.size());
+    for (const Components::Component& component : components.components) {
+      const PixelRect& box = component.box;
+      const bool touches_border = box.x0 == 0 || box.y0 == 0 || box.x1 == mask.cols || box.y1 == mask.rows;
+      const bool is_small = max_area == 0 || reaches(max_area, double(component.area) * area_of_pixel);
+      is_hole.push_back(!touches_border && is_small);
+    }
+    cv::Mat filled = pixels_of_components(components, is_hole, context());
+    cv::bitwise_or(filled, mask, filled);
+    return Mask(std::move(filled));
+  }
+};
+
+}  // namespace
+
+const MaskOperationInfo& fill_holes_info() {
+  static const MaskOperationInfo info{
+      .key = "fill_holes",
+      .display_name = "Fill holes",
+      .category = "Shape of the mask",
+      .summary = "Fills the holes of the mask up to a size.",
+      .description =
+          "A hole is a 4-connected component of pixels outside the mask that does not touch the border of the image. "
+          "Holes of at most max_area are filled, with 0 holes of any size. Areas are in pixels, or in square "
+          "millimetres by the capture's scale. The result stays inside the regions of interest chosen so far, or "
+          "inside "
+          "the image where there are none.",
+      .source = "P. Soille, Morphological Image Analysis, 2nd edition, Springer 2003",
+      .parameters = {{.name = "max_area",
+                      .type = ParameterType::real,
+                      .default_value = 0.0,
+                      .min = 0.0,
+                      .unit = "px or mm2",
+                      .help = "The largest hole that is filled, in the unit chosen below; 0 fills holes of any size."},
+                     area_unit_parameter()},
+      ._preview_unconstrained = true,
+      .needs_mask = true,
+      .make = [] { return std::make_unique<FillHoles>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

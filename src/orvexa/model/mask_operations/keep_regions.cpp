@@ -1,0 +1,283 @@
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+
+#include "orvexa/common/parallel.h"
+#include "orvexa/common/text.h"
+#include "orvexa/model/bands.h"
+#include "orvexa/model/mask_operations/component_filter.h"
+#include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/shape_measures.h"
+
+namespace orvexa::model {
+
+namespace {
+
+/// One number a component; NaN where it is undefined.
+using Measures = std::vector<double>;
+
+constexpr double undefined = std::numeric_limits<double>::quiet_NaN();
+
+/// Calls `visit(component index, y, x)` for the pixels of all components in raster order, on one thread: sums of real
+/// numbers are then the same every time.
+template <typename BeginRow, typename Visit>
+void visit_pixels(const Components& components, const RunContext& context, const BeginRow& begin_row,
+                  const Visit& visit) {
+  const cv::Mat& labels = components.labels;
+  for (int y = 0; y < labels.rows; ++y) {
+    context.check();
+    begin_row(y);
+    const std::int32_t* label = labels.ptr<std::int32_t>(y);
+    for (int x = 0; x < labels.cols; ++x) {
+      if (label[x] != 0) visit(static_cast<std::size_t>(label[x] - 1), y, x);
+    }
+  }
+}
+
+Measures areas(const Components& components, double area_of_pixel) {
+  Measures result;
+  for (const Components::Component& component : components.components) {
+    result.push_back(double(component.area) * area_of_pixel);
+  }
+  return result;
+}
+
+/// From the centroid of the pixels' centres to a point in fractions of the image.
+Measures distances_to(const Components& components, double x_norm, double y_norm, double length_of_pixel,
+                      const RunContext& context) {
+  const std::size_t count = components.components.size();
+  std::vector<std::int64_t> sum_x(count, 0);
+  std::vector<std::int64_t> sum_y(count, 0);
+  visit_pixels(
+      components, context, [](int) {},
+      [&](std::size_t k, int y, int x) {
+        sum_x[k] += x;
+        sum_y[k] += y;
+      });
+  const double point_x = x_norm * components.labels.cols - 0.5;
+  const double point_y = y_norm * components.labels.rows - 0.5;
+  Measures result;
+  for (std::size_t k = 0; k < count; ++k) {
+    const auto n = double(components.components[k].area);
+    const double dx = double(sum_x[k]) / n - point_x;
+    const double dy = double(sum_y[k]) / n - point_y;
+    result.push_back(length_of_pixel * std::sqrt(dx * dx + dy * dy));
+  }
+  return result;
+}
+
+/// In fractions of white; values that are not finite are left out.
+Measures band_means(const Components& components, const Band& band, const RunContext& context) {
+  const std::size_t count = components.components.size();
+  std::vector<double> sum(count, 0.0);
+  std::vector<std::int64_t> n(count, 0);
+  std::vector<double> row(static_cast<std::size_t>(components.labels.cols));
+  visit_pixels(
+      components, context, [&](int y) { band.read_row(y, row); },
+      [&](std::size_t k, int, int x) {
+        const double value = row[static_cast<std::size_t>(x)];
+        if (!std::isfinite(value)) return;
+        sum[k] += value;
+        ++n[k];
+      });
+  Measures result;
+  for (std::size_t k = 0; k < count; ++k) {
+    result.push_back(n[k] > 0 ? sum[k] / double(n[k]) / band.white.counts : undefined);
+  }
+  return result;
+}
+
+/// @param measure  of a component as a picture of its box.
+Measures shapes(const Components& components, double (*measure)(const cv::Mat&), const RunContext& context) {
+  constexpr std::size_t block = 64;
+  const std::size_t count = components.components.size();
+  Measures result(count);
+  common::parallel_for((count + block - 1) / block, [&](std::size_t i) {
+    for (std::size_t k = i * block; k < std::min(count, (i + 1) * block); ++k) {
+      context.check();
+      const PixelRect& box = components.components[k].box;
+      cv::Mat picture;
+      cv::compare(components.labels(cv::Rect(cv::Point(box.x0, box.y0), cv::Point(box.x1, box.y1))),
+                  static_cast<double>(k + 1), picture, cv::CMP_EQ);
+      result[k] = measure(picture);
+    }
+  });
+  return result;
+}
+
+class KeepRegions final : public MaskOperation {
+  void check(const Value& params) const override {
+    const Value& min = params.at("min");
+    const Value& max = params.at("max");
+    if (!min.is_null() && !max.is_null() && min.get<double>() > max.get<double>()) {
+      throw std::invalid_argument("keep_regions: parameter \"min\" is " + common::number_text(min.get<double>()) +
+                                  ", but it must not be above \"max\", which is " +
+                                  common::number_text(max.get<double>()) + ".");
+    }
+  }
+
+  std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
+    const Components components = label_components(*current, 8, context());
+    const Measures measures = measured(source, components, params);
+    const std::vector<char> is_kept = chosen(measures, params);
+    Mask mask(pixels_of_components(components, is_kept, context()));
+    const auto kept = std::ranges::count(is_kept, char{1});
+    if (kept == 0) note = "no_region: none of the mask's " + std::to_string(is_kept.size()) + " regions is kept";
+    if (!params.at("make_regions").get<bool>()) return mask;
+    return mask.with_labels(region_labels(components, is_kept));
+  }
+
+  Measures measured(const ImageSource& source, const Components& components, const Value& params) const {
+    const auto& by = params.at("by").get_ref<const std::string&>();
+    const auto& unit = params.at("unit").get_ref<const std::string&>();
+    if (by == "area") {
+      const double side = pixel_length(get_display_name(), unit, source);
+      return areas(components, side * side);
+    }
+    if (by == "solidity") {
+      return shapes(
+          components, [](const cv::Mat& picture) { return double(pixel_area(picture)) / corner_hull(picture).area(); },
+          context());
+    }
+    if (by == "circularity") {
+      return shapes(
+          components,
+          [](const cv::Mat& picture) {
+            const double perimeter = crofton_perimeter(picture);
+            return 4 * CV_PI * double(pixel_area(picture)) / (perimeter * perimeter);
+          },
+          context());
+    }
+    if (by == "eccentricity") {
+      return shapes(
+          components, [](const cv::Mat& picture) { return fit_ellipse(picture).eccentricity; }, context());
+    }
+    if (by == "distance_to_point") {
+      const Value& point = params.at("point");
+      return distances_to(components, point.at(0).get<double>(), point.at(1).get<double>(),
+                          pixel_length(get_display_name(), unit, source), context());
+    }
+    return band_means(components, find_band(source, params.at("band").get<std::string>()), context());
+  }
+
+  static std::vector<char> chosen(const Measures& measures, const Value& params) {
+    std::vector<std::size_t> candidates;
+    for (std::size_t k = 0; k < measures.size(); ++k) {
+      if (std::isnan(measures[k])) continue;
+      if (!params.at("min").is_null() && !reaches(measures[k], params.at("min").get<double>())) continue;
+      if (!params.at("max").is_null() && !reaches(params.at("max").get<double>(), measures[k])) continue;
+      candidates.push_back(k);
+    }
+    const auto n = params.at("n").get<std::size_t>();
+    if (n > 0 && n < candidates.size()) {
+      const double sign = params.at("order").get_ref<const std::string&>() == "largest" ? 1.0 : -1.0;
+      std::ranges::stable_sort(candidates, [&](std::size_t a, std::size_t b) {
+        return sign * measures[a] > sign * measures[b];  // of equal ones the smaller label stays first
+      });
+      candidates.resize(n);
+    }
+    std::vector<char> is_chosen(measures.size(), 0);
+    for (const std::size_t k : candidates) is_chosen[k] = 1;
+    return is_chosen;
+  }
+
+  std::shared_ptr<const RegionLabels> region_labels(const Components& components,
+                                                    const std::vector<char>& is_kept) const {
+    auto regions = std::make_shared<RegionLabels>();
+    std::vector<std::int32_t> region_of_label{0};
+    for (const char kept : is_kept) {
+      if (kept != 0) regions->names.push_back("ROI_" + std::to_string(regions->names.size() + 1));
+      region_of_label.push_back(kept != 0 ? static_cast<std::int32_t>(regions->names.size()) : 0);
+    }
+    const cv::Mat& labels = components.labels;
+    regions->image.create(labels.rows, labels.cols, CV_32SC1);
+    for_each_stripe(labels.rows, labels.cols, context(), [&](int y0, int y1) {
+      for (int y = y0; y < y1; ++y) {
+        const std::int32_t* label = labels.ptr<std::int32_t>(y);
+        std::int32_t* region = regions->image.ptr<std::int32_t>(y);
+        for (int x = 0; x < labels.cols; ++x) region[x] = region_of_label[static_cast<std::size_t>(label[x])];
+      }
+    });
+    return regions;
+  }
+};
+
+}  // namespace
+
+const MaskOperationInfo& keep_regions_info() {
+  static const MaskOperationInfo info{
+      .key = "keep_regions",
+      .display_name = "Keep regions",
+      .category = "Shape of the mask",
+      .summary = "Keeps the connected regions of the mask by a measure of each.",
+      .description =
+          "The mask is split into 8-connected regions, numbered in raster order of their first pixel. A region is kept "
+          "when min <= measure <= max, where a limit without a value is none; with n above 0, of those only the n "
+          "regions with the largest (or smallest) measure, of equal ones the smaller number first. Measures: area, in "
+          "pixels or mm2; solidity, area / area of the convex hull of the pixels' corners; circularity, 4 pi area / "
+          "perimeter^2 with Crofton's perimeter in 4 directions, not clamped; eccentricity, sqrt(1 - l2 / l1) with the "
+          "eigenvalues l1 >= l2 of the covariance of the pixels' centres; distance_to_point, from the centroid to the "
+          "point, in pixels or mm; band_mean, the mean of the band in fractions of white, without pixels that are not "
+          "a number. A region whose measure is undefined is not kept. With make_regions the kept regions are measured "
+          "on their own as ROI_1, ROI_2, ... in the order of their numbers. No region left gives an empty mask with "
+          "the note no_region.",
+      .source =
+          "A. Rosenfeld, J. L. Pfaltz, Sequential Operations in Digital Picture Processing, J. ACM 13(4), 1966, "
+          "471-494; measures as in the operations area and shape_factors (ISO 9276-6)",
+      .parameters = {{.name = "by",
+                      .type = ParameterType::choice,
+                      .default_value = "area",
+                      .help = "The measure that decides.",
+                      .choices = {"area", "solidity", "circularity", "eccentricity", "distance_to_point", "band_mean"}},
+                     {.name = "min",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .help = "The lowest measure that is kept; without a value there is no such limit."},
+                     {.name = "max",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .help = "The highest measure that is kept; without a value there is no such limit."},
+                     {.name = "n",
+                      .type = ParameterType::integer,
+                      .default_value = 0,
+                      .min = 0.0,
+                      .max = 1000000.0,
+                      .unit = "regions",
+                      .help = "How many regions are kept at most; 0 keeps all that fit."},
+                     {.name = "order",
+                      .type = ParameterType::choice,
+                      .default_value = "largest",
+                      .help = "Whether the n regions with the largest or the smallest measure are kept.",
+                      .choices = {"largest", "smallest"}},
+                     {.name = "unit",
+                      .type = ParameterType::choice,
+                      .default_value = "px",
+                      .help = "Unit of area and distance: pixels, or mm2 and mm by the capture's scale.",
+                      .choices = {"px", "mm"}},
+                     {.name = "point",
+                      .type = ParameterType::point,
+                      .default_value = Value::array({0.5, 0.5}),
+                      .unit = "fraction of the image",
+                      .help = "The point for the measure distance_to_point.",
+                      .interaction = Interaction{"point"}},
+                     {.name = "band",
+                      .type = ParameterType::band,
+                      .default_value = "",
+                      .help =
+                          "The band for the measure band_mean; empty means the grey of the first colour image, else "
+                          "the first image."},
+                     {.name = "make_regions",
+                      .type = ParameterType::boolean,
+                      .default_value = false,
+                      .help = "Makes each kept region one that is measured on its own."}},
+      .needs_mask = true,
+      .make = [] { return std::make_unique<KeepRegions>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

@@ -1,0 +1,120 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "orvexa/common/text.h"
+#include "orvexa/model/auto_threshold.h"
+#include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/mask_operations/value_range.h"
+
+namespace orvexa::model {
+
+namespace {
+
+class ThresholdAuto final : public MaskOperation {
+  void check(const Value& params) const override {
+    const Value& min = params.at("min");
+    const Value& max = params.at("max");
+    if (!min.is_null() && !max.is_null() && min.get<double>() > max.get<double>()) {
+      throw std::invalid_argument("threshold_auto: parameter \"min\" is " + common::number_text(min.get<double>()) +
+                                  ", but it must not be above \"max\", which is " +
+                                  common::number_text(max.get<double>()) + ".");
+    }
+  }
+
+  std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
+    const Band band = find_band(source, params.at("band").get<std::string>());
+    const Band plane{band.plane(), 0, band.white, band.name, band.measurement};
+    const auto& method = params.at("method").get_ref<const std::string&>();
+    const Histogram histogram = masked_histogram(plane, current, context());
+    const auto found = auto_threshold_level(histogram, auto_threshold_method(method));
+    if (!found) {
+      note =
+          fmt::format("no_contrast: {} in {}, so the mask is empty",
+                      histogram.n == 0 ? "there is no pixel to look at" : "all pixels have the same value", band.name);
+      return Mask::empty(plane.shape());
+    }
+    double level = *found * params.at("factor").get<double>();
+    if (!params.at("min").is_null()) level = std::max(level, params.at("min").get<double>() * band.white.counts);
+    if (!params.at("max").is_null()) level = std::min(level, params.at("max").get<double>() * band.white.counts);
+    note = fmt::format("level {:.6g} counts ({:.6g} of white) in {} by {}", level, level / band.white.counts, band.name,
+                       method);
+
+    // A product such as 100 * 0.7 may fall a rounding short of a whole count; that must not move the count.
+    if (plane.image.type() != PixelType::f32) level += 1e-9 * std::abs(level);
+    const bool keeps_bright = params.at("polarity").get_ref<const std::string&>() == "bright";
+    const ValueRange range = keeps_bright ? values_above(level) : values_up_to(level);
+    return Mask(pixels_within(plane.image.read_only(), range, context()));
+  }
+};
+
+std::string methods_text() {
+  std::string text;
+  for (const AutoThresholdMethodInfo& info : auto_threshold_methods()) {
+    text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", info.name, info.description);
+  }
+  return text;
+}
+
+std::string sources_text() {
+  std::string text;
+  for (const AutoThresholdMethodInfo& info : auto_threshold_methods()) {
+    text += fmt::format("{}{}: {}", text.empty() ? "" : "; ", info.name, info.source);
+  }
+  return text;
+}
+
+}  // namespace
+
+const MaskOperationInfo& threshold_auto_info() {
+  static const MaskOperationInfo info{
+      .key = "threshold_auto",
+      .display_name = "Threshold: automatic",
+      .category = "Thresholds",
+      .summary = "Finds a level between dark and bright pixels of one band and keeps one side.",
+      .description =
+          "The level t is chosen from the histogram of the pixels inside the incoming mask, one bin a count for 8 and "
+          "16 bit, 4096 bins between the lowest and the highest value for float. Methods: " +
+          methods_text() +
+          ". The level, in counts, is multiplied by factor, then raised to min and lowered to max, which are fractions "
+          "of white. Bright keeps the pixels with a value > t, dark those with a value <= t. Pixels without contrast "
+          "(none, or all of one value) give an empty mask with the note no_contrast. Pixels that are not a number are "
+          "left out and never kept.",
+      .source = sources_text(),
+      .parameters = {{.name = "band",
+                      .type = ParameterType::band,
+                      .default_value = "",
+                      .help = "The band to look at; empty means the grey of the first colour image, else the first "
+                              "image."},
+                     {.name = "method",
+                      .type = ParameterType::choice,
+                      .default_value = "otsu",
+                      .help = "How the level is chosen.",
+                      .choices = auto_threshold_method_names()},
+                     {.name = "factor",
+                      .type = ParameterType::real,
+                      .default_value = 1.0,
+                      .min = 0.1,
+                      .max = 10.0,
+                      .help = "The level is multiplied by this number."},
+                     {.name = "min",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .unit = "fraction of white",
+                      .help = "The level is never below this value; without a value there is no such limit."},
+                     {.name = "max",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .unit = "fraction of white",
+                      .help = "The level is never above this value; without a value there is no such limit."},
+                     {.name = "polarity",
+                      .type = ParameterType::choice,
+                      .default_value = "bright",
+                      .help = "Which side of the level is kept.",
+                      .choices = {"bright", "dark"}}},
+      .make = [] { return std::make_unique<ThresholdAuto>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

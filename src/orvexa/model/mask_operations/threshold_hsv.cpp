@@ -1,0 +1,168 @@
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "orvexa/common/text.h"
+#include "orvexa/model/bands.h"
+#include "orvexa/model/mask_operations/operations.h"
+
+namespace orvexa::model {
+
+namespace {
+
+constexpr double least_saturation_with_hue = 0.02;
+constexpr double rounding = 1e-9;  ///< so that a hue or share exactly on a limit is not decided by its last bit
+
+struct Limits {
+  double from = 0;
+  double to = 0;
+
+  [[nodiscard]] bool hold(double value) const { return value >= from - rounding && value <= to + rounding; }
+};
+
+class HueLimits {
+ public:
+  HueLimits(double from, double to) : _from(from), _to(to) {}
+
+  [[nodiscard]] bool are_the_full_circle() const { return _to - _from >= 360 - rounding; }
+  [[nodiscard]] bool hold(double degrees) const {
+    if (_from <= _to)
+      return holds_unwrapped(degrees) || holds_unwrapped(degrees + 360) || holds_unwrapped(degrees - 360);
+    return degrees >= _from - rounding || degrees <= _to + rounding;
+  }
+
+ private:
+  [[nodiscard]] bool holds_unwrapped(double degrees) const { return Limits{_from, _to}.hold(degrees); }
+  double _from;
+  double _to;
+};
+
+/// Hue in degrees of 0 to 360 for the greatest and least of r, g, b; they differ.
+double hue_of(double r, double g, double b, double greatest, double least) {
+  const double chroma = greatest - least;
+  double sixth = 0;
+  if (greatest == r) {
+    sixth = (g - b) / chroma;
+  } else if (greatest == g) {
+    sixth = 2 + (b - r) / chroma;
+  } else {
+    sixth = 4 + (r - g) / chroma;
+  }
+  return 60 * (sixth < 0 ? sixth + 6 : sixth);
+}
+
+/// The three planes R, G, B: channels of the named colour image, or the roles.
+std::vector<Band> find_rgb(const ImageSource& source, const std::string& image) {
+  if (image.empty()) return find_roles(source, {"R", "G", "B"});
+  Band band = find_band(source, image);
+  if (!band.image.is_color()) {
+    throw std::runtime_error("threshold_hsv: " + band.name +
+                             " is a single-band image, and hue needs the three channels of a colour image.");
+  }
+  std::vector<Band> planes(3, band);
+  for (int channel = 0; channel < 3; ++channel) planes[static_cast<std::size_t>(channel)].channel = channel;
+  const std::string image_name = band.name.substr(0, band.name.rfind('.'));
+  for (std::size_t channel = 0; channel < 3; ++channel) planes[channel].name = image_name + "." + "RGB"[channel];
+  return planes;
+}
+
+class ThresholdHsv final : public MaskOperation {
+  void check(const Value& params) const override {
+    for (const std::string name : {"s", "v"}) {
+      const double low = params.at(name + "_min").get<double>();
+      const double high = params.at(name + "_max").get<double>();
+      if (low <= high) continue;
+      throw std::invalid_argument("threshold_hsv: parameter \"" + name + "_min\" is " + common::number_text(low) +
+                                  ", but it must not be above \"" + name + "_max\", which is " +
+                                  common::number_text(high) + ".");
+    }
+  }
+
+  std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
+    const std::vector<Band> rgb = find_rgb(source, params.at("image").get<std::string>());
+    note = "hue, saturation and value of " + rgb[0].name + ", " + rgb[1].name + ", " + rgb[2].name;
+    const auto number = [&](const char* name) { return params.at(name).get<double>(); };
+    const HueLimits hue(number("hue_from"), number("hue_to"));
+    const Limits saturation{number("s_min"), number("s_max")};
+    const Limits brightness{number("v_min"), number("v_max")};
+    const bool any_hue = hue.are_the_full_circle();
+    const auto is_kept = [&](double r, double g, double b) {
+      if (!std::isfinite(r + g + b)) return false;
+      r = std::clamp(r, 0.0, 1.0);
+      g = std::clamp(g, 0.0, 1.0);
+      b = std::clamp(b, 0.0, 1.0);
+      const double greatest = std::max({r, g, b});
+      const double least = std::min({r, g, b});
+      const double s = greatest > 0 ? (greatest - least) / greatest : 0.0;
+      if (!brightness.hold(greatest) || !saturation.hold(s)) return false;
+      if (any_hue) return true;
+      return s >= least_saturation_with_hue && hue.hold(hue_of(r, g, b, greatest, least));
+    };
+
+    const Shape shape = source.get_shape();
+    cv::Mat pixels(shape.height, shape.width, CV_8UC1);
+    for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
+      const auto width = static_cast<std::size_t>(shape.width);
+      std::vector<double> r(width);
+      std::vector<double> g(width);
+      std::vector<double> b(width);
+      for (int y = y0; y < y1; ++y) {
+        rgb[0].read_normalised_row(y, r);
+        rgb[1].read_normalised_row(y, g);
+        rgb[2].read_normalised_row(y, b);
+        const std::uint8_t* counts = current != nullptr ? current->row(y).data() : nullptr;
+        std::uint8_t* out = pixels.ptr<std::uint8_t>(y);
+        for (std::size_t x = 0; x < width; ++x) {
+          out[x] = (counts == nullptr || counts[x] != 0) && is_kept(r[x], g[x], b[x]) ? 255 : 0;
+        }
+      }
+    });
+    return Mask(std::move(pixels));
+  }
+};
+
+ParameterInfo limit_parameter(const char* name, double value, double max, const char* unit, const char* help) {
+  return {.name = name,
+          .type = ParameterType::real,
+          .default_value = value,
+          .min = 0.0,
+          .max = max,
+          .unit = unit,
+          .help = help};
+}
+
+}  // namespace
+
+const MaskOperationInfo& threshold_hsv_info() {
+  static const MaskOperationInfo info{
+      .key = "threshold_hsv",
+      .display_name = "Threshold: hue, saturation, value",
+      .category = "Thresholds",
+      .summary = "Keeps the pixels whose colour lies in a range of hue, saturation and value.",
+      .description =
+          "With R, G, B as fractions of white, cut to 0 to 1: value V = max(R, G, B), saturation S = (V - min) / V (0 "
+          "for black), hue H = 60 degrees times (G - B) / (V - min) where R is greatest, 2 + (B - R) / (V - min) where "
+          "G is, 4 + (R - G) / (V - min) where B is, taken round the circle. A pixel is kept when all three lie in "
+          "their ranges, limits included. A hue range whose start is above its end wraps over 0, so 350 to 10 are the "
+          "reds. A pixel with S < 0.02 has no hue and is outside every hue range but the full circle 0 to 360, which "
+          "asks nothing of the hue. Pixels that are not a number are never kept.",
+      .source = "A. R. Smith, Color Gamut Transform Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19",
+      .parameters = {{.name = "image",
+                      .type = ParameterType::band,
+                      .default_value = "",
+                      .help = "The colour image to look at; empty means the bands of the roles R, G and B of one "
+                              "measurement, or the colour picture of a capture without MSP."},
+                     limit_parameter("hue_from", 0.0, 360.0, "degrees", "The start of the hue range."),
+                     limit_parameter("hue_to", 360.0, 360.0, "degrees",
+                                     "The end of the hue range; below its start the range wraps over 0."),
+                     limit_parameter("s_min", 0.0, 1.0, "", "The lowest saturation that is kept."),
+                     limit_parameter("s_max", 1.0, 1.0, "", "The highest saturation that is kept."),
+                     limit_parameter("v_min", 0.0, 1.0, "fraction of white", "The lowest value that is kept."),
+                     limit_parameter("v_max", 1.0, 1.0, "fraction of white", "The highest value that is kept.")},
+      .make = [] { return std::make_unique<ThresholdHsv>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

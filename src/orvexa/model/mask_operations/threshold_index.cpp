@@ -1,0 +1,122 @@
+#include <fmt/format.h>
+
+#include <limits>
+#include <stdexcept>
+
+#include "orvexa/common/text.h"
+#include "orvexa/model/auto_threshold.h"
+#include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/mask_operations/value_range.h"
+#include "orvexa/model/spectral_indices.h"
+
+namespace orvexa::model {
+
+namespace {
+
+constexpr const char* no_method = "none";
+
+class ThresholdIndex final : public MaskOperation {
+  void check(const Value& params) const override {
+    const Value& low = params.at("low");
+    const Value& high = params.at("high");
+    if (!low.is_null() && !high.is_null() && low.get<double>() > high.get<double>()) {
+      throw std::invalid_argument("threshold_index: parameter \"low\" is " + common::number_text(low.get<double>()) +
+                                  ", but it must not be above \"high\", which is " +
+                                  common::number_text(high.get<double>()) + ".");
+    }
+    if (params.at("method") == no_method && params.at("polarity") == "dark") {
+      throw std::invalid_argument(
+          "threshold_index: parameter \"polarity\" is \"dark\", but without a method there is no level whose side "
+          "could "
+          "be chosen; give a method, or the limits low and high.");
+    }
+  }
+
+  std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
+    const SpectralIndex& index = get_spectral_index(params.at("index").get_ref<const std::string&>());
+    const IndexMap map = compute_index(source, index, context());
+    const std::string bands = common::joined(map.bands, ", ");
+
+    constexpr double infinity = std::numeric_limits<double>::infinity();
+    ValueRange limits{.low = -infinity, .high = infinity};
+    if (!params.at("low").is_null()) limits.low = params.at("low").get<double>();
+    if (!params.at("high").is_null()) limits.high = params.at("high").get<double>();
+    cv::Mat kept = pixels_within(map.values, limits, context());
+
+    const auto& method = params.at("method").get_ref<const std::string&>();
+    if (method == no_method) {
+      note = fmt::format("{} of {}", index.key, bands);
+      return Mask(std::move(kept));
+    }
+    const Histogram histogram = masked_histogram(map.values, current, context());
+    const auto level = auto_threshold_level(histogram, auto_threshold_method(method));
+    if (!level) {
+      note = fmt::format("no_contrast: {} of {} {}, so the mask is empty", index.key, bands,
+                         histogram.n == 0 ? "has no valid pixel to look at" : "has the same value everywhere");
+      return Mask::empty(source.get_shape());
+    }
+    note = fmt::format("level {:.6g} of {} of {} by {}", *level, index.key, bands, method);
+    const bool keeps_bright = params.at("polarity") == "bright";
+    const cv::Mat side =
+        pixels_within(map.values, keeps_bright ? values_above(*level) : values_up_to(*level), context());
+    cv::bitwise_and(kept, side, kept);
+    return Mask(std::move(kept));
+  }
+};
+
+std::vector<std::string> index_keys() {
+  std::vector<std::string> keys;
+  for (const SpectralIndex& index : spectral_indices()) keys.push_back(index.key);
+  return keys;
+}
+
+std::vector<std::string> methods_and_none() {
+  std::vector<std::string> names{no_method};
+  for (std::string& name : auto_threshold_method_names()) names.push_back(std::move(name));
+  return names;
+}
+
+}  // namespace
+
+const MaskOperationInfo& threshold_index_info() {
+  static const MaskOperationInfo info{
+      .key = "threshold_index",
+      .display_name = "Threshold: spectral index",
+      .category = "Thresholds",
+      .summary = "Keeps the pixels by the value of a spectral index, between limits or on one side of a found level.",
+      .description =
+          "The index is calculated from fractions of white for every pixel; its bands are chosen by their roles within "
+          "one measurement. A pixel is kept when low <= value <= high, where a limit without a value is none, and, "
+          "with a method, when its value is also above the level (bright) or not above it (dark) that threshold_auto's "
+          "method of that name finds in the histogram of the pixels inside the incoming mask, 4096 bins between the "
+          "lowest and the highest value. Pixels whose index is undefined (a zero denominator, no number) are left out "
+          "and never kept. Values without contrast give an empty mask with the note no_contrast.",
+      .source = "The index's own source, see the operation index_statistics; levels as threshold_auto",
+      .parameters = {{.name = "index",
+                      .type = ParameterType::choice,
+                      .default_value = "ndvi",
+                      .help = "The spectral index.",
+                      .choices = index_keys()},
+                     {.name = "low",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .help = "The lowest index that is kept; without a value there is no such limit."},
+                     {.name = "high",
+                      .type = ParameterType::real,
+                      .default_value = nullptr,
+                      .help = "The highest index that is kept; without a value there is no such limit."},
+                     {.name = "method",
+                      .type = ParameterType::choice,
+                      .default_value = "otsu",
+                      .help = "How a level is found besides the limits; none for the limits alone.",
+                      .choices = methods_and_none()},
+                     {.name = "polarity",
+                      .type = ParameterType::choice,
+                      .default_value = "bright",
+                      .help = "Which side of the found level is kept.",
+                      .choices = {"bright", "dark"}}},
+      .make = [] { return std::make_unique<ThresholdIndex>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

@@ -1,0 +1,68 @@
+#include <stdexcept>
+
+#include "orvexa/common/text.h"
+#include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/mask_operations/value_range.h"
+
+namespace orvexa::model {
+
+namespace {
+
+class ThresholdRange final : public MaskOperation {
+  void check(const Value& params) const override {
+    const double low = params.at("low").get<double>();
+    const double high = params.at("high").get<double>();
+    if (low > high) {
+      throw std::invalid_argument("threshold_range: parameter \"low\" is " + common::number_text(low) +
+                                  ", but it must not be above \"high\", which is " + common::number_text(high) + ".");
+    }
+  }
+
+  std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {
+    const Band band = find_band(source, params.at("band").get<std::string>());
+    const ValueRange range{.low = low_limit_in_counts(band, params.at("low").get<double>()),
+                           .high = high_limit_in_counts(band, params.at("high").get<double>()),
+                           .is_inverted = params.at("invert").get<bool>()};
+    return Mask(pixels_within(band.plane().read_only(), range, context()));
+  }
+};
+
+}  // namespace
+
+const MaskOperationInfo& threshold_range_info() {
+  static const MaskOperationInfo info{
+      .key = "threshold_range",
+      .display_name = "Threshold: range",
+      .category = "Thresholds",
+      .summary = "Keeps the pixels of one band whose values lie between two limits.",
+      .description =
+          "A pixel is kept when low <= v <= high, where v is its count divided by the white level: the declared one, "
+          "else 255, 65535 or 1.0 by the image's type. The comparison is exact in counts: in 8 and 16 bit a limit "
+          "within a millionth of white of a whole count means that count, so 0.392157 is count 100 of 255; in a float "
+          "image limits are rounded to its type. Limits may lie outside 0 to 1. With invert the pixels outside the "
+          "range are kept. Pixels that are not a number are never kept.",
+      .source = "R. C. Gonzalez, R. E. Woods, Digital Image Processing, 4th edition, Pearson 2018, section 10.3",
+      .parameters = {{.name = "band",
+                      .type = ParameterType::band,
+                      .default_value = "",
+                      .help = "The band to look at; empty means the grey of the first colour image, else the first "
+                              "image."},
+                     {.name = "low",
+                      .type = ParameterType::real,
+                      .default_value = 0.0,
+                      .unit = "fraction of white",
+                      .help = "The lowest value that is kept."},
+                     {.name = "high",
+                      .type = ParameterType::real,
+                      .default_value = 1.0,
+                      .unit = "fraction of white",
+                      .help = "The highest value that is kept."},
+                     {.name = "invert",
+                      .type = ParameterType::boolean,
+                      .default_value = false,
+                      .help = "Keeps the pixels outside the range instead."}},
+      .make = [] { return std::make_unique<ThresholdRange>(); }};
+  return info;
+}
+
+}  // namespace orvexa::model

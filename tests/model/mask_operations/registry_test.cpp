@@ -1,0 +1,244 @@
+#include "orvexa/model/mask_operations/registry.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <cmath>
+#include <limits>
+#include <set>
+
+#include "mask_operations/mask_operation_support.h"
+
+namespace orvexa::model {
+namespace {
+
+using test::flat_image;
+
+std::string name_of(const testing::TestParamInfo<const MaskOperationInfo*>& info) {
+  return info.param->key;
+}
+
+class EveryMaskOperation : public testing::TestWithParam<const MaskOperationInfo*> {};
+
+INSTANTIATE_TEST_SUITE_P(Registry, EveryMaskOperation, testing::ValuesIn(get_all_mask_operation_infos()), name_of);
+
+bool is_sentence(const std::string& text) {
+  return text.size() > 2 && std::isupper(static_cast<unsigned char>(text.front())) != 0 && text.back() == '.';
+}
+
+TEST_P(EveryMaskOperation, DescribesItselfCompletely) {
+  const MaskOperationInfo& info = *GetParam();
+  EXPECT_FALSE(info.display_name.empty());
+  EXPECT_FALSE(info.category.empty());
+  EXPECT_TRUE(is_sentence(info.summary)) << info.summary;
+  EXPECT_TRUE(is_sentence(info.description)) << info.description;
+  EXPECT_FALSE(info.source.empty());
+  std::set<std::string> names;
+  for (const ParameterInfo& parameter : info.all_parameters()) {
+    SCOPED_TRACE(parameter.name);
+    EXPECT_TRUE(names.insert(parameter.name).second) << "the name is used twice";
+    EXPECT_TRUE(is_sentence(parameter.help)) << parameter.help;
+    const bool is_choice = parameter.type == ParameterType::choice || parameter.type == ParameterType::choices;
+    EXPECT_EQ(is_choice, !parameter.choices.empty());
+  }
+}
+
+TEST_P(EveryMaskOperation, AcceptsItsOwnDefaultsAndLeavesThemAsTheyAre) {
+  const MaskOperationInfo& info = *GetParam();
+  const Value defaults = info.get_default_params();
+  EXPECT_EQ(info()->validate_params(Value::object()), defaults);
+  EXPECT_EQ(info()->validate_params(defaults).dump(), defaults.dump());
+}
+
+/// Images of every kind that a file can bring, among them the ones that break careless arithmetic.
+std::vector<std::pair<std::string, std::shared_ptr<CaptureSet>>> awkward_captures() {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto color = [](int height, int width, int depth, const cv::Scalar& value) {
+    return Image(cv::Mat(height, width, CV_MAKETYPE(depth, 3), value));
+  };
+  const auto plane = [](int height, int width, int depth, double value) {
+    return Image(cv::Mat(height, width, CV_MAKETYPE(depth, 1), cv::Scalar(value)));
+  };
+  std::vector<std::pair<std::string, std::shared_ptr<CaptureSet>>> captures;
+  for (const auto& [height, width] : {std::pair(1, 1), std::pair(1, 70), std::pair(70, 1), std::pair(5, 9)}) {
+    for (const auto& [type, depth, white] :
+         {std::tuple("8-bit", CV_8U, 255.0), std::tuple("16-bit", CV_16U, 65535.0), std::tuple("float", CV_32F, 1.0)}) {
+      for (const double share : {0.0, 1.0}) {
+        const std::string name = std::to_string(height) + "x" + std::to_string(width) + " " + type +
+                                 (share > 0 ? " white" : " black");
+        captures.emplace_back(name + " colour",
+                              test::capture("c", {{"CLR", {{"RGB", color(height, width, depth,
+                                                                         cv::Scalar::all(share * white))}}}}));
+        captures.emplace_back(name + " grey",
+                              test::capture("c", {{"GRY", {{"GRY", plane(height, width, depth, share * white)}}}}));
+        captures.emplace_back(name + " bands",
+                              test::capture("c", {{"MSP",
+                                                   {{"RED", plane(height, width, depth, share * white)},
+                                                    {"NIR", plane(height, width, depth, (1 - share) * white)}}}}));
+      }
+    }
+    captures.emplace_back(
+        std::to_string(height) + "x" + std::to_string(width) + " not a number",
+        test::capture("c", {{"CLR", {{"RGB", color(height, width, CV_32F, cv::Scalar::all(nan))}}},
+                            {"MSP", {{"RED", plane(height, width, CV_32F, nan)},
+                                     {"GRN", plane(height, width, CV_32F, nan)},
+                                     {"BLU", plane(height, width, CV_32F, nan)},
+                                     {"NIR", plane(height, width, CV_32F, nan)}}}}));
+  }
+  return captures;
+}
+
+TEST_P(EveryMaskOperation, GivesAMaskInsideItsBoundsOrASentenceForAnyImageAndMask) {
+  const MaskOperationInfo& info = *GetParam();
+  for (const auto& [name, capture] : awkward_captures()) {
+    SCOPED_TRACE(name);
+    const Shape shape = capture->get_shape();
+    cv::Mat checkered(shape.height, shape.width, CV_8UC1);
+    for (int y = 0; y < shape.height; ++y) {
+      for (int x = 0; x < shape.width; ++x) {
+        checkered.at<std::uint8_t>(y, x) = static_cast<std::uint8_t>((x + y) % 2 == 0 ? 255 : 0);
+      }
+    }
+    const std::vector<std::optional<Mask>> masks{std::nullopt, Mask::empty(shape), Mask::full(shape), Mask(checkered)};
+    for (const std::optional<Mask>& mask : masks) {
+      try {
+        const auto result = info()->apply({.image_stack = *capture, .current_mask = mask});
+        ASSERT_TRUE(result);
+        EXPECT_EQ(result->shape(), shape);
+        if (mask && !info._preview_unconstrained) EXPECT_EQ(*result & *mask, *result);
+      } catch (const std::runtime_error& e) {
+        EXPECT_TRUE(is_sentence(e.what())) << e.what();
+        EXPECT_TRUE(!mask || info.key == "threshold_hsv" || info.key == "threshold_index") << e.what();
+      }
+    }
+  }
+}
+
+TEST_P(EveryMaskOperation, LeavesTheImagesAndTheIncomingMaskAsTheyWere) {
+  const MaskOperationInfo& info = *GetParam();
+  const auto capture = test::random_capture(7, 40, 30);
+  const Mask mask = test::random_mask(8, 40, 30, 0.6);
+  const std::size_t images_before = test::hash_of(*capture);
+  const std::size_t mask_before = test::hash_of(mask.read_only());
+  ASSERT_TRUE(info()->apply({.image_stack = *capture, .current_mask = mask}));
+  EXPECT_EQ(test::hash_of(*capture), images_before);
+  EXPECT_EQ(test::hash_of(mask.read_only()), mask_before);
+}
+
+TEST_P(EveryMaskOperation, ReadsAWholeCaptureAndItsBareImagesAlike) {
+  const MaskOperationInfo& info = *GetParam();
+  const auto capture = test::random_capture(9, 40, 30);
+  const Mask mask = test::random_mask(10, 40, 30, 0.6);
+  const ImageStack stack = capture->image_stack();
+  EXPECT_EQ(info()->apply({.image_stack = *capture, .current_mask = mask}),
+            info()->apply({.image_stack = stack, .current_mask = mask}));
+}
+
+TEST_P(EveryMaskOperation, GivesTheSameWithAnyNumberOfThreads) {
+  const MaskOperationInfo& info = *GetParam();
+  // Wide enough for several stripes of a quarter of a megapixel.
+  const auto capture = test::random_capture(11, 700, 1500);
+  const Mask mask = test::random_mask(12, 700, 1500, 0.6);
+  std::optional<Mask> first;
+  for (const int threads : {1, 2, 3, 7}) {
+    SCOPED_TRACE(threads);
+    const test::ThreadCount limit(threads);
+    const auto result = info()->apply({.image_stack = *capture, .current_mask = mask});
+    ASSERT_TRUE(result);
+    if (!first) first = result;
+    EXPECT_EQ(*result, *first);
+    ASSERT_EQ(result->labels() == nullptr, first->labels() == nullptr);
+    if (result->labels() != nullptr) {
+      EXPECT_EQ(test::hash_of(result->labels()->image), test::hash_of(first->labels()->image));
+      EXPECT_EQ(result->labels()->names, first->labels()->names);
+    }
+  }
+}
+
+TEST_P(EveryMaskOperation, EndsWithoutAResultOnceCancelled) {
+  const MaskOperationInfo& info = *GetParam();
+  const auto capture = test::random_capture(13, 20, 20);
+  common::CancelEvent cancel;
+  cancel.set();
+  const auto operation = info();
+  operation->set_context({.cancel_event = &cancel, .progress = {}});
+  EXPECT_THROW(static_cast<void>(operation->apply(
+                   {.image_stack = *capture, .current_mask = Mask::full({20, 20})})),
+               CancelledError);
+}
+
+TEST_P(EveryMaskOperation, CarriesRegionsAndBoundsOn) {
+  const MaskOperationInfo& info = *GetParam();
+  const auto capture = test::random_capture(14, 40, 30);
+  auto labels = std::make_shared<RegionLabels>();
+  labels->image = cv::Mat(40, 30, CV_32SC1, cv::Scalar(1));
+  labels->names = {"tray"};
+  cv::Mat left(40, 30, CV_8UC1, cv::Scalar(0));
+  left.colRange(0, 20).setTo(255);
+  const Mask bounds{left};
+  const Mask mask = (test::random_mask(15, 40, 30, 0.5) & bounds).with_labels(labels).with_bounds(bounds);
+  const auto result = info()->apply({.image_stack = *capture, .current_mask = mask});
+  ASSERT_TRUE(result);
+  ASSERT_TRUE(result->bounds());
+  EXPECT_EQ(*result->bounds(), bounds) << "a rectangle of the whole image narrows no bounds";
+  EXPECT_EQ(*result & bounds, *result) << "nothing grows beyond the bounds";
+  ASSERT_NE(result->labels(), nullptr);
+  if (info.key == "roi_rects") {
+    EXPECT_THAT(result->labels()->names, testing::ElementsAre("ROI_1"));
+  } else {
+    EXPECT_EQ(result->labels(), labels);
+  }
+}
+
+TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
+  std::vector<std::string> keys;
+  for (const MaskOperationInfo* info : get_all_mask_operation_infos()) keys.push_back(info->key);
+  EXPECT_THAT(keys, testing::ElementsAre("roi_rect", "roi_rects", "threshold_range", "threshold_auto", "threshold_hsv",
+                                         "threshold_index", "erode", "dilate", "open", "close", "fill_holes",
+                                         "remove_small", "keep_regions"));
+  std::vector<std::string> mapped;
+  for (const auto& [key, info] : get_available_mask_operations()) {
+    EXPECT_EQ(key, info->key);
+    mapped.push_back(key);
+  }
+  EXPECT_EQ(mapped, keys);
+}
+
+TEST(MaskRegistry, FindsAnOperationByKeyAndNamesTheNearestForAMisspeltOne) {
+  EXPECT_EQ(get_mask_operation("erode").key, "erode");
+  EXPECT_EQ(find_mask_operation("erode"), &get_mask_operation("erode"));
+  EXPECT_EQ(find_mask_operation("errode"), nullptr);
+  try {
+    static_cast<void>(get_mask_operation("treshold_auto"));
+    FAIL() << "an unknown key was found";
+  } catch (const std::invalid_argument& e) {
+    EXPECT_STREQ(e.what(), "There is no mask operation \"treshold_auto\" (did you mean \"threshold_auto\"?).");
+  }
+}
+
+TEST(MaskRegistry, HoldsOtherOperationsWhileAnOverrideLives) {
+  {
+    std::vector<std::string> accesses;
+    const MaskRegistryOverride override_({&get_mask_operation("open")},
+                                         [&](std::string_view key) { accesses.emplace_back(key); });
+    EXPECT_EQ(get_all_mask_operation_infos().size(), 1u);
+    EXPECT_EQ(find_mask_operation("erode"), nullptr);
+    {
+      const MaskRegistryOverride inner({});
+      EXPECT_TRUE(get_all_mask_operation_infos().empty());
+    }
+    EXPECT_EQ(get_mask_operation("open").key, "open");
+    EXPECT_THAT(accesses, testing::ElementsAre("", "erode", "open"));
+  }
+  EXPECT_EQ(get_all_mask_operation_infos().size(), 13u);
+}
+
+TEST(MaskRegistry, PassesOnThatAnOverrideCannotBeBuilt) {
+  const MaskRegistryOverride broken({}, [](std::string_view) { throw std::runtime_error("broken"); });
+  EXPECT_THROW(static_cast<void>(get_available_mask_operations()), std::runtime_error);
+  EXPECT_THROW(static_cast<void>(get_mask_operation("open")), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace orvexa::model
