@@ -8,7 +8,8 @@
 #include <limits>
 #include <set>
 
-#include "mask_operations/mask_operation_support.h"
+#include "support/base_images.h"
+#include "support/mask_operations.h"
 
 namespace orvexa::model {
 namespace {
@@ -65,11 +66,11 @@ std::vector<std::pair<std::string, std::shared_ptr<CaptureSet>>> awkward_capture
     for (const auto& [type, depth, white] :
          {std::tuple("8-bit", CV_8U, 255.0), std::tuple("16-bit", CV_16U, 65535.0), std::tuple("float", CV_32F, 1.0)}) {
       for (const double share : {0.0, 1.0}) {
-        const std::string name = std::to_string(height) + "x" + std::to_string(width) + " " + type +
-                                 (share > 0 ? " white" : " black");
-        captures.emplace_back(name + " colour",
-                              test::capture("c", {{"CLR", {{"RGB", color(height, width, depth,
-                                                                         cv::Scalar::all(share * white))}}}}));
+        const std::string name =
+            std::to_string(height) + "x" + std::to_string(width) + " " + type + (share > 0 ? " white" : " black");
+        captures.emplace_back(
+            name + " colour",
+            test::capture("c", {{"CLR", {{"RGB", color(height, width, depth, cv::Scalar::all(share * white))}}}}));
         captures.emplace_back(name + " grey",
                               test::capture("c", {{"GRY", {{"GRY", plane(height, width, depth, share * white)}}}}));
         captures.emplace_back(name + " bands",
@@ -78,13 +79,13 @@ std::vector<std::pair<std::string, std::shared_ptr<CaptureSet>>> awkward_capture
                                                     {"NIR", plane(height, width, depth, (1 - share) * white)}}}}));
       }
     }
-    captures.emplace_back(
-        std::to_string(height) + "x" + std::to_string(width) + " not a number",
-        test::capture("c", {{"CLR", {{"RGB", color(height, width, CV_32F, cv::Scalar::all(nan))}}},
-                            {"MSP", {{"RED", plane(height, width, CV_32F, nan)},
-                                     {"GRN", plane(height, width, CV_32F, nan)},
-                                     {"BLU", plane(height, width, CV_32F, nan)},
-                                     {"NIR", plane(height, width, CV_32F, nan)}}}}));
+    captures.emplace_back(std::to_string(height) + "x" + std::to_string(width) + " not a number",
+                          test::capture("c", {{"CLR", {{"RGB", color(height, width, CV_32F, cv::Scalar::all(nan))}}},
+                                              {"MSP",
+                                               {{"RED", plane(height, width, CV_32F, nan)},
+                                                {"GRN", plane(height, width, CV_32F, nan)},
+                                                {"BLU", plane(height, width, CV_32F, nan)},
+                                                {"NIR", plane(height, width, CV_32F, nan)}}}}));
   }
   return captures;
 }
@@ -106,7 +107,9 @@ TEST_P(EveryMaskOperation, GivesAMaskInsideItsBoundsOrASentenceForAnyImageAndMas
         const auto result = info()->apply({.image_stack = *capture, .current_mask = mask});
         ASSERT_TRUE(result);
         EXPECT_EQ(result->shape(), shape);
-        if (mask && !info._preview_unconstrained) EXPECT_EQ(*result & *mask, *result);
+        if (mask && !info._preview_unconstrained) {
+          EXPECT_EQ(*result & *mask, *result);
+        }
       } catch (const std::runtime_error& e) {
         EXPECT_TRUE(is_sentence(e.what())) << e.what();
         EXPECT_TRUE(!mask || info.key == "threshold_hsv" || info.key == "threshold_index") << e.what();
@@ -119,10 +122,10 @@ TEST_P(EveryMaskOperation, LeavesTheImagesAndTheIncomingMaskAsTheyWere) {
   const MaskOperationInfo& info = *GetParam();
   const auto capture = test::random_capture(7, 40, 30);
   const Mask mask = test::random_mask(8, 40, 30, 0.6);
-  const std::size_t images_before = test::hash_of(*capture);
+  const auto images_before = test::base_image_hashes(*capture);
   const std::size_t mask_before = test::hash_of(mask.read_only());
   ASSERT_TRUE(info()->apply({.image_stack = *capture, .current_mask = mask}));
-  EXPECT_EQ(test::hash_of(*capture), images_before);
+  EXPECT_EQ(test::base_image_hashes(*capture), images_before);
   EXPECT_EQ(test::hash_of(mask.read_only()), mask_before);
 }
 
@@ -156,15 +159,41 @@ TEST_P(EveryMaskOperation, GivesTheSameWithAnyNumberOfThreads) {
   }
 }
 
-TEST_P(EveryMaskOperation, EndsWithoutAResultOnceCancelled) {
+/// Sets the flag when the operation first looks at the images: after `apply` itself has looked at the flag.
+class CancellingSource final : public ImageSource {
+ public:
+  CancellingSource(const ImageSource& source, common::CancelEvent& cancel) : _source(source), _cancel(cancel) {}
+  Shape get_shape() const override {
+    _cancel.set();
+    return _source.get_shape();
+  }
+  std::vector<std::string> get_measurement_types() const override { return _source.get_measurement_types(); }
+  std::vector<std::string> image_names(std::string_view measurement) const override {
+    return _source.image_names(measurement);
+  }
+  std::optional<Image> find_image(std::string_view measurement, std::string_view image) const override {
+    return _source.find_image(measurement, image);
+  }
+  WhiteLevel white_level(std::string_view measurement, std::string_view image) const override {
+    return _source.white_level(measurement, image);
+  }
+  std::optional<BandInfo> find_band(std::string_view image) const override { return _source.find_band(image); }
+  std::optional<double> millimetres_per_pixel() const override { return _source.millimetres_per_pixel(); }
+
+ private:
+  const ImageSource& _source;
+  common::CancelEvent& _cancel;
+};
+
+TEST_P(EveryMaskOperation, EndsWithoutAResultOnceCancelledWhileItWorks) {
   const MaskOperationInfo& info = *GetParam();
+  if (info._is_roi_operation) GTEST_SKIP() << "rectangles are filled in one go, in a few milliseconds";
   const auto capture = test::random_capture(13, 20, 20);
   common::CancelEvent cancel;
-  cancel.set();
+  const CancellingSource source(*capture, cancel);
   const auto operation = info();
   operation->set_context({.cancel_event = &cancel, .progress = {}});
-  EXPECT_THROW(static_cast<void>(operation->apply(
-                   {.image_stack = *capture, .current_mask = Mask::full({20, 20})})),
+  EXPECT_THROW(static_cast<void>(operation->apply({.image_stack = source, .current_mask = Mask::full({20, 20})})),
                CancelledError);
 }
 

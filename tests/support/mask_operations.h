@@ -22,16 +22,6 @@ inline std::size_t hash_of(const cv::Mat& pixels) {
   return hash;
 }
 
-inline std::size_t hash_of(const model::ImageSource& source) {
-  std::size_t hash = 0;
-  for (const std::string& measurement : source.get_measurement_types()) {
-    for (const std::string& image : source.image_names(measurement)) {
-      hash = hash * 31 + hash_of(source.find_image(measurement, image)->read_only());
-    }
-  }
-  return hash;
-}
-
 /// Each pixel is set with the given probability.
 inline model::Mask random_mask(unsigned seed, int height, int width, double share) {
   std::mt19937 random(seed);
