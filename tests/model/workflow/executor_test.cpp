@@ -534,6 +534,45 @@ TEST_F(ExecutorWithFakes, ProgressIsWordsAPersonUnderstands) {
               ElementsAre("Mask 1 of 2: left", "Mask 2 of 2: upper", "Result 1 of 1: count", "Saving results"));
 }
 
+TEST_F(ExecutorTest, TheFolderIsTheSameByteForByteWhateverTheNumberOfThreadsAndFromRunToRun) {
+  // Real operations on pictures of several stripes.
+  cv::Mat color(900, 1300, CV_8UC3);
+  cv::Mat near_infrared(900, 1300, CV_16UC1);
+  cv::RNG random(7);
+  random.fill(color, cv::RNG::UNIFORM, 0, 256);
+  random.fill(near_infrared, cv::RNG::UNIFORM, 0, 60000);
+  const Image color_image{std::move(color)};
+  const Image band_image{std::move(near_infrared)};
+  const auto capture =
+      test::capture("plot", {{"CLR", {{"RGB", color_image}}}, {"MSP", {{"NIR", band_image}, {"RED", band_image}}}});
+  Workflow workflow;
+  workflow.mask_operations = {
+      mask_op("roi_rects", {{"rects", {{0.3, 0.3, 0.4, 0.5}, {0.7, 0.6, 0.5, 0.5}, {0.1, 0.9, 0.1, 0.1}}}}),
+      mask_op("threshold_auto"), mask_op("open"), mask_op("fill_holes")};
+  for (const auto& [key, info] : get_available_result_operations())
+    workflow.result_operations.push_back(result_op(key));
+  ASSERT_FALSE(workflow.result_operations.empty());
+
+  std::map<std::string, std::string> first;
+  for (const int threads : {1, 2, 3, 7, 1}) {
+    SCOPED_TRACE(threads);
+    common::set_thread_count(threads);
+    const RunOutput made = run(workflow, capture);
+    auto content = content_of(made.results_folder);
+    ASSERT_EQ(content.erase("provenance.json"), 1u);
+    if (first.empty()) {
+      first = content;
+      EXPECT_FALSE(made.bundle.results.at("area").error);
+      ASSERT_EQ(made.region_metrics.size(), 3u);
+      EXPECT_GT(made.region_metrics.at("ROI_1").at("area").get<int>(), 0);
+      continue;
+    }
+    for (const auto& [name, bytes] : first) EXPECT_TRUE(content[name] == bytes) << name;
+    EXPECT_EQ(content.size(), first.size());
+  }
+  common::set_thread_count(0);
+}
+
 TEST_F(ExecutorTest, AllStepsSeeTheBasePixelsAndLeaveThemAlone) {
   const auto look = fake_mask("look", [](FakeMask&, const ImageSource& source, const Mask*, const Value&) {
     EXPECT_EQ(source.find_image("MSP", "NIR")->row<std::uint16_t>(2)[4], 2040);

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -260,22 +261,35 @@ TEST(ResultsFolder, AFileLargerThanTheSystemAllowsIsASentenceAndLeavesNothing) {
 }
 
 TEST(ResultsFolder, AFullDiskIsASentenceAndLeavesNothing) {
+  // A child with a view of its own of what is mounted where gets a small disk; nobody else sees it.
   const test::TemporaryFolder place;
-  if (mount("none", place.path().c_str(), "tmpfs", 0, "size=256k") != 0) {
-    GTEST_SKIP() << "this machine does not let the test make a small disk";
+  const test::TemporaryFolder notes;
+  constexpr int no_small_disk = 77;
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    if (unshare(CLONE_NEWNS) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) _exit(no_small_disk);
+    if (mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", place.path().c_str(), "tmpfs", 0, "size=256k") != 0) {
+      _exit(no_small_disk);
+    }
+    {
+      ResultsFolder folder(place.path(), "plot");
+      notes.write("beforehand", thrown([&] { folder.expect_free_space(1'000'000); }));
+      notes.write("write", thrown([&] { folder.write("metrics.json", bytes(std::string(1'000'000, 'x')), {}); }));
+    }
+    notes.write("left", std::to_string(place.entries().size()));
+    _exit(0);
   }
-  std::string text;
-  std::string beforehand;
-  {
-    ResultsFolder folder(place.path(), "plot");
-    beforehand = thrown([&] { folder.expect_free_space(1'000'000); });
-    text = thrown([&] { folder.write("metrics.json", bytes(std::string(1'000'000, 'x')), {}); });
-  }
-  const auto left = place.entries();
-  umount(place.path().c_str());
-  EXPECT_EQ(text, "metrics.json cannot be written into \"" + place.path().string() + "\": No space left on device.");
-  EXPECT_THAT(beforehand, HasSubstr("kB left, and the results may need 1.0 MB."));
-  EXPECT_THAT(left, IsEmpty());
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status));
+  if (WEXITSTATUS(status) == no_small_disk) GTEST_SKIP() << "this machine does not let the test make a small disk";
+  ASSERT_EQ(WEXITSTATUS(status), 0);
+  EXPECT_EQ(test::read_all(notes / "write"),
+            "metrics.json cannot be written into \"" + place.path().string() + "\": No space left on device.");
+  EXPECT_THAT(test::read_all(notes / "beforehand"), HasSubstr("kB left, and the results may need 1.0 MB."));
+  EXPECT_EQ(test::read_all(notes / "left"), "0");
 }
 
 TEST(ResultsFolder, WritesNothingOnceCancelled) {

@@ -93,10 +93,11 @@ Mask run_mask_steps(const CaptureSet& capture, const Workflow& workflow, std::si
 /// Ends a run that cannot succeed before it has made anything. What is wrong with a result operation is not a reason:
 /// it becomes that operation's error.
 void expect_workflow_can_run(const Workflow& workflow) {
+  std::vector<std::string> problems;
   for (const WorkflowProblem& problem : check_workflow(workflow)) {
-    if (problem.step.starts_with("result_operations")) continue;
-    throw std::runtime_error(problem.step + ": " + problem.text);
+    if (!problem.step.starts_with("result_operations")) problems.push_back(problem.step + ": " + problem.text);
   }
+  if (!problems.empty()) throw std::runtime_error(common::joined(problems, " "));
 }
 
 std::string listed(const std::vector<std::string>& names, std::string_view last_separator) {
