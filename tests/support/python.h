@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -34,6 +35,16 @@ inline std::string python(const std::string& script, const std::vector<std::stri
   const int status = pclose(pipe);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) output += "\n(python3 failed)";
   return output;
+}
+
+/// Runs a script whose argument is a file with `input`, and gives the lines that it printed: an independent second
+/// opinion on many cases at once.
+inline std::vector<std::string> python_lines(const std::string& script, const std::string& input) {
+  const TemporaryFolder folder;
+  std::istringstream output(python(script, {folder.write("input.txt", input).string()}));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(output, line);) lines.push_back(line);
+  return lines;
 }
 
 }  // namespace orvexa::test
