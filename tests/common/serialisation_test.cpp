@@ -617,8 +617,26 @@ TEST(Yaml, GivenWhatIsNotYaml_ThenTheSentenceNamesTheLine) {
   EXPECT_THAT(yaml_sentence("a: 1\nb: [1, 2\n"), StartsWith("f.yaml, line "));
   EXPECT_THAT(yaml_sentence("a: b: c"), StartsWith("f.yaml, line 1: this is not YAML: "));
   EXPECT_THAT(yaml_sentence("a: 1\n\tb: 2\n"), StartsWith("f.yaml, line 2: this is not YAML: "));
-  EXPECT_THAT(yaml_sentence("a: \"unfinished\n"), StartsWith("f.yaml, line "));
   EXPECT_THAT(yaml_sentence("a: \"\\q\""), StartsWith("f.yaml, line 1: this is not YAML: "));
+}
+
+TEST(Yaml, GivenAFileThatEndsInsideAQuotedText_ThenItIsRefused) {
+  for (const char* text : {"a: \"cut", "a: 'cut", "a: \"cut\n", "a: 'cut\n", "a: \"cut\n  here\n\n", "[\"cut\n",
+                           "\"cut\r\n", "? 'cut\n", "a: \"cut\\\"\n", "a: 'cut''\n"}) {
+    EXPECT_THAT(yaml_sentence(text), StartsWith("f.yaml, line ")) << text;
+  }
+}
+
+TEST(Yaml, GivenAFileThatEndsInAnUnusualWay_ThenItIsReadAllTheSame) {
+  EXPECT_EQ(yaml("a: |+\n  x\n\n").at("a"), "x\n\n");
+  EXPECT_EQ(yaml("a: |\n  x\n\n").at("a"), "x\n");
+  EXPECT_EQ(yaml("a: |-\n  x").at("a"), "x");
+  EXPECT_EQ(yaml("a: b\n  c\n").at("a"), "b c");
+  EXPECT_EQ(yaml("a: 'it''s'\n...\n...\n").at("a"), "it's");
+  EXPECT_EQ(yaml("a: 1 # comment").at("a"), 1);
+  EXPECT_EQ(yaml("a: 1\r\n\r\n").at("a"), 1);
+  EXPECT_TRUE(yaml("a:\n").at("a").is_null());
+  EXPECT_TRUE(yaml("-\n").at(0).is_null());
 }
 
 TEST(Yaml, GivenBytesThatAreNotUtf8_ThenTheSentenceNamesTheLine) {
@@ -808,7 +826,7 @@ TEST(Json, GivenARandomValue_ThenPythonReadsTheSame) {
 
 TEST(Json, GivenWhatIsNotJson_ThenTheSentenceNamesTheLine) {
   EXPECT_EQ(json_sentence(""), "f.json, line 1: this is not JSON: the text ends too early.");
-  EXPECT_EQ(json_sentence("{\n\"a\": [1,\n"), "f.json, line 3: this is not JSON: the text ends too early.");
+  EXPECT_EQ(json_sentence("{\n\"a\": [1,\n"), "f.json, line 2: this is not JSON: the text ends too early.");
   EXPECT_EQ(json_sentence("[1,\n2,\n}"), "f.json, line 3: this is not JSON, near \"}\".");
   EXPECT_EQ(json_sentence("[1] x"), "f.json, line 1: this is not JSON, near \"[1] x\".");
   EXPECT_EQ(json_sentence("{\"a\": NaN}"), "f.json, line 1: this is not JSON, near \"{\\\"a\\\": N\".");
