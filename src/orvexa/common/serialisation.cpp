@@ -36,8 +36,10 @@ namespace {
   throw std::runtime_error(fmt::format("{}, line {}: {}.", name, line, what));
 }
 
+/// @param at  how many bytes stand before the place.
 std::size_t line_of(std::string_view text, std::size_t at) {
-  return 1 + static_cast<std::size_t>(std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n'));
+  const std::string_view before = text.substr(0, at);
+  return 1 + static_cast<std::size_t>(std::count(before.begin(), before.end(), '\n'));
 }
 
 std::string quoted_start(std::string_view text) {
@@ -326,9 +328,32 @@ std::string with_valid_escapes(const std::string& text) {
   return repaired;
 }
 
+/// The YAML library's words for what it met, in words for somebody who wrote the file.
+std::string yaml_failure_text(const std::string& message) {
+  namespace words = YAML::ErrorMsg;
+  static const std::map<std::string, std::string> known = {
+      {words::END_OF_MAP, "this line is no entry of the map it stands in; a colon may be missing, or blanks before it"},
+      {words::END_OF_SEQ, "this line is no entry of the list it stands in; a dash may be missing, or blanks before it"},
+      {words::END_OF_MAP_FLOW, "a { is not closed"},
+      {words::END_OF_SEQ_FLOW, "a [ is not closed"},
+      {words::FLOW_END, "a ] or } closes nothing"},
+      {words::DOC_IN_SCALAR, "a quoted text is not closed"},
+      {words::EOF_IN_SCALAR, "a quoted text is not closed"},
+      {words::TAB_IN_INDENTATION, "a line is indented with a tab; YAML wants blanks"},
+      {words::BLOCK_ENTRY, "a dash for an entry of a list cannot stand here"},
+      {words::MAP_KEY, "a key cannot stand here"},
+      {words::MAP_VALUE, "a colon cannot stand here; a text with a colon needs quotes, and indentation needs blanks"},
+      {words::UNKNOWN_TOKEN, "a text that begins with this character needs quotes"},
+      {words::UNKNOWN_ANCHOR, "an alias (*name) has no anchor (&name) before it"},
+  };
+  const auto found = known.find(message);
+  return "this is not YAML: " + (found != known.end() ? found->second : message);
+}
+
 class YamlHandler : public YAML::EventHandler {
  public:
-  YamlHandler(std::string_view name, const DocumentLimits& limits) : _name(name), _builder(name, limits) {}
+  YamlHandler(std::string_view text, std::string_view name, const DocumentLimits& limits)
+      : _text(text), _name(name), _builder(name, limits) {}
 
   void OnDocumentStart(const YAML::Mark& mark) override {
     if (_has_document) {
@@ -338,7 +363,14 @@ class YamlHandler : public YAML::EventHandler {
   }
   void OnDocumentEnd() override {}
 
-  void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override { add_scalar(mark, anchor, nullptr); }
+  void OnNull(const YAML::Mark& mark, YAML::anchor_t anchor) override {
+    // "[1,,2]": YAML forbids it, the library reads a null there.
+    const auto at = static_cast<std::size_t>(std::max(mark.pos, 0));
+    const bool is_in_list = !_open.empty() && _open.back().is_list;
+    if (is_in_list && at < _text.size() && _text[at] == ',')
+      fail(_name, line(mark), "there is nothing before this comma");
+    add_scalar(mark, anchor, nullptr);
+  }
 
   void OnScalar(const YAML::Mark& mark, const std::string& tag, YAML::anchor_t anchor,
                 const std::string& value) override {
@@ -371,6 +403,7 @@ class YamlHandler : public YAML::EventHandler {
   struct Open {
     YAML::anchor_t anchor;
     std::size_t line;
+    bool is_list;
   };
 
   static std::size_t line(const YAML::Mark& mark) { return static_cast<std::size_t>(std::max(mark.line, 0)) + 1; }
@@ -416,8 +449,8 @@ class YamlHandler : public YAML::EventHandler {
   }
 
   void begin(const YAML::Mark& mark, YAML::anchor_t anchor, Value empty) {
+    _open.push_back({anchor, line(mark), empty.is_array()});
     _builder.begin_container(std::move(empty), line(mark));
-    _open.push_back({anchor, line(mark)});
   }
 
   void end() {
@@ -436,6 +469,7 @@ class YamlHandler : public YAML::EventHandler {
     _anchors.insert_or_assign(anchor, part);
   }
 
+  std::string_view _text;
   std::string_view _name;
   Builder _builder;
   bool _has_document = false;
@@ -754,11 +788,13 @@ std::string yaml_text(const Value& value) {
 }
 
 Value parse_yaml(std::string_view text, std::string_view name, const DocumentLimits& limits) {
-  YamlHandler handler(name, limits);
-  std::string document(checked_text(text, name, limits));
-  // The YAML library takes a quoted text that nobody closes for complete when the file ends right after a line feed; a
-  // document's end inside of it is an error.
-  if (document.ends_with('\n')) document += "...\n";
+  const std::string_view checked = checked_text(text, name, limits);
+  // At the end of a file the YAML library takes a quoted text that nobody closes for complete, and a last line without
+  // a colon for a key. A comment and the mark of a document's end make it look closely.
+  std::string document(checked);
+  if (!document.ends_with('\n')) document += '\n';
+  document += "#\n...\n";
+  YamlHandler handler(document, name, limits);
   TextStream stream(document);
   try {
     YAML::Parser parser(stream);
@@ -766,8 +802,9 @@ Value parse_yaml(std::string_view text, std::string_view name, const DocumentLim
       // A second document is the handler's to refuse.
     }
   } catch (const YAML::Exception& failure) {
-    if (failure.mark.is_null()) fail(name, "this is not YAML: " + failure.msg);
-    fail(name, static_cast<std::size_t>(failure.mark.line) + 1, "this is not YAML: " + failure.msg);
+    if (failure.mark.is_null()) fail(name, yaml_failure_text(failure.msg));
+    const std::size_t last_line = line_of(checked, std::max<std::size_t>(checked.size(), 1) - 1);
+    fail(name, std::min(static_cast<std::size_t>(failure.mark.line) + 1, last_line), yaml_failure_text(failure.msg));
   }
   return handler.take();
 }
