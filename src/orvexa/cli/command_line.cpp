@@ -38,6 +38,9 @@ struct Options {
   std::string output_folder;
   std::string operation;
   std::vector<std::string> workflow_files;
+  std::string sample_folder;
+  std::string sample_count = "0";
+  bool force = false;
 };
 
 /// The usage line is written by hand: it says which arguments cannot be left out.
@@ -81,19 +84,19 @@ struct Commands {
   CLI::App* ops = nullptr;
   CLI::App* workflow = nullptr;
   CLI::App* check = nullptr;
+  CLI::App* sample = nullptr;
 
   explicit Commands(Options& options) {
     app.formatter(_formatter);
     _formatter->usages[&app] = "orvexa COMMAND [ARGUMENTS] [OPTIONS]";
-    add_common_options(app, options);
     app.set_version_flag("--version", "orvexa " + std::string(common::program_version()), "Show the version");
     app.footer(
         "Exit codes: 0 all done; 1 failed, or some operations failed; 2 wrong usage; 130 interrupted.\n"
         "Example:\n"
-        "  orvexa ops\n"
+        "  orvexa sample samples\n"
         "  orvexa ops threshold_auto");
 
-    run = add(app, options, "run", "orvexa run WORKFLOW CAPTURE -o DIR [OPTIONS]",
+    run = add(app, "run", "orvexa run WORKFLOW CAPTURE -o DIR [OPTIONS]",
               "Run a workflow on one capture and write a results folder",
               "The results folder is made inside DIR and named after the capture. It appears complete or not at all.\n"
               "Example:\n"
@@ -102,29 +105,42 @@ struct Commands {
     add_argument(*run, "CAPTURE", options.capture, "A header file HDR_*.INF, or an ordinary image file");
     run->add_option("-o,--output", options.output_folder, "The folder to make the results folder in")->type_name("DIR");
 
-    info = add(app, options, "info", "orvexa info CAPTURE [OPTIONS]",
+    info = add(app, "info", "orvexa info CAPTURE [OPTIONS]",
                "Show what a capture holds: measurements, images, sizes, types, white level, date",
                "Example:\n"
                "  orvexa info captures/HDR_plot_0007.INF");
     add_argument(*info, "CAPTURE", options.capture, "A header file HDR_*.INF, or an ordinary image file");
 
-    ops =
-        add(app, options, "ops", "orvexa ops [KEY] [OPTIONS]", "List every operation, or show one with its parameters",
-            "Example:\n"
-            "  orvexa ops\n"
-            "  orvexa ops threshold_auto");
+    ops = add(app, "ops", "orvexa ops [KEY] [OPTIONS]", "List every operation, or show one with its parameters",
+              "Example:\n"
+              "  orvexa ops\n"
+              "  orvexa ops threshold_auto");
     add_argument(*ops, "KEY", options.operation, "The operation to show");
 
-    workflow =
-        add(app, options, "workflow", "orvexa workflow COMMAND [ARGUMENTS] [OPTIONS]", "Look after workflow files",
-            "Example:\n"
-            "  orvexa workflow check leaves.yaml");
-    check = add(*workflow, options, "check", "orvexa workflow check FILE... [OPTIONS]",
+    workflow = add(app, "workflow", "orvexa workflow COMMAND [ARGUMENTS] [OPTIONS]", "Look after workflow files",
+                   "Example:\n"
+                   "  orvexa workflow check leaves.yaml");
+    check = add(*workflow, "check", "orvexa workflow check FILE... [OPTIONS]",
                 "List what is wrong with workflow files, by step",
                 "Exit codes: 0 nothing is wrong with any of them; 1 something is.\n"
                 "Example:\n"
                 "  orvexa workflow check leaves.yaml discs.yaml");
     add_argument(*check, "FILE", options.workflow_files, "Workflow files");
+
+    sample = add(app, "sample", "orvexa sample DIR [OPTIONS]",
+                 "Write captures drawn by the program, with known answers, and workflows for them",
+                 "Files of another content are never overwritten without --force.\n"
+                 "Example:\n"
+                 "  orvexa sample samples");
+    add_argument(*sample, "DIR", options.sample_folder, "The folder to write into; made when it is not there");
+    sample
+        ->add_option("--count", options.sample_count,
+                     "Besides, write N small numbered plots into DIR/series, for trying a batch (default 0)")
+        ->type_name("N");
+    sample->add_flag("--force", options.force, "Overwrite files of another content");
+
+    // After the options of its own, so that these come first in a command's help.
+    for (CLI::App* command : {&app, run, info, ops, workflow, check, sample}) add_common_options(*command, options);
   }
 
   /// "orvexa", "orvexa run", "orvexa workflow check": what the user chose so far.
@@ -135,12 +151,11 @@ struct Commands {
   }
 
  private:
-  CLI::App* add(CLI::App& parent, Options& options, const std::string& name, const std::string& usage,
-                const std::string& summary, const std::string& footer) {
+  CLI::App* add(CLI::App& parent, const std::string& name, const std::string& usage, const std::string& summary,
+                const std::string& footer) {
     CLI::App* command = parent.add_subcommand(name, summary);
     command->group("Commands");
     _formatter->usages[command] = usage;
-    add_common_options(*command, options);
     command->footer(footer);
     return command;
   }
@@ -253,6 +268,13 @@ int execute(Console& console, const Commands& commands, const Options& options) 
   if (chosen == commands.check) {
     if (options.workflow_files.empty()) expect_given(*chosen, "", "FILE");
     return workflow_check_command(console, options.workflow_files);
+  }
+  if (chosen == commands.sample) {
+    expect_given(*chosen, options.sample_folder, "DIR");
+    constexpr int max_samples = 100'000;
+    return sample_command(console, {.folder = options.sample_folder,
+                                    .count = whole_number("--count", options.sample_count, 0, max_samples),
+                                    .force = options.force});
   }
   throw UsageError(fmt::format("{}: a command is missing{}", full_name(*chosen), see_help(*chosen)));
 }

@@ -28,4 +28,12 @@ struct RunArguments {
 /// `orvexa workflow check`: what is wrong with workflow files.
 [[nodiscard]] int workflow_check_command(Console& console, const std::vector<std::string>& files);
 
+struct SampleArguments {
+  std::string folder;
+  int count = 0;  ///< small numbered plots besides
+  bool force = false;
+};
+/// `orvexa sample`: captures drawn by the program, and workflows for them.
+[[nodiscard]] int sample_command(Console& console, const SampleArguments& arguments);
+
 }  // namespace orvexa::cli

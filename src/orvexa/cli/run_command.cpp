@@ -113,7 +113,7 @@ int run_command(Console& console, const RunArguments& arguments) {
   bool has_failed = false;
   for (const auto& [key, result] : results) {
     if (!result.error) continue;
-    console.error(fmt::format("{}: {}", key, *result.error));
+    console.error(result.error->starts_with(key) ? *result.error : fmt::format("{}: {}", key, *result.error));
     has_failed = true;
   }
   const std::string folder = common::path_text(controller.state.last_saved_results_folder.value());

@@ -13,7 +13,14 @@ namespace orvexa::cli {
 std::vector<model::WorkflowProblem> workflow_problems(const std::filesystem::path& file) {
   // A controller of its own, so that looking at a file changes nothing of what the caller has loaded.
   controller::Controller controller;
-  return model::check_workflow(*controller.import_workflow_yaml(file));
+  try {
+    return model::check_workflow(*controller.import_workflow_yaml(file));
+  } catch (const std::exception& failure) {
+    // A failure to read the file names it; one about what a workflow is does not.
+    const std::string text = failure.what();
+    if (text.starts_with(common::path_text(file.filename()))) throw;
+    throw std::runtime_error(fmt::format("{}: {}", common::path_text(file.filename()), text));
+  }
 }
 
 std::string problem_sentence(const std::string& file, const model::WorkflowProblem& problem) {
