@@ -222,5 +222,12 @@ TEST(Fnmatch, TakesNoLongTimeForManyStars) {
   EXPECT_TRUE(fnmatch(std::string(5000, 'a'), pattern));
 }
 
+TEST(VisibleText, StaysOnOneLineAndCannotSteerATerminal) {
+  EXPECT_EQ(visible_text("two\nlines"), "two\\nlines");
+  EXPECT_EQ(visible_text("\x1b[2J\t\r\x7f"), "\\x1b[2J\\x09\\x0d\\x7f");
+  EXPECT_EQ(visible_text("Blätter 7"), "Blätter 7");
+  EXPECT_EQ(visible_text("a\xff"), "a\uFFFD");
+}
+
 }  // namespace
 }  // namespace orvexa::common

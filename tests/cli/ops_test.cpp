@@ -1,0 +1,84 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "cli/process.h"
+#include "orvexa/model/mask_operations/registry.h"
+#include "orvexa/model/result_operations/registry.h"
+
+namespace orvexa::test {
+namespace {
+
+using testing::HasSubstr;
+
+TEST(Ops, ListsEveryOperationOfBothRegistriesOnceWithItsSummary) {
+  const Outcome outcome = orvexa_command({"ops", "--json"});
+  ASSERT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "");
+  const common::Value document = outcome.json();
+  std::vector<std::string> masks;
+  for (const common::Value& operation : document.at("mask_operations")) {
+    masks.push_back(operation.at("key"));
+    EXPECT_NE(operation.at("summary"), "") << operation;
+    EXPECT_NE(operation.at("category"), "") << operation;
+  }
+  std::vector<std::string> known_masks;
+  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) known_masks.push_back(info->key);
+  EXPECT_EQ(masks, known_masks);
+
+  std::multiset<std::string> results;
+  for (const common::Value& operation : document.at("result_operations")) results.insert(operation.at("key"));
+  std::multiset<std::string> known_results;
+  for (const auto& [key, info] : model::get_available_result_operations()) known_results.insert(key);
+  EXPECT_EQ(results, known_results);
+
+  const std::string text = orvexa_command({"ops"}).out;
+  for (const std::string& key : masks) EXPECT_THAT(text, HasSubstr("    " + key + "  "));
+  for (const std::string& key : results) EXPECT_THAT(text, HasSubstr("    " + key + "  "));
+}
+
+TEST(Ops, GivenAnOperation_ThenEachParameterHasTypeDefaultRangeAndHelp) {
+  const common::Value document = orvexa_command({"ops", "threshold_auto", "--json"}).json();
+  EXPECT_EQ(document.at("kind"), "mask");
+  EXPECT_NE(document.at("source"), "");
+  const model::MaskOperationInfo& info = model::get_mask_operation("threshold_auto");
+  ASSERT_EQ(document.at("parameters").size(), info.parameters.size() + 1);  // reset_mask_chain is common to all
+  bool has_choices = false;
+  bool has_range = false;
+  for (const common::Value& parameter : document.at("parameters")) {
+    EXPECT_NE(parameter.at("help"), "") << parameter;
+    EXPECT_TRUE(parameter.contains("default")) << parameter;
+    EXPECT_NE(parameter.at("type"), "") << parameter;
+    if (parameter.at("name") == "method") {
+      has_choices = true;
+      EXPECT_THAT(parameter.at("choices").get<std::vector<std::string>>(),
+                  testing::IsSupersetOf({"otsu", "triangle", "li"}));
+    }
+    if (parameter.at("name") == "factor") {
+      has_range = true;
+      EXPECT_EQ(parameter.at("min"), 0.1);
+      EXPECT_EQ(parameter.at("max"), 10);
+      EXPECT_EQ(parameter.at("default"), 1.0);
+    }
+  }
+  EXPECT_TRUE(has_choices);
+  EXPECT_TRUE(has_range);
+}
+
+TEST(Ops, SaysWhatAnOperationNeeds) {
+  EXPECT_THAT(orvexa_command({"ops", "psii"}).out, HasSubstr("Needs the measurement FLU."));
+  EXPECT_THAT(orvexa_command({"ops", "erode"}).out, HasSubstr("Needs a mask made by an earlier step."));
+}
+
+TEST(Ops, GivenAnOperation_ThenItsTextNamesEveryParameterAndItsSource) {
+  const std::string text = orvexa_command({"ops", "threshold_auto"}).out;
+  for (const model::ParameterInfo& parameter : model::get_mask_operation("threshold_auto").all_parameters()) {
+    EXPECT_THAT(text, HasSubstr("\n  " + parameter.name + ": "));
+  }
+  EXPECT_THAT(text, HasSubstr("Otsu"));
+  EXPECT_THAT(text, HasSubstr("\nSource\n"));
+}
+
+}  // namespace
+}  // namespace orvexa::test

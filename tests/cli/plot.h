@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+
+#include "orvexa/common/files.h"
+#include "orvexa/model/codecs/image_file.h"
+#include "support/temporary_folder.h"
+
+namespace orvexa::test {
+
+/// A capture on disk whose answers are known: 40 columns, 30 rows; the left 10 columns (300 pixels) are "leaf" with NIR
+/// 3000 and RED 1000 of 4000, so an NDVI of (3000 - 1000) / (3000 + 1000) = 0.5; the rest is NIR 1000, RED 1000.
+inline std::filesystem::path write_plot(const TemporaryFolder& folder, int height = 30, int width = 40) {
+  cv::Mat nir(height, width, CV_16UC1, cv::Scalar(1000));
+  nir.colRange(0, width / 4).setTo(3000);
+  const cv::Mat red(height, width, CV_16UC1, cv::Scalar(1000));
+  common::write_file_atomically(folder / "plot_NIR.tif", model::encode_tiff(model::Image(nir.clone())));
+  common::write_file_atomically(folder / "plot_RED.tif", model::encode_tiff(model::Image(red.clone())));
+  return folder.write("HDR_plot.INF",
+                      "[Capture]\nName = plot\nDate = 2019-05-21\nTime = 10:32:11\nMillimetresPerPixel = 0.5\n"
+                      "WhiteLevel = 4000\n"
+                      "[Measurement MSP]\nImage NIR = plot_NIR.tif\nImage RED = plot_RED.tif\n"
+                      "[Band NIR]\nCentreNm = 842\nWidthNm = 57\n");
+}
+
+/// Keeps the leaf of `write_plot` and measures it.
+inline std::filesystem::path write_leaf_workflow(const TemporaryFolder& folder) {
+  return folder.write("leaf.yaml",
+                      "format: 1\n"
+                      "title: Leaf\n"
+                      "mask_operations:\n"
+                      "  - op: threshold_range\n"
+                      "    params: {band: MSP.NIR, low: 0.5, high: 1.0}\n"
+                      "result_operations:\n"
+                      "  - op: area\n"
+                      "  - op: index_statistics\n"
+                      "    params: {indices: [ndvi]}\n");
+}
+
+}  // namespace orvexa::test

@@ -1,0 +1,289 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "cli/plot.h"
+#include "cli/process.h"
+#include "orvexa/common/serialisation.h"
+
+namespace orvexa::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+/// The steps of a workflow file with their parameters as they are written there, without what a file may leave out.
+common::Value steps_of(const std::filesystem::path& file) {
+  common::Value steps = common::Value::array();
+  const common::Value document = common::load_yaml(file);
+  for (const char* list : {"mask_operations", "result_operations"}) {
+    for (const common::Value& step : document.at(list)) {
+      steps.push_back({list, step.at("op"), step.value("params", common::Value::object())});
+    }
+  }
+  return steps;
+}
+
+struct RunSetup {
+  TemporaryFolder folder;
+  std::filesystem::path capture = write_plot(folder);
+  std::filesystem::path workflow = write_leaf_workflow(folder);
+  std::filesystem::path output = folder / "out put ü";
+
+  Outcome operator()(std::vector<std::string> more = {}) const {
+    std::vector<std::string> arguments{"run", workflow.string(), capture.string(), "-o", output.string()};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    return orvexa_command(arguments);
+  }
+  /// Names in the output folder, hidden ones included; empty when there is no such folder.
+  [[nodiscard]] std::vector<std::string> left_behind() const {
+    std::vector<std::string> names;
+    if (!std::filesystem::is_directory(output)) return names;
+    for (const auto& entry : std::filesystem::directory_iterator(output)) names.push_back(entry.path().filename());
+    return names;
+  }
+};
+
+TEST(Run, GivenAWorkflowAndACapture_ThenItPrintsTheMetricsAndWhereTheResultsLie) {
+  const RunSetup run;
+  const Outcome outcome = run();
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(outcome.out, testing::ContainsRegex("area +area +300 +px"));
+  EXPECT_THAT(outcome.out, testing::ContainsRegex("ndvi\\.mean +0\\.5\n"));
+  EXPECT_THAT(outcome.out, HasSubstr("Results: " + (run.output / "plot").string() + "\n"));
+  EXPECT_THAT(run.left_behind(), ElementsAre("plot"));
+  for (const char* file : {"workflow.yaml", "metrics.json", "metrics.tsv", "provenance.json", "masks/final.png"}) {
+    EXPECT_TRUE(std::filesystem::is_regular_file(run.output / "plot" / file)) << file;
+  }
+}
+
+TEST(Run, GivenJson_ThenStandardOutputIsOneDocumentWithTheKnownAnswers) {
+  const RunSetup run;
+  const Outcome outcome = run({"--json"});
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  const common::Value document = outcome.json();
+  EXPECT_EQ(document.at("capture"), "plot");
+  EXPECT_EQ(document.at("workflow"), "Leaf");
+  EXPECT_EQ(document.at("results_folder"), (run.output / "plot").string());
+  // 10 of 40 columns and 30 rows are leaf; 0.5 mm a pixel; NDVI (3000 - 1000) / (3000 + 1000).
+  EXPECT_EQ(document.at("results").at("area").at("metrics").at("area"), 300);
+  EXPECT_DOUBLE_EQ(document.at("results").at("area").at("metrics").at("area_mm2").get<double>(), 75.0);
+  EXPECT_DOUBLE_EQ(document.at("results").at("index_statistics").at("metrics").at("ndvi.mean").get<double>(), 0.5);
+  EXPECT_EQ(document.at("results").at("area").at("regions").at("ROI_1").at("metrics").at("area"), 300);
+}
+
+TEST(Run, GivenQuiet_ThenOnlyTheResultsFolderIsPrinted) {
+  const RunSetup run;
+  const Outcome outcome = run({"--quiet"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.out, (run.output / "plot").string() + "\n");
+  EXPECT_EQ(outcome.err, "");
+}
+
+TEST(Run, GivenAnotherNumberOfThreads_ThenTheMetricsAreTheSameToTheByte) {
+  const RunSetup run;
+  ASSERT_EQ(run({"--threads", "1"}).exit_code, 0);
+  ASSERT_EQ(run({"--threads", "3"}).exit_code, 0);
+  const std::string one = read_all(run.output / "plot" / "metrics.json");
+  EXPECT_FALSE(one.empty());
+  EXPECT_EQ(one, read_all(run.output / "plot_2" / "metrics.json"));
+}
+
+TEST(Run, GivenInfoLines_ThenTheStepsAppearOnStandardError) {
+  const RunSetup run;
+  const Outcome outcome = run({"--log-level", "info"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("Mask 1 of 1: threshold_range"));
+}
+
+TEST(Run, GivenACaptureThatOffersMoreThanTheWorkflowUses_ThenTheStepsThatRanAreThoseOfTheFile) {
+  // Two bands with a white level would allow band statistics, histograms and more; the file asks for two operations.
+  const RunSetup run;
+  ASSERT_EQ(run().exit_code, 0);
+  EXPECT_EQ(steps_of(run.output / "plot" / "workflow.yaml"), steps_of(run.workflow));
+}
+
+TEST(Run, GivenACaptureThatLacksWhatAnOperationNeeds_ThenItReportsAnErrorAndTheOthersGoOn) {
+  RunSetup run;
+  run.workflow = run.folder.write("lacks.yaml",
+                                  "title: Lacks fluorescence\n"
+                                  "mask_operations:\n"
+                                  "  - op: threshold_range\n"
+                                  "    params: {band: MSP.NIR, low: 0.5, high: 1.0}\n"
+                                  "result_operations:\n"
+                                  "  - op: psii\n"
+                                  "  - op: area\n");
+  const Outcome outcome = run({"--json"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(is_one_sentence(outcome.err));
+  EXPECT_TRUE(outcome.err.starts_with("psii")) << outcome.err;
+  EXPECT_THAT(outcome.err, HasSubstr("FLU"));
+  const common::Value results = outcome.json().at("results");
+  EXPECT_THAT(results.at("psii").at("error").get<std::string>(), HasSubstr("FLU"));
+  EXPECT_EQ(results.at("area").at("metrics").at("area"), 300);
+  EXPECT_FALSE(results.at("area").contains("error"));
+  EXPECT_EQ(steps_of(run.output / "plot" / "workflow.yaml"), steps_of(run.workflow));
+  EXPECT_THAT(run.left_behind(), ElementsAre("plot"));
+}
+
+struct FailureCase {
+  const char* name;
+  const char* workflow;
+  std::vector<std::string> words;  ///< all of them are in the sentence
+};
+
+class FailingRun : public testing::TestWithParam<FailureCase> {};
+
+TEST_P(FailingRun, IsOneSentenceExitCode1AndNoFolder) {
+  RunSetup run;
+  run.workflow = run.folder.write("wörk flow.yaml", GetParam().workflow);
+  const Outcome outcome = run();
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(is_one_sentence(outcome.err));
+  for (const std::string& word : GetParam().words) EXPECT_THAT(outcome.err, HasSubstr(word));
+  EXPECT_THAT(run.left_behind(), ElementsAre());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, FailingRun,
+    testing::Values(FailureCase{"MisspeltMaskOperation",
+                                "mask_operations:\n  - op: threshold_range\n  - op: errode\n",
+                                {"wörk flow.yaml", "mask_operations[1] (errode)", "(did you mean \"erode\"?)"}},
+                    FailureCase{"MisspeltResultOperation",
+                                "result_operations:\n  - op: aera\n",
+                                {"result_operations[0] (aera)", "(did you mean \"area\"?)"}},
+                    FailureCase{"MisspeltParameter",
+                                "mask_operations:\n  - op: threshold_range\n    params: {lwo: 0.5}\n",
+                                {"mask_operations[0] (threshold_range)", "lwo", "(did you mean \"low\"?)"}},
+                    FailureCase{"MissingBand",
+                                "mask_operations:\n  - op: threshold_range\n    params: {band: MSP.SWIR}\n",
+                                {"threshold_range", "SWIR", "NIR"}},
+                    FailureCase{"NewerFormat", "format: 99\ntitle: From the future\n", {"wörk flow.yaml", "99"}},
+                    FailureCase{"NotAMap", "just a text\n", {"wörk flow.yaml"}},
+                    FailureCase{"EmptyFile", "", {"wörk flow.yaml"}},
+                    FailureCase{"BrokenYaml", "mask_operations: [\n", {"wörk flow.yaml"}}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Run, GivenNoCaptureFile_ThenTheSentenceNamesIt) {
+  RunSetup run;
+  run.capture = run.folder / "HDR_nowhere.INF";
+  const Outcome outcome = run();
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(is_one_sentence(outcome.err));
+  EXPECT_THAT(outcome.err, HasSubstr("HDR_nowhere.INF"));
+  EXPECT_THAT(run.left_behind(), ElementsAre());
+}
+
+TEST(Run, GivenAnOutputFolderThatIsAFile_ThenTheSentenceNamesItAndTheFileStays) {
+  RunSetup run;
+  run.output = run.folder.write("a file", "precious");
+  const Outcome outcome = run();
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(is_one_sentence(outcome.err));
+  EXPECT_THAT(outcome.err, HasSubstr("a file"));
+  EXPECT_EQ(read_all(run.output), "precious");
+}
+
+/// Runs `orvexa run` inside a mount namespace of its own in which `run.output` is a small file system with these mount
+/// options. Exit code 77: this machine does not allow that.
+Outcome run_on_a_file_system(const RunSetup& run, const std::string& options) {
+  std::filesystem::create_directories(run.output);
+  const std::string script =
+      "mount -t tmpfs -o \"$1\" none \"$2\" 2>/dev/null || exit 77\n"
+      "\"$3\" run \"$4\" \"$5\" -o \"$2\"; code=$?\n"
+      "ls -A \"$2\" >&2\n"
+      "exit $code";
+  return Process({"unshare", "--mount", "--map-root-user", "sh", "-c", script, "sh", options, run.output.string(),
+                  ORVEXA_COMMAND, run.workflow.string(), run.capture.string()})
+      .wait();
+}
+
+bool has_namespaces() {
+  TemporaryFolder folder;
+  return Process({"sh", "-c",
+                  "command -v unshare >/dev/null && unshare --mount --map-root-user "
+                  "mount -t tmpfs -o size=64k none \"$1\" 2>/dev/null",
+                  "sh", folder.path().string()})
+             .wait()
+             .exit_code == 0;
+}
+
+TEST(Run, GivenAReadOnlyOutputFolder_ThenOneSentenceSaysSo) {
+  if (!has_namespaces()) GTEST_SKIP() << "this machine does not let a test mount a file system of its own";
+  const RunSetup run;
+  const Outcome outcome = run_on_a_file_system(run, "ro,size=64k");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(is_one_sentence(outcome.err));  // and the listing of the folder after it is empty
+  EXPECT_THAT(outcome.err, HasSubstr("out put ü"));
+}
+
+TEST(Run, GivenAFullDisk_ThenOneSentenceSaysSoAndNothingIsLeft) {
+  if (!has_namespaces()) GTEST_SKIP() << "this machine does not let a test mount a file system of its own";
+  const RunSetup run;
+  const Outcome outcome = run_on_a_file_system(run, "size=16k");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(is_one_sentence(outcome.err));  // and the listing of the folder after it is empty
+  EXPECT_THAT(outcome.err, testing::AnyOf(HasSubstr("space"), HasSubstr("room")));
+}
+
+/// A run that takes many seconds, so that a signal always meets it at work: 36 megapixels through wide openings.
+struct LongRun : RunSetup {
+  LongRun() {
+    capture = write_plot(folder, 6000, 6000);
+    workflow = folder.write("long.yaml",
+                            "mask_operations:\n"
+                            "  - {op: threshold_range, params: {band: MSP.NIR, low: 0.5, high: 1.0}}\n"
+                            "  - {op: open, params: {radius: 150, iterations: 10}}\n"
+                            "  - {op: close, params: {radius: 150, iterations: 10}}\n"
+                            "  - {op: open, params: {radius: 190, iterations: 10}}\n"
+                            "result_operations:\n"
+                            "  - {op: area}\n");
+  }
+  [[nodiscard]] std::vector<std::string> words() const {
+    return {ORVEXA_COMMAND, "run", workflow.string(), capture.string(), "-o", output.string(), "--log-level", "info"};
+  }
+};
+
+class InterruptedRun : public testing::TestWithParam<int> {};
+
+TEST_P(InterruptedRun, EndsCleanlyWithExitCode130AndLeavesNoFolder) {
+  const LongRun run;
+  Process process(run.words());
+  ASSERT_TRUE(process.wait_for_error_text("Mask 2 of 4"));
+  process.send(GetParam());
+  const Outcome outcome = process.wait();
+  EXPECT_EQ(outcome.exit_code, 130);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(outcome.err.ends_with("\nInterrupted; no results were written.\n")) << outcome.err;
+  EXPECT_THAT(run.left_behind(), ElementsAre());
+}
+
+INSTANTIATE_TEST_SUITE_P(Signals, InterruptedRun, testing::Values(SIGINT, SIGTERM), [](const auto& test) {
+  return std::string(test.param == SIGINT ? "Interrupt" : "Terminate");
+});
+
+TEST(Run, GivenASecondSignal_ThenItEndsAtOnceAndTheNextRunClearsUp) {
+  LongRun run;
+  Process process(run.words());
+  ASSERT_TRUE(process.wait_for_error_text("Mask 2 of 4"));
+  // Both signals are there when the stopped program goes on, so the first cannot end it before the second comes.
+  process.send(SIGSTOP);
+  process.send(SIGINT);
+  process.send(SIGTERM);
+  process.send(SIGCONT);
+  const Outcome outcome = process.wait();
+  EXPECT_EQ(outcome.exit_code, 130);
+  EXPECT_THAT(outcome.err, testing::Not(HasSubstr("Interrupted")));
+  EXPECT_THAT(run.left_behind(), testing::Not(testing::Contains("plot")));
+
+  run.capture = write_plot(run.folder);
+  run.workflow = write_leaf_workflow(run.folder);
+  EXPECT_EQ(run().exit_code, 0);
+  EXPECT_THAT(run.left_behind(), ElementsAre("plot"));
+}
+
+}  // namespace
+}  // namespace orvexa::test

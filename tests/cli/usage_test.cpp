@@ -1,0 +1,107 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "cli/process.h"
+
+namespace orvexa::test {
+namespace {
+
+using testing::HasSubstr;
+using Words = std::vector<std::string>;
+
+struct HelpCase {
+  const char* name;
+  Words command;
+};
+
+class Help : public testing::TestWithParam<HelpCase> {};
+
+TEST_P(Help, ShowsUsageTheCommonOptionsAndAnExample) {
+  Words arguments = GetParam().command;
+  std::string command = "orvexa";
+  for (const std::string& word : arguments) command += " " + word;
+  arguments.emplace_back("--help");
+  const Outcome outcome = orvexa_command(arguments);
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(outcome.out, HasSubstr("Usage: " + command + " "));
+  EXPECT_THAT(outcome.out, HasSubstr("Example:\n  " + command));
+  for (const char* option : {"--json", "--quiet", "--log-level", "--threads", "--help"}) {
+    EXPECT_THAT(outcome.out, HasSubstr(option));
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryCommand, Help,
+                         testing::Values(HelpCase{"TheProgram", {}}, HelpCase{"Run", {"run"}},
+                                         HelpCase{"Info", {"info"}}, HelpCase{"Ops", {"ops"}},
+                                         HelpCase{"Workflow", {"workflow"}},
+                                         HelpCase{"WorkflowCheck", {"workflow", "check"}},
+                                         HelpCase{"Sample", {"sample"}}),
+                         [](const auto& test) { return std::string(test.param.name); });
+
+struct UsageCase {
+  const char* name;
+  Words arguments;
+  const char* sentence;
+};
+
+class WrongUsage : public testing::TestWithParam<UsageCase> {};
+
+TEST_P(WrongUsage, IsOneSentenceAndExitCode2) {
+  const Outcome outcome = orvexa_command(GetParam().arguments);
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(is_one_sentence(outcome.err));
+  EXPECT_THAT(outcome.err, HasSubstr(GetParam().sentence));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Table, WrongUsage,
+    testing::Values(
+        UsageCase{"NoCommand", {}, "orvexa: a command is missing"},
+        UsageCase{"MisspeltCommand", {"rum", "a", "b", "-o", "c"}, "no command \"orvexa rum\" (did you mean \"run\"?)"},
+        UsageCase{"MisspeltSecondCommand", {"workflow", "chek", "a"}, "(did you mean \"check\"?)"},
+        UsageCase{"HalfACommand", {"workflow"}, "orvexa workflow: a command is missing"},
+        UsageCase{"MisspeltOption", {"info", "a.png", "--jsn"}, "no option \"--jsn\" (did you mean \"--json\"?)"},
+        UsageCase{"NoWorkflow", {"run"}, "WORKFLOW is missing"},
+        UsageCase{"NoCapture", {"run", "a.yaml", "-o", "out"}, "CAPTURE is missing"},
+        UsageCase{"NoOutputFolder", {"run", "a.yaml", "b.png"}, "-o DIR is missing"},
+        UsageCase{"EmptyOutputFolder", {"run", "a.yaml", "b.png", "-o", ""}, "-o DIR is missing"},
+        UsageCase{"OptionWithoutItsValue", {"run", "a.yaml", "b.png", "-o"}, "--output needs one value"},
+        UsageCase{"TooManyArguments", {"info", "a.png", "b.png"}, "\"b.png\" is one argument too many"},
+        UsageCase{"NothingToCheck", {"workflow", "check"}, "FILE is missing"},
+        UsageCase{"NoSampleFolder", {"sample"}, "DIR is missing"},
+        UsageCase{"NegativeCount", {"sample", "a", "--count", "-1"}, "--count is \"-1\"; a whole number from 0"},
+        UsageCase{"ThreadsAreNotANumber", {"--threads", "two", "ops"}, "--threads is \"two\"; a whole number from 0"},
+        UsageCase{"NegativeThreads", {"ops", "--threads=-1"}, "--threads is \"-1\""},
+        UsageCase{"UnknownLogLevel", {"ops", "--log-level", "loud"}, "one of debug, info, warning, error, off"},
+        UsageCase{"UnknownOperation", {"ops", "areaa"}, "no operation \"areaa\" (did you mean \"area\"?)"}),
+    [](const auto& test) { return std::string(test.param.name); });
+
+TEST(Options, MeanTheSameBeforeAndAfterTheCommand) {
+  const Outcome before = orvexa_command({"--json", "ops", "area"});
+  const Outcome after = orvexa_command({"ops", "area", "--json"});
+  EXPECT_EQ(before.exit_code, 0);
+  EXPECT_EQ(before.json().at("key"), "area");
+  EXPECT_EQ(before.out, after.out);
+}
+
+TEST(Version, IsOneLine) {
+  EXPECT_THAT(orvexa_command({"--version"}).out, testing::MatchesRegex("orvexa [0-9]+\\.[0-9]+\\.[0-9]+\n"));
+}
+
+TEST(Output, GivenAReaderThatHasGone_ThenTheCommandEndsQuietly) {
+  Process process({ORVEXA_COMMAND, "ops"});
+  process.close_output();
+  const Outcome outcome = process.wait();
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+}
+
+TEST(Output, GivenAFullDisk_ThenThatIsSaid) {
+  const Outcome outcome = orvexa_command({"ops", "--quiet"}, "/dev/full");
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err, "The output cannot be written: No space left on device.\n");
+}
+
+}  // namespace
+}  // namespace orvexa::test
