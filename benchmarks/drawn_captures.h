@@ -1,9 +1,11 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <opencv2/core.hpp>
 #include <utility>
+#include <vector>
 
 #include "orvexa/model/entities/capture_set.h"
 
@@ -21,14 +23,21 @@ inline int disc_count(model::Shape shape) {
 }
 
 /// A drawn tray of bright discs on dark ground with the noise of a camera (sigma 2, fixed seed): measurement CLR with a
-/// colour image, and MSP with the 16-bit bands RED and NIR.
+/// colour image, and MSP with the 16-bit bands BLU, GRN, RED and NIR.
 inline std::shared_ptr<model::CaptureSet> drawn_capture(model::Shape shape) {
   cv::RNG random(20190521);
   cv::Mat noise(shape.height, shape.width, CV_16SC3);
   random.fill(noise, cv::RNG::NORMAL, 0, 2);
   cv::Mat color(shape.height, shape.width, CV_8UC3);
-  cv::Mat red(shape.height, shape.width, CV_16UC1);
-  cv::Mat near_infrared(shape.height, shape.width, CV_16UC1);
+  struct SpectralBand {
+    const char* name;
+    int ground;
+    int leaf;
+  };
+  constexpr std::array<SpectralBand, 4> bands{
+      {{"BLU", 9000, 2500}, {"GRN", 11000, 6000}, {"RED", 12000, 3000}, {"NIR", 15000, 40000}}};
+  std::vector<cv::Mat> planes;
+  for (std::size_t b = 0; b < bands.size(); ++b) planes.emplace_back(shape.height, shape.width, CV_16UC1);
   for (int y = 0; y < shape.height; ++y) {
     for (int x = 0; x < shape.width; ++x) {
       const int dx = x % disc_spacing - disc_spacing / 2;
@@ -42,16 +51,19 @@ inline std::shared_ptr<model::CaptureSet> drawn_capture(model::Shape shape) {
       for (int c = 0; c < 3; ++c) {
         color.at<cv::Vec3b>(y, x)[c] = cv::saturate_cast<std::uint8_t>(tint[c] + shade + grain[c]);
       }
-      red.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>((is_leaf ? 3000 : 12000) + 40 * grain[0]);
-      near_infrared.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>((is_leaf ? 40000 : 15000) + 40 * grain[1]);
+      for (std::size_t b = 0; b < bands.size(); ++b) {
+        const int counts = (is_leaf ? bands[b].leaf : bands[b].ground) + 40 * grain[static_cast<int>(b) % 3];
+        planes[b].at<std::uint16_t>(y, x) = static_cast<std::uint16_t>(counts);
+      }
     }
   }
   model::MeasurementMap measurements;
   auto clr = std::make_shared<model::BaseMeasurement>();
   clr->images.insert_or_assign("RGB", model::Image(std::move(color)));
   auto msp = std::make_shared<model::BaseMeasurement>();
-  msp->images.insert_or_assign("RED", model::Image(std::move(red)));
-  msp->images.insert_or_assign("NIR", model::Image(std::move(near_infrared)));
+  for (std::size_t b = 0; b < bands.size(); ++b) {
+    msp->images.insert_or_assign(bands[b].name, model::Image(std::move(planes[b])));
+  }
   measurements.insert_or_assign("CLR", std::move(clr));
   measurements.insert_or_assign("MSP", std::move(msp));
   auto header = std::make_shared<model::CaptureHeader>();

@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "orvexa/common/logger.h"
@@ -48,6 +50,13 @@ class Descriptor {
 
 std::string reason_text(int error) {
   return std::generic_category().message(error);
+}
+
+/// 0 when what was written is on the disk, or on a file system that has nothing to flush; else the system's reason.
+int flush_error(const fs::path& path) {
+  const Descriptor opened(path, O_RDONLY);
+  if (!opened.is_open()) return errno;
+  return fsync(opened.get()) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
 }
 
 std::runtime_error folder_error(const fs::path& folder, std::string_view what, int error) {
@@ -181,39 +190,69 @@ void ResultsFolder::expect_free_space(std::uintmax_t bytes) const {
 }
 
 void ResultsFolder::write(const fs::path& relative, std::span<const std::byte> bytes, const RunContext& context) {
-  const auto fail = [&](int error) {
-    return std::runtime_error(fmt::format("{} cannot be written into \"{}\": {}.", path_text(relative),
-                                          path_text(_base), reason_text(error)));
-  };
   if (relative.has_parent_path()) {
     const std::lock_guard lock(_mutex);
     if (_subfolders.insert(relative.parent_path()).second) {
       std::error_code error;
       fs::create_directories(_partial / relative.parent_path(), error);
-      if (error) throw fail(error.value());
+      if (error) throw write_error(relative, error.value());
     }
   }
   context.check();
   Descriptor file(_partial / relative, O_WRONLY | O_CREAT | O_EXCL, 0666);
-  if (!file.is_open()) throw fail(errno);
+  if (!file.is_open()) throw write_error(relative, errno);
   constexpr std::size_t piece = std::size_t{1} << 20;
   while (!bytes.empty()) {
     const ssize_t written = ::write(file.get(), bytes.data(), std::min(piece, bytes.size()));
     if (written < 0) {
       if (errno == EINTR) continue;
-      throw fail(errno);
+      throw write_error(relative, errno);
     }
     bytes = bytes.subspan(static_cast<std::size_t>(written));
     context.check();
   }
-  const bool is_flushed = fsync(file.get()) == 0 || errno == EINVAL || errno == ENOTSUP;  // some cannot be flushed
-  if (!is_flushed) throw fail(errno);
-  if (!file.close()) throw fail(errno);
+  if (!file.close()) throw write_error(relative, errno);
+  const std::lock_guard lock(_mutex);
+  _written.push_back(relative);
+}
+
+void ResultsFolder::flush_side_by_side(const std::vector<fs::path>& relative) const {
+  // Flushing is waiting, not work: a journal commits the files that are flushed at one time together, which was four
+  // times as fast for a usual folder as one after another. So these are threads of their own, more than there are
+  // cores.
+  constexpr std::size_t most_threads = 16;
+  std::vector<int> errors(relative.size(), 0);
+  std::atomic<std::size_t> next{0};
+  const auto work = [&] {
+    for (std::size_t index = next++; index < relative.size(); index = next++) {
+      errors[index] = flush_error(_partial / relative[index]);
+    }
+  };
+  {
+    std::vector<std::jthread> helpers;
+    try {
+      while (helpers.size() + 1 < std::min(most_threads, relative.size())) helpers.emplace_back(work);
+    } catch (const std::system_error&) {
+      // The system gives no more threads: those there are do all the work.
+    }
+    work();
+  }
+  for (std::size_t index = 0; index < relative.size(); ++index) {
+    if (errors[index] != 0) throw write_error(relative[index], errors[index]);
+  }
+}
+
+std::runtime_error ResultsFolder::write_error(const fs::path& relative, int error) const {
+  return std::runtime_error(fmt::format("{} cannot be written into \"{}\": {}.",
+                                        relative.empty() ? _name : path_text(relative), path_text(_base),
+                                        reason_text(error)));
 }
 
 fs::path ResultsFolder::publish() {
-  for (const fs::path& folder : _subfolders) common::flush_folder(_partial / folder);
-  common::flush_folder(_partial);
+  std::vector<fs::path> to_flush = _written;
+  to_flush.insert(to_flush.end(), _subfolders.begin(), _subfolders.end());
+  to_flush.emplace_back();  // the folder itself
+  flush_side_by_side(to_flush);
   for (int number = 1;; ++number) {
     const fs::path target = with_number(_base, _name, number);
     try {

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <set>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,14 +34,15 @@ class ResultsFolder {
   /// system has less than `bytes` left for this user.
   void expect_free_space(std::uintmax_t bytes) const;
 
-  /// Writes one file and flushes it to disk. Thread-safe. Looks at the cancellation flag after every megabyte.
+  /// Writes one file. Thread-safe. Looks at the cancellation flag after every megabyte.
   /// @param relative  "metrics.json", "masks/final.png"; must not exist yet.
   /// @throws std::runtime_error with a sentence that names the file and the system's reason; CancelledError.
   void write(const std::filesystem::path& relative, std::span<const std::byte> bytes, const RunContext& context);
 
-  /// Flushes the folders and renames the hidden one to NAME, or NAME_2, NAME_3, ... where that is taken, without ever
-  /// replacing anything.
+  /// Flushes all files and folders to disk and renames the hidden one to NAME, or NAME_2, NAME_3, ... where that is
+  /// taken, without ever replacing anything.
   /// @return `output_base_dir` / the name it got.
+  /// @throws std::runtime_error with a sentence that names the file or folder and the system's reason.
   [[nodiscard]] std::filesystem::path publish();
 
   /// Where files are while the run lasts.
@@ -50,13 +52,16 @@ class ResultsFolder {
   void make_hidden_folder();
   void make_base_folder();
   void remove_what_was_made() noexcept;
+  void flush_side_by_side(const std::vector<std::filesystem::path>& relative) const;
+  [[nodiscard]] std::runtime_error write_error(const std::filesystem::path& relative, int error) const;
 
   std::filesystem::path _base;
   std::string _name;
   std::filesystem::path _partial;
   std::vector<std::filesystem::path> _made_above;  ///< folders that did not exist before the run, outermost first
-  std::mutex _mutex;                               ///< guards `_subfolders`
+  std::mutex _mutex;                               ///< guards the two below
   std::set<std::filesystem::path> _subfolders;
+  std::vector<std::filesystem::path> _written;
   int _lock = -1;
 };
 
