@@ -41,8 +41,8 @@ namespace orvexa::common {
 /// The text with everything that is not valid UTF-8 replaced by U+FFFD, so that JSON and YAML can hold it.
 [[nodiscard]] std::string to_valid_utf8(std::string_view text);
 
-/// The text on one line of a terminal or log: a line feed becomes `\n`, other control characters `\x1b`, and what is not
-/// UTF-8 U+FFFD, so that a file name can neither forge a line nor steer a terminal.
+/// The text on one line of a terminal or log: a line feed becomes `\n`, other control characters `\x1b`, and what is
+/// not UTF-8 U+FFFD, so that a file name can neither forge a line nor steer a terminal.
 [[nodiscard]] std::string visible_text(std::string_view text);
 
 /// Shell-style matching of a whole name: `*`, `?`, `[abc]`, `[a-z]`, `[!abc]`; case-sensitive; a `[` that is not closed
