@@ -6,5 +6,13 @@ namespace orvexa::model {
 
 // One description an operation, each defined in the file of that operation's name.
 const ResultOperationInfo& area_info();
+const ResultOperationInfo& perimeter_info();
+const ResultOperationInfo& shape_factors_info();
+const ResultOperationInfo& region_count_info();
+const ResultOperationInfo& band_statistics_info();
+const ResultOperationInfo& histogram_info();
+const ResultOperationInfo& color_statistics_info();
+const ResultOperationInfo& index_statistics_info();
+const ResultOperationInfo& psii_info();
 
 }  // namespace orvexa::model

@@ -1,0 +1,51 @@
+#include "orvexa/model/result_operations/operations.h"
+#include "orvexa/model/result_operations/result_rows.h"
+#include "orvexa/model/result_operations/wanted_bands.h"
+
+namespace orvexa::model {
+
+namespace {
+
+class BandStatistics final : public ResultOperation {
+  OperationResult compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) override;
+};
+
+OperationResult BandStatistics::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
+  const bool in_fractions = params.at("unit").get<std::string>() == "fraction";
+  OperationResult result;
+  const RegionPixels pixels(regions, context());
+  for (const Band& band : wanted_bands(capture, params.at("bands"), result)) {
+    context().check();
+    const StatisticsUnit unit =
+        in_fractions ? StatisticsUnit{"fraction of white", band.white.counts} : StatisticsUnit{"counts", 1};
+    add_statistics(result, regions, band.name, pixels.measure(band, context()), unit);
+  }
+  return result;
+}
+
+}  // namespace
+
+const ResultOperationInfo& band_statistics_info() {
+  static const ResultOperationInfo info{
+      .key = "band_statistics",
+      .display_name = "Statistics of the images",
+      .category = "Intensity",
+      .summary = "Describes the values of each image inside the mask and inside each region.",
+      .description =
+          "For every chosen plane, as `<measurement>.<image>[.<channel>].<statistic>`: " + statistics_text() +
+          " Values are counts as the file holds them or, when asked for, fractions of the white level (the "
+          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value.",
+      .source =
+          "R. J. Hyndman, Y. Fan, Sample quantiles in statistical packages, The American Statistician 50(4), 1996, "
+          "361-365, doi:10.1080/00031305.1996.10473566",
+      .parameters = {bands_parameter(),
+                     {.name = "unit",
+                      .type = ParameterType::choice,
+                      .default_value = "counts",
+                      .help = "Whether values are counts as the file holds them or fractions of the white level.",
+                      .choices = {"counts", "fraction"}}},
+      .operation_class = {.make = [] { return std::make_unique<BandStatistics>(); }}};
+  return info;
+}
+
+}  // namespace orvexa::model

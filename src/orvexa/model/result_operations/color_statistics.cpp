@@ -1,0 +1,297 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <numbers>
+#include <stdexcept>
+
+#include "orvexa/model/color.h"
+#include "orvexa/model/result_operations/operations.h"
+#include "orvexa/model/result_operations/result_rows.h"
+
+namespace orvexa::model {
+
+namespace {
+
+class ColorStatistics final : public ResultOperation {
+  OperationResult compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) override;
+};
+
+struct ColorPlanes {
+  std::vector<Band> rgb;
+  std::string name;  ///< prefix of the metrics
+};
+
+ColorPlanes planes_of_image(Band band) {
+  ColorPlanes planes;
+  planes.name = band.name.substr(0, band.name.rfind('.'));
+  for (int channel = 0; channel < 3; ++channel) {
+    Band& plane = planes.rgb.emplace_back(band);
+    plane.channel = channel;
+    plane.name = planes.name + "." + "RGB"[channel];
+  }
+  return planes;
+}
+
+ColorPlanes find_color(const ImageSource& source, const std::string& name) {
+  if (!name.empty()) {
+    const Band band = find_band(source, name);
+    if (band.image.is_color()) return planes_of_image(band);
+    throw std::runtime_error("color_statistics: " + band.name +
+                             " is a single-band image; colour needs an image with three channels.");
+  }
+  for (const Band& band : all_bands(source)) {
+    if (band.image.is_color()) return planes_of_image(band);
+  }
+  ColorPlanes planes;
+  planes.rgb = find_roles(source, {"R", "G", "B"});
+  planes.name = planes.rgb.front().measurement + ".RGB";
+  return planes;
+}
+
+/// The measured quantities of a pixel, in this order.
+struct Quantity {
+  const char* name;
+  const char* unit;
+};
+constexpr std::array<Quantity, 8> quantities{{{"red", "fraction of white"},
+                                              {"green", "fraction of white"},
+                                              {"blue", "fraction of white"},
+                                              {"saturation", ""},
+                                              {"value", "fraction of white"},
+                                              {"lab_l", ""},
+                                              {"lab_a", ""},
+                                              {"lab_b", ""}}};
+
+/// Sums of one group in one stripe, taken about its first pixel so that nothing cancels.
+struct ColorSums {
+  std::int64_t n = 0;
+  std::int64_t n_invalid = 0;
+  std::array<double, quantities.size()> pivot{};
+  std::array<double, quantities.size()> sum{};
+  std::array<double, quantities.size()> squares{};
+  std::int64_t n_hue = 0;
+  double cosines = 0;
+  double sines = 0;
+
+  void add(const std::array<double, quantities.size()>& values) {
+    if (n == 0) pivot = values;
+    ++n;
+    for (std::size_t k = 0; k < values.size(); ++k) {
+      const double difference = values[k] - pivot[k];
+      sum[k] += difference;
+      squares[k] += difference * difference;
+    }
+  }
+};
+
+/// Means and sums of squares about them, put together in a fixed order.
+/// Source: T. F. Chan, G. H. Golub, R. J. LeVeque, Algorithms for computing the sample variance, The American
+/// Statistician 37(3), 1983, 242-247.
+struct ColorMoments {
+  std::int64_t n = 0;
+  std::int64_t n_invalid = 0;
+  std::array<double, quantities.size()> mean{};
+  std::array<double, quantities.size()> squares{};
+  std::int64_t n_hue = 0;
+  double cosines = 0;
+  double sines = 0;
+
+  void add(const ColorSums& sums) {
+    ColorMoments other;
+    other.n = sums.n;
+    other.n_invalid = sums.n_invalid;
+    other.n_hue = sums.n_hue;
+    other.cosines = sums.cosines;
+    other.sines = sums.sines;
+    if (sums.n > 0) {
+      const auto count = static_cast<double>(sums.n);
+      for (std::size_t k = 0; k < mean.size(); ++k) {
+        other.mean[k] = sums.pivot[k] + sums.sum[k] / count;
+        other.squares[k] = std::max(0.0, sums.squares[k] - sums.sum[k] * sums.sum[k] / count);
+      }
+    }
+    add(other);
+  }
+
+  void add(const ColorMoments& other) {
+    n_invalid += other.n_invalid;
+    n_hue += other.n_hue;
+    cosines += other.cosines;
+    sines += other.sines;
+    if (other.n == 0) return;
+    const auto own = static_cast<double>(n);
+    const auto more = static_cast<double>(other.n);
+    for (std::size_t k = 0; k < mean.size(); ++k) {
+      const double difference = other.mean[k] - mean[k];
+      mean[k] += difference * (more / (own + more));
+      squares[k] += other.squares[k] + difference * difference * (own / (own + more) * more);
+    }
+    n += other.n;
+  }
+};
+
+/// Linear light of every count of an integer type, so that the power is taken once a count and not once a pixel.
+std::vector<double> light_of_counts(const Band& band) {
+  if (band.image.type() == PixelType::f32) return {};
+  std::vector<double> light(band.image.type() == PixelType::u8 ? 256 : 65536);
+  for (std::size_t count = 0; count < light.size(); ++count) {
+    light[count] = linear_light(std::clamp(static_cast<double>(count) / band.white.counts, 0.0, 1.0));
+  }
+  return light;
+}
+
+/// Fractions of white are cut to 0..1: sRGB and its hues end there.
+void measure_runs(std::span<const RegionPixels::Run> runs, const std::vector<Band>& rgb,
+                  const std::array<std::vector<double>, 3>& lights, std::span<ColorSums> groups) {
+  std::array<std::vector<double>, 3> rows;
+  for (auto& row : rows) row.resize(static_cast<std::size_t>(rgb.front().shape().width));
+  int row_read = -1;
+  for (const RegionPixels::Run& run : runs) {
+    if (run.y != row_read) {
+      for (std::size_t k = 0; k < 3; ++k) rgb[k].read_row(run.y, rows[k]);
+      row_read = run.y;
+    }
+    ColorSums& sums = groups[run.group];
+    for (auto x = static_cast<std::size_t>(run.x0); x < static_cast<std::size_t>(run.x1); ++x) {
+      if (!std::isfinite(rows[0][x] + rows[1][x] + rows[2][x])) {
+        ++sums.n_invalid;
+        continue;
+      }
+      std::array<double, 3> share{};
+      std::array<double, 3> light{};
+      for (std::size_t k = 0; k < 3; ++k) {
+        share[k] = std::clamp(rows[k][x] / rgb[k].white.counts, 0.0, 1.0);
+        light[k] = lights[k].empty() ? linear_light(share[k]) : lights[k][static_cast<std::size_t>(rows[k][x])];
+      }
+      const Hsv hsv = to_hsv({share[0], share[1], share[2]});
+      const Lab lab = lab_of_light({light[0], light[1], light[2]});
+      sums.add({share[0], share[1], share[2], hsv.saturation, hsv.value, lab.l, lab.a, lab.b});
+      if (hsv.saturation >= least_saturation_with_hue) {
+        const double angle = hsv.hue * std::numbers::pi / 180;
+        ++sums.n_hue;
+        sums.cosines += std::cos(angle);
+        sums.sines += std::sin(angle);
+      }
+    }
+  }
+}
+
+void write_row(ResultRow& row, const std::string& name, const ColorMoments& moments) {
+  const auto n = static_cast<double>(moments.n);
+  const char* const no_pixel = "No pixel has a valid value.";
+  if (row.is_empty()) {
+    const std::string_view reason = row.empty_reason();
+    row.leave_out(name + ".color.n", reason);
+    row.leave_out(name + ".color.n_invalid", reason);
+  } else {
+    row.set(name + ".color.n", Value(moments.n));
+    row.set(name + ".color.n_invalid", Value(moments.n_invalid));
+  }
+  for (std::size_t k = 0; k < quantities.size(); ++k) {
+    const std::string prefix = name + "." + quantities[k].name;
+    if (moments.n == 0) {
+      const std::string_view reason = row.is_empty() ? row.empty_reason() : no_pixel;
+      row.leave_out(prefix + ".mean", reason);
+      row.leave_out(prefix + ".sd", reason);
+    } else {
+      row.set(prefix + ".mean", moments.mean[k]);
+      row.set(prefix + ".sd", std::sqrt(moments.squares[k] / n));
+    }
+  }
+  const std::string hue = name + ".hue.";
+  if (row.is_empty()) {
+    for (const char* part : {"n", "n_invalid", "mean", "resultant_length"}) {
+      row.leave_out(hue + part, row.empty_reason());
+    }
+    return;
+  }
+  row.set(hue + "n", Value(moments.n_hue));
+  row.set(hue + "n_invalid", Value(moments.n + moments.n_invalid - moments.n_hue));
+  if (moments.n_hue == 0) {
+    const char* const no_hue = "No pixel is coloured enough to have a hue.";
+    row.leave_out(hue + "mean", moments.n == 0 ? no_pixel : no_hue);
+    row.leave_out(hue + "resultant_length", moments.n == 0 ? no_pixel : no_hue);
+    return;
+  }
+  const double resultant = std::hypot(moments.cosines, moments.sines) / static_cast<double>(moments.n_hue);
+  // Sums of millions of cosines are good to some ten digits.
+  if (resultant < 1e-10) {
+    row.leave_out(hue + "mean", "The hues cancel each other: they have no mean direction.");
+  } else {
+    const double degrees = std::atan2(moments.sines, moments.cosines) * 180 / std::numbers::pi;
+    const double turned = degrees < 0 ? degrees + 360 : degrees;
+    row.set(hue + "mean", turned < 360 ? turned : 0.0);
+  }
+  row.set(hue + "resultant_length", std::min(1.0, resultant));
+}
+
+OperationResult ColorStatistics::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
+  const ColorPlanes planes = find_color(capture, params.at("image").get<std::string>());
+  OperationResult result;
+  Value& chosen = result.chosen_bands["image"] = Value::array();
+  for (const Band& band : planes.rgb) chosen.push_back(band.name);
+
+  std::array<std::vector<double>, 3> lights;
+  for (std::size_t k = 0; k < 3; ++k) lights[k] = light_of_counts(planes.rgb[k]);
+  const RegionPixels pixels(regions, context());
+  const std::vector<ColorMoments> groups = pixels.reduce<ColorSums, ColorMoments>(
+      context(), [&](std::span<const RegionPixels::Run> runs, std::span<ColorSums> sums) {
+        measure_runs(runs, planes.rgb, lights, sums);
+      });
+  ColorMoments whole;
+  for (const ColorMoments& group : groups) whole.add(group);
+
+  const std::string& name = planes.name;
+  result.units[name + ".color.n"] = "px";
+  result.units[name + ".color.n_invalid"] = "px";
+  for (const Quantity& quantity : quantities) {
+    for (const char* part : {".mean", ".sd"}) result.units[name + "." + quantity.name + part] = quantity.unit;
+  }
+  result.units[name + ".hue.n"] = "px";
+  result.units[name + ".hue.n_invalid"] = "px";
+  result.units[name + ".hue.mean"] = "degrees";
+  result.units[name + ".hue.resultant_length"] = "";
+  write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
+    const bool is_whole = index < 0 || regions.is_single();
+    write_row(row, name, is_whole ? whole : groups[static_cast<std::size_t>(index)]);
+  });
+  return result;
+}
+
+}  // namespace
+
+const ResultOperationInfo& color_statistics_info() {
+  static const ResultOperationInfo info{
+      .key = "color_statistics",
+      .display_name = "Statistics of colour",
+      .category = "Colour",
+      .summary = "Describes the colour inside the mask and inside each region in RGB, HSV and CIELAB.",
+      .description =
+          "Of one colour image, as `<measurement>.<image>.<quantity>.<statistic>`: mean and sd (of the population) of "
+          "red, "
+          "green, blue, saturation and value (fractions of white, cut to 0 to 1) and of CIELAB lab_l (0 to 100), "
+          "lab_a, "
+          "lab_b (sRGB encoding, D65, 2 degree observer); color.n and color.n_invalid are the pixels behind them. Hue "
+          "is "
+          "an angle: hue.mean is the direction of the sum of unit vectors in degrees of 0 to 360, hue.resultant_length "
+          "the "
+          "length of that sum divided by n (1 = all hues equal, 0 = no common direction). Pixels with a saturation "
+          "below "
+          "0.02 have no hue and count under hue.n_invalid. A mask or region without pixels has none of them; what is "
+          "left "
+          "out says why.",
+      .source =
+          "K. V. Mardia, P. E. Jupp, Directional Statistics, Wiley, 2000 (hue); A. R. Smith, Color Gamut Transform "
+          "Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19 (HSV); ISO/CIE 11664-4 and IEC 61966-2-1 (CIELAB)",
+      .parameters = {{.name = "image",
+                      .type = ParameterType::band,
+                      .default_value = "",
+                      .help =
+                          "The colour image to look at; empty means the first one of the capture, or where there is "
+                          "none the bands of the roles R, G and B."}},
+      .required_measurements = std::vector<MeasurementRequirement>{std::vector<std::string>{"CLR", "MSP"}},
+      .operation_class = {.make = [] { return std::make_unique<ColorStatistics>(); }}};
+  return info;
+}
+
+}  // namespace orvexa::model

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/operation_base.h"
+#include "orvexa/model/region_pixels.h"
+#include "orvexa/model/region_set.h"
+
+namespace orvexa::model {
+
+/// The metrics of the whole mask or of one region while they are written down. Every name is written once a row, as a
+/// value or as a reason.
+class ResultRow {
+ public:
+  ResultRow(Value& metrics, Value& reasons, const Region& region);
+
+  [[nodiscard]] bool is_empty() const { return _region.area == 0; }
+  /// Why an empty row has no metrics: "The mask has no pixel." or "The region has no pixel."
+  [[nodiscard]] std::string_view empty_reason() const;
+
+  void set(std::string name, Value value);
+  /// A number that is not finite is left out with a reason.
+  void set(std::string name, double value);
+  void leave_out(std::string name, std::string_view reason);
+
+ private:
+  Value::object_t& _metrics;
+  Value::object_t& _reasons;
+  const Region& _region;
+};
+
+/// Calls `write` for the whole mask with index -1 and for each region with its index, in order.
+void write_rows(OperationResult& result, const RegionSet& regions,
+                const std::function<void(const Region& region, int index, ResultRow& row)>& write);
+
+/// What the numbers of some statistics mean.
+struct StatisticsUnit {
+  std::string name;    ///< "counts", "fraction of white", "" for a number without unit
+  double divisor = 1;  ///< from the numbers measured to that unit
+};
+
+/// Writes `<prefix>.n`, `.n_invalid`, `.mean`, `.sd`, `.cv`, `.min`, `.max`, `.median`, `.mad`, `.p5`, `.p25`, `.p75`,
+/// `.p95`, `.skew`, `.kurtosis` and `.sum` with their units.
+void add_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
+                    const RegionStatistics& statistics, const StatisticsUnit& unit);
+/// The same names, all left out for a reason.
+void add_undefined_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
+                              std::string_view reason);
+
+/// How the statistics are defined, for the description of an operation.
+[[nodiscard]] const std::string& statistics_text();
+
+}  // namespace orvexa::model
