@@ -36,6 +36,7 @@ void apply(benchmark::State& state, const model::MaskOperationInfo* info) {
         ->ArgNames({"megapixels", "threads"})
         ->ArgsProduct({{3, 12}, {1, 2}})
         ->Unit(benchmark::kMillisecond)
+        ->MeasureProcessCPUTime()
         ->UseRealTime();
   }
   return true;

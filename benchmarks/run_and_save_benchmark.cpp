@@ -115,6 +115,7 @@ void sizes_and_threads(benchmark::internal::Benchmark* made) {
   made->ArgNames({"megapixels", "threads"})
       ->ArgsProduct({{3, 12}, {1, 2}})
       ->Unit(benchmark::kMillisecond)
+      ->MeasureProcessCPUTime()
       ->UseRealTime();
 }
 
