@@ -573,6 +573,22 @@ TEST_F(ExecutorTest, TheFolderIsTheSameByteForByteWhateverTheNumberOfThreadsAndF
   common::set_thread_count(0);
 }
 
+TEST_F(ExecutorTest, TheProvenanceNamesTheBandsThatMaskStepsChoseThemselves) {
+  const Image band = test::image<std::uint16_t>({{100, 200, 300}, {40000, 50000, 60000}});
+  const auto capture = test::capture("plot", {{"MSP", {{"BLU", band}, {"GRN", band}, {"RED", band}, {"NIR", band}}}});
+  Workflow workflow;
+  workflow.mask_operations = {mask_op("threshold_range"), mask_op("threshold_auto"), mask_op("threshold_hsv"),
+                              mask_op("threshold_index", {{"index", "ndvi"}, {"low", -1.0}}),
+                              mask_op("keep_regions", {{"by", "band_mean"}, {"band", "MSP.RED"}})};
+  run(workflow, capture);
+  const Value steps = json("plot/provenance.json").at("mask_operations");
+  EXPECT_EQ(steps.at(0).at("bands").dump(), R"({"band":"MSP.BLU"})");
+  EXPECT_EQ(steps.at(1).at("bands").dump(), R"({"band":"MSP.BLU"})");
+  EXPECT_EQ(steps.at(2).at("bands").dump(), R"({"bands":["MSP.RED","MSP.GRN","MSP.BLU"]})");
+  EXPECT_EQ(steps.at(3).at("bands").dump(), R"({"ndvi":["MSP.NIR","MSP.RED"]})");
+  EXPECT_EQ(steps.at(4).at("bands").dump(), R"({"band":"MSP.RED"})");
+}
+
 TEST_F(ExecutorTest, AllStepsSeeTheBasePixelsAndLeaveThemAlone) {
   const auto look = fake_mask("look", [](FakeMask&, const ImageSource& source, const Mask*, const Value&) {
     EXPECT_EQ(source.find_image("MSP", "NIR")->row<std::uint16_t>(2)[4], 2040);

@@ -132,7 +132,7 @@ class KeepRegions final : public MaskOperation {
     return mask.with_labels(region_labels(components, is_kept));
   }
 
-  Measures measured(const ImageSource& source, const Components& components, const Value& params) const {
+  Measures measured(const ImageSource& source, const Components& components, const Value& params) {
     const auto& by = params.at("by").get_ref<const std::string&>();
     const auto& unit = params.at("unit").get_ref<const std::string&>();
     if (by == "area") {
@@ -162,7 +162,9 @@ class KeepRegions final : public MaskOperation {
       return distances_to(components, point.at(0).get<double>(), point.at(1).get<double>(),
                           pixel_length(get_display_name(), unit, source), context());
     }
-    return band_means(components, find_band(source, params.at("band").get<std::string>()), context());
+    const Band band = find_band(source, params.at("band").get<std::string>());
+    chosen_bands["band"] = band.name;
+    return band_means(components, band, context());
   }
 
   static std::vector<char> chosen(const Measures& measures, const Value& params) {

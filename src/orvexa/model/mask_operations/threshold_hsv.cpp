@@ -82,6 +82,7 @@ class ThresholdHsv final : public MaskOperation {
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const std::vector<Band> rgb = find_rgb(source, params.at("image").get<std::string>());
+    chosen_bands["bands"] = {rgb[0].name, rgb[1].name, rgb[2].name};
     note = "hue, saturation and value of " + rgb[0].name + ", " + rgb[1].name + ", " + rgb[2].name;
     const auto number = [&](const char* name) { return params.at(name).get<double>(); };
     const HueLimits hue(number("hue_from"), number("hue_to"));

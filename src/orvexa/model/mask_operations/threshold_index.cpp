@@ -35,6 +35,7 @@ class ThresholdIndex final : public MaskOperation {
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const SpectralIndex& index = get_spectral_index(params.at("index").get_ref<const std::string&>());
     const IndexMap map = compute_index(source, index, context());
+    chosen_bands[index.key] = map.bands;
     const std::string bands = common::joined(map.bands, ", ");
 
     constexpr double infinity = std::numeric_limits<double>::infinity();

@@ -20,6 +20,7 @@ class ThresholdRange final : public MaskOperation {
 
   std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {
     const Band band = find_band(source, params.at("band").get<std::string>());
+    chosen_bands["band"] = band.name;
     const ValueRange range{.low = low_limit_in_counts(band, params.at("low").get<double>()),
                            .high = high_limit_in_counts(band, params.at("high").get<double>()),
                            .is_inverted = params.at("invert").get<bool>()};
