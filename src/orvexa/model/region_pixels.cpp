@@ -183,7 +183,7 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
         });
     std::vector<std::uint32_t> whole(bin_count, 0);
     for (std::size_t group = 0; group < groups; ++group) {
-      const std::span<std::uint32_t> own = std::span(table).subspan(group * bin_count * turns, bin_count);
+      const std::span<std::uint32_t> own = std::span(table).subspan(group * bin_count * turns, bin_count * turns);
       for (std::size_t turn = 1; turn < turns; ++turn) {
         for (std::size_t bin = 0; bin < bin_count; ++bin) own[bin] += own[turn * bin_count + bin];
       }
