@@ -13,7 +13,7 @@ namespace orvexa::test {
 /// An image from rows of counts: `image<std::uint8_t>({{1, 2}, {3, 4}})`.
 template <typename T>
 model::Image image(const std::vector<std::vector<T>>& rows) {
-  cv::Mat pixels(static_cast<int>(rows.size()), static_cast<int>(rows.front().size()), cv::DataType<T>::type);
+  cv::Mat pixels(static_cast<int>(rows.size()), static_cast<int>(rows.front().size()), cv::traits::Type<T>::value);
   for (int y = 0; y < pixels.rows; ++y) {
     for (int x = 0; x < pixels.cols; ++x) {
       pixels.at<T>(y, x) = rows[static_cast<std::size_t>(y)][static_cast<std::size_t>(x)];

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <bit>
-#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
@@ -33,7 +32,7 @@ struct Header {
   Compression compression = Compression::none;
   std::size_t pixels_at = 0;
   std::array<std::uint32_t, 3> masks{};  // R G B of 16-bit and 32-bit pixels
-  std::vector<std::array<std::uint8_t, 3>> palette;
+  std::vector<Colour> palette;
 
   [[nodiscard]] bool is_run_length() const {
     return compression == Compression::rle8 || compression == Compression::rle4;
@@ -222,17 +221,8 @@ class Reader {
   }
 
   [[nodiscard]] cv::Mat from_palette() const {
-    const cv::Mat indices = _header.is_run_length() ? run_length_indices() : packed_indices();
-    cv::Mat pixels(height(), width(), CV_8UC3);
-    for (int y = 0; y < height(); ++y) {
-      const std::uint8_t* from = indices.ptr<std::uint8_t>(y);
-      std::uint8_t* to = pixels.ptr<std::uint8_t>(y);
-      for (int x = 0; x < width(); ++x, to += 3) {
-        if (from[x] >= _header.palette.size()) damaged("a pixel has a colour that is not in the palette");
-        std::memcpy(to, _header.palette[from[x]].data(), 3);
-      }
-    }
-    return single_band_where_grey(std::move(pixels));
+    return expanded_palette(_input, "BMP", _header.is_run_length() ? run_length_indices() : packed_indices(),
+                            _header.palette);
   }
 
   [[nodiscard]] cv::Mat packed_indices() const {

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <libexif/exif-data.h>
 
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <stdexcept>
@@ -76,6 +77,22 @@ int exif_orientation(std::span<const std::byte> exif) {
   const ExifEntry* entry = exif_content_get_entry(data->ifd[EXIF_IFD_0], EXIF_TAG_ORIENTATION);
   if (entry == nullptr || entry->format != EXIF_FORMAT_SHORT || entry->components < 1 || entry->size < 2) return 1;
   return exif_get_short(entry->data, exif_data_get_byte_order(data.get()));
+}
+
+cv::Mat expanded_palette(const Input& input, const char* kind, const cv::Mat& indices,
+                         std::span<const Colour> palette) {
+  cv::Mat pixels(indices.rows, indices.cols, CV_8UC3);
+  for (int y = 0; y < indices.rows; ++y) {
+    const std::uint8_t* from = indices.ptr<std::uint8_t>(y);
+    std::uint8_t* to = pixels.ptr<std::uint8_t>(y);
+    for (int x = 0; x < indices.cols; ++x, to += 3) {
+      if (from[x] >= palette.size()) {
+        input.refuse(fmt::format("this {} file is damaged", kind), "a pixel has a colour that is not in the palette");
+      }
+      std::memcpy(to, palette[from[x]].data(), 3);
+    }
+  }
+  return single_band_where_grey(std::move(pixels));
 }
 
 cv::Mat single_band_where_grey(cv::Mat rgb) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <opencv2/core.hpp>
@@ -46,6 +47,13 @@ struct Decoded {
 
 /// The orientation tag of an EXIF block that begins with "Exif" and two zero bytes; 1 where it has none.
 [[nodiscard]] int exif_orientation(std::span<const std::byte> exif);
+
+using Colour = std::array<std::uint8_t, 3>;
+
+/// Indices (one 8-bit channel) as the colours of a palette; one band where all colours that are used are greys.
+/// Refuses an index that the palette does not have; `kind` is the file's format for the sentence.
+[[nodiscard]] cv::Mat expanded_palette(const Input& input, const char* kind, const cv::Mat& indices,
+                                       std::span<const Colour> palette);
 
 /// A picture whose palette was expanded to 8-bit RGB: its first channel alone where every colour that a pixel uses is a
 /// grey, otherwise itself. Palette entries that no pixel uses have no say.

@@ -72,8 +72,6 @@ class Reader {
   }
 
  private:
-  using Colour = std::array<std::uint8_t, 3>;
-
   [[noreturn]] void fail(int error) const {
     if (_source.is_cut_off) _input.refuse("this GIF file is cut off.");
     const char* text = GifErrorString(error);

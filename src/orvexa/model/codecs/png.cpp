@@ -108,7 +108,7 @@ bool read_pixels(Reader& reader, png_bytepp rows) {
 
 bool set_transformations(Reader& reader) {
   if (setjmp(png_jmpbuf(reader.png)) != 0) return false;
-  if (reader.color_type == PNG_COLOR_TYPE_PALETTE) png_set_palette_to_rgb(reader.png);
+  if (reader.color_type == PNG_COLOR_TYPE_PALETTE) png_set_packing(reader.png);  // indices, a byte each
   if (reader.color_type == PNG_COLOR_TYPE_GRAY && reader.bits < 8) png_set_expand_gray_1_2_4_to_8(reader.png);
   png_set_strip_alpha(reader.png);
   if (reader.bits == 16 && std::endian::native == std::endian::little) png_set_swap(reader.png);
@@ -132,6 +132,15 @@ int stored_orientation(Reader& reader) {
   return exif_orientation(exif);
 }
 
+std::vector<Colour> stored_palette(Reader& reader) {
+  png_colorp entries = nullptr;
+  int count = 0;
+  png_get_PLTE(reader.png, reader.info, &entries, &count);
+  std::vector<Colour> palette;
+  for (int i = 0; i < count; ++i) palette.push_back({entries[i].red, entries[i].green, entries[i].blue});
+  return palette;
+}
+
 }  // namespace
 
 Decoded decode_png(const Input& input) {
@@ -146,7 +155,8 @@ Decoded decode_png(const Input& input) {
 
   if (!set_transformations(reader)) refuse(input, reader);
   const int depth = reader.bits == 16 ? CV_16U : CV_8U;
-  const int channels = (reader.color_type & PNG_COLOR_MASK_COLOR) != 0 ? 3 : 1;
+  const bool is_palette = reader.color_type == PNG_COLOR_TYPE_PALETTE;
+  const int channels = !is_palette && (reader.color_type & PNG_COLOR_MASK_COLOR) != 0 ? 3 : 1;
   cv::Mat pixels(static_cast<int>(reader.height), static_cast<int>(reader.width), CV_MAKETYPE(depth, channels));
   if (png_get_rowbytes(reader.png, reader.info) != pixels.step[0]) {
     input.refuse("this PNG file is damaged", "its rows have another length than its header says");
@@ -155,15 +165,7 @@ Decoded decode_png(const Input& input) {
   for (int y = 0; y < pixels.rows; ++y) rows[static_cast<std::size_t>(y)] = pixels.ptr(y);
   if (!read_pixels(reader, rows.data()) || reader.complaint.is_data_check) refuse(input, reader);
 
-  if (reader.color_type == PNG_COLOR_TYPE_PALETTE) {
-    png_colorp palette = nullptr;
-    int entries = 0;
-    png_get_PLTE(reader.png, reader.info, &palette, &entries);
-    if (png_get_palette_max(reader.png, reader.info) >= entries) {
-      input.refuse("this PNG file is damaged", "a pixel has a colour that is not in the palette");
-    }
-    pixels = single_band_where_grey(std::move(pixels));
-  }
+  if (is_palette) pixels = expanded_palette(input, "PNG", pixels, stored_palette(reader));
   return {.pixels = upright(std::move(pixels), stored_orientation(reader))};
 }
 

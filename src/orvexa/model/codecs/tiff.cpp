@@ -101,6 +101,9 @@ int keep_warning(TIFF*, void* user_data, const char* module, const char* format,
   auto& file = *static_cast<MemoryFile*>(user_data);
   // An old dialect of LZW, read without loss.
   if (module != nullptr && std::strcmp(module, "LZWPreDecode") == 0) return 1;
+  // A tag whose numbers lie beyond the end of the file; libtiff would go on without the palette, for instance.
+  const bool is_cut_off = std::strncmp(format, "IO error", 8) == 0;
+  if (is_cut_off) return keep_error(nullptr, user_data, module, format, arguments);
   if (file.warning.empty()) file.warning = formatted(format, arguments);
   return 1;
 }
@@ -563,21 +566,13 @@ class Reader {
     for (const std::uint16_t* map : maps) {
       is_narrow = is_narrow && std::all_of(map, map + entries, [](std::uint16_t level) { return level < 256; });
     }
-    std::array<std::array<std::uint8_t, 256>, 3> levels{};
-    for (std::size_t c = 0; c < 3; ++c) {
-      for (std::size_t i = 0; i < entries; ++i) {
-        levels[c][i] = static_cast<std::uint8_t>(is_narrow ? maps[c][i] : maps[c][i] >> 8);
+    std::vector<Colour> palette(entries);
+    for (std::size_t i = 0; i < entries; ++i) {
+      for (std::size_t c = 0; c < 3; ++c) {
+        palette[i][c] = static_cast<std::uint8_t>(is_narrow ? maps[c][i] : maps[c][i] >> 8);
       }
     }
-    cv::Mat pixels(indices.rows, indices.cols, CV_8UC3);
-    for (int y = 0; y < indices.rows; ++y) {
-      const std::uint8_t* from = indices.ptr<std::uint8_t>(y);
-      std::uint8_t* to = pixels.ptr<std::uint8_t>(y);
-      for (int x = 0; x < indices.cols; ++x) {
-        for (std::size_t c = 0; c < 3; ++c) *to++ = levels[c][from[x]];
-      }
-    }
-    return single_band_where_grey(std::move(pixels));
+    return expanded_palette(_input, "TIFF", indices, palette);
   }
 
   const Input& _input;
