@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <opencv2/core/utility.hpp>
 
 #include "orvexa/common/parallel.h"
 
@@ -17,6 +18,9 @@ int stripe_count(int height, int width) {
 }
 
 void for_each_stripe(int height, int width, const RunContext& context, const std::function<void(int, int)>& rows) {
+  // The stripes are the parallelism: threads of OpenCV inside them would be more than the caller allowed.
+  static const bool is_opencv_alone = (cv::setNumThreads(1), true);
+  static_cast<void>(is_opencv_alone);
   const int step = stripe_height(width);
   common::parallel_for(static_cast<std::size_t>(stripe_count(height, width)), [&](std::size_t stripe) {
     context.check();
