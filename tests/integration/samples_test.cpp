@@ -154,7 +154,7 @@ std::vector<DrawnSample> drawings() {
           {samples::draw_series_plot("plot_0007", 7), samples::series_workflow()}};
 }
 
-TEST(SampleDrawings, ObjectsDoNotTouchAndEachIsOnePiece) {
+TEST(SampleDrawings, ObjectsDoNotTouchAndNoneIsAsSmallAsDust) {
   for (const DrawnSample& sample : drawings()) {
     SCOPED_TRACE(sample.drawing.name);
     EXPECT_TRUE(samples::labels_are_apart(sample.drawing.labels));
@@ -277,7 +277,7 @@ TEST(SampleFiles, AFolderThatCannotBeMadeIsNamed) {
     static_cast<void>(write_samples(folder / "file"));
     FAIL() << "no exception";
   } catch (const std::runtime_error& error) {
-    EXPECT_THAT(error.what(), testing::HasSubstr("file/leaf_tray: this folder cannot be made ("));
+    EXPECT_THAT(error.what(), testing::HasSubstr("file: this folder cannot be made ("));
   }
 }
 

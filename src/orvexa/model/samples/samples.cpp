@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <stdexcept>
 #include <utility>
 
@@ -88,15 +89,25 @@ std::vector<SampleReport> write_samples(const Path& folder, const SampleOptions&
     throw std::invalid_argument("The number of small captures is from 0 to 100,000, not " +
                                 std::to_string(options.count) + ".");
   }
-  std::vector<SampleReport> reports;
-  reports.push_back(write_sample(folder, "Eight leaves on a tray, a colour picture.", samples::draw_leaf_tray(),
-                                 samples::leaf_tray_workflow()));
-  reports.push_back(write_sample(folder, "Three rows of six plants in five 16-bit bands and a colour preview.",
-                                 samples::draw_plot_five_bands(), samples::plot_five_bands_workflow()));
-  reports.push_back(write_sample(folder, "Two leaves in chlorophyll fluorescence, one of them partly stressed.",
-                                 samples::draw_leaf_fluorescence(), samples::leaf_fluorescence_workflow()));
-  reports.push_back(write_sample(folder, "Twenty-six seeds and beads in a dish, a colour picture.",
-                                 samples::draw_dish_objects(), samples::dish_objects_workflow()));
+  make_folder(folder);
+  struct Kind {
+    const char* shows;
+    Drawing (*draw)();
+    Workflow (*workflow)();
+  };
+  const std::array kinds{
+      Kind{"Eight leaves on a tray, a colour picture.", samples::draw_leaf_tray, samples::leaf_tray_workflow},
+      Kind{"Three rows of six plants in five 16-bit bands and a colour preview.", samples::draw_plot_five_bands,
+           samples::plot_five_bands_workflow},
+      Kind{"Two leaves in chlorophyll fluorescence, one of them partly stressed.", samples::draw_leaf_fluorescence,
+           samples::leaf_fluorescence_workflow},
+      Kind{"Twenty-six seeds and beads in a dish, a colour picture.", samples::draw_dish_objects,
+           samples::dish_objects_workflow},
+  };
+  std::vector<SampleReport> reports(kinds.size());
+  common::parallel_for(kinds.size(), [&](std::size_t i) {
+    reports[i] = write_sample(folder, kinds[i].shows, kinds[i].draw(), kinds[i].workflow());
+  });
   if (options.count > 0) reports.push_back(write_series(folder, options.count));
   return reports;
 }
