@@ -21,6 +21,13 @@ target_compile_options(
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND ORVEXA_PRECOMPILE)
   target_compile_options(orvexa_compile INTERFACE -fpch-preprocess -Winvalid-pch)
 endif()
+if(ORVEXA_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "ORVEXA_BUILD_FUZZERS needs Clang, because the fuzzer is a part of it: set CXX=clang++.")
+  endif()
+  target_compile_options(orvexa_compile INTERFACE -fsanitize=fuzzer-no-link)
+  target_link_options(orvexa_compile INTERFACE -fsanitize=fuzzer-no-link)
+endif()
 if(ORVEXA_SANITIZE)
   # A sanitizer instruments the optimiser's output in ways that make GCC's flow warnings guess wrongly.
   target_compile_options(orvexa_compile INTERFACE -fsanitize=${ORVEXA_SANITIZE} -fno-omit-frame-pointer
