@@ -31,7 +31,8 @@ endif()
 if(ORVEXA_SANITIZE)
   # A sanitizer instruments the optimiser's output in ways that make GCC's flow warnings guess wrongly.
   target_compile_options(orvexa_compile INTERFACE -fsanitize=${ORVEXA_SANITIZE} -fno-omit-frame-pointer
-                                                  -fno-sanitize-recover=all -Wno-maybe-uninitialized)
+                                                  -fno-sanitize-recover=all
+                                                  $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
   target_link_options(orvexa_compile INTERFACE -fsanitize=${ORVEXA_SANITIZE})
 endif()
 
