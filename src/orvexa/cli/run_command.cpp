@@ -15,7 +15,7 @@ namespace orvexa::cli {
 namespace {
 
 /// The table on the screen is short; the files in the results folder hold everything.
-constexpr std::size_t rows_per_operation = 12;
+constexpr std::size_t rows_per_operation = 6;
 
 int interrupted(Console& console) {
   const std::string sentence = "Interrupted; no results were written.";
