@@ -115,7 +115,8 @@ std::string full_text(const common::Value& document) {
     std::string line =
         fmt::format("{}: {}", parameter.at("name").get<std::string>(), parameter.at("allowed").get<std::string>());
     if (!parameter.at("unit").get<std::string>().empty()) line += ", in " + parameter.at("unit").get<std::string>();
-    line += fmt::format("; default {}", parameter.at("default").dump());
+    const common::Value& usual = parameter.at("default");
+    line += usual.is_null() ? "; not set by default" : fmt::format("; default {}", usual.dump());
     if (parameter.contains("picked_as")) line += "; picked on the image";
     text += wrapped(line, 2) + wrapped(parameter.at("help").get<std::string>(), 6);
   }
