@@ -97,6 +97,26 @@ TEST(Run, GivenInfoLines_ThenTheStepsAppearOnStandardError) {
   EXPECT_THAT(outcome.err, HasSubstr("Mask 1 of 1: threshold_range"));
 }
 
+/// What a terminal receives when `orvexa run` is typed there; `script` of the base system is the terminal.
+std::string on_a_terminal(const RunSetup& run, const std::string& option) {
+  const auto quoted = [](const std::filesystem::path& path) { return "'" + path.string() + "' "; };
+  const std::string line = quoted(ORVEXA_COMMAND) + "run " + quoted(run.workflow) + quoted(run.capture) + "-o " +
+                           quoted(run.output) + option;
+  return Process({"script", "--quiet", "--return", "--command", line, "/dev/null"}).wait().out;
+}
+
+TEST(Run, GivenATerminal_ThenProgressIsOneLineThatIsTakenAwayBeforeTheAnswer) {
+  const RunSetup run;
+  const std::string text = on_a_terminal(run, "");
+  EXPECT_THAT(text, HasSubstr("\r\033[KMask 1 of 1: threshold_range\r\033[K"));
+  EXPECT_THAT(text, HasSubstr("\r\033[Kplot, over the whole mask:"));
+}
+
+TEST(Run, GivenATerminalAndQuiet_ThenThereIsNoProgress) {
+  const RunSetup run;
+  EXPECT_EQ(on_a_terminal(run, "--quiet"), (run.output / "plot").string() + "\r\n");
+}
+
 TEST(Run, GivenACaptureThatOffersMoreThanTheWorkflowUses_ThenTheStepsThatRanAreThoseOfTheFile) {
   // Two bands with a white level would allow band statistics, histograms and more; the file asks for two operations.
   const RunSetup run;
