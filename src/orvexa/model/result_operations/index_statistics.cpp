@@ -22,16 +22,6 @@ std::vector<std::string> all_keys() {
   return keys;
 }
 
-/// Each once, in the order asked for.
-std::vector<const SpectralIndex*> wanted_indices(const Value& keys) {
-  std::vector<const SpectralIndex*> wanted;
-  for (const Value& key : keys) {
-    const SpectralIndex* index = &get_spectral_index(key.get<std::string>());
-    if (std::find(wanted.begin(), wanted.end(), index) == wanted.end()) wanted.push_back(index);
-  }
-  return wanted;
-}
-
 IndexMap map_of(const CaptureSet& capture, const SpectralIndex& index, const RunContext& context) {
   try {
     return compute_index(capture, index, context);
@@ -82,7 +72,6 @@ void IndexStatistics::check(const Value& params) const {
     throw std::invalid_argument(
         "index_statistics: parameter \"indices\" is empty, but at least one index has to be named.");
   }
-  for (const Value& key : params.at("indices")) static_cast<void>(get_spectral_index(key.get<std::string>()));
   const double low = params.at("map_low").get<double>();
   const double high = params.at("map_high").get<double>();
   if (!(low < high)) {
@@ -98,21 +87,22 @@ OperationResult IndexStatistics::compute(const CaptureSet& capture, const Region
   ResultTable& bands = result.tables["bands"];
   bands.columns = {"index", "role", "band", "formula"};
   const RegionPixels pixels(regions, context());
-  for (const SpectralIndex* index : wanted_indices(params.at("indices"))) {
-    const IndexMap map = map_of(capture, *index, context());
-    result.chosen_bands[index->key] = map.bands;
+  for (const Value& key : params.at("indices")) {
+    const SpectralIndex& index = get_spectral_index(key.get<std::string>());
+    const IndexMap map = map_of(capture, index, context());
+    result.chosen_bands[index.key] = map.bands;
     for (std::size_t k = 0; k < map.bands.size(); ++k) {
-      bands.rows.push_back({index->key, index->roles[k], map.bands[k], index->formula});
+      bands.rows.push_back({index.key, index.roles[k], map.bands[k], index.formula});
     }
     const RegionStatistics statistics = pixels.measure(map.values, context());
-    add_statistics(result, regions, index->key, statistics, {});
-    add_share_over(result, pixels, index->key + ".share_over_limit", map.values, limit, statistics, context());
+    add_statistics(result, regions, index.key, statistics, {});
+    add_share_over(result, pixels, index.key + ".share_over_limit", map.values, limit, statistics, context());
     const HeatScale scale = map_range == "fixed" ? HeatScale{params.at("map_low").get<double>(),
-                                                             params.at("map_high").get<double>(), index->key}
-                                                 : scale_of_data(statistics.whole, index->key);
+                                                             params.at("map_high").get<double>(), index.key}
+                                                 : scale_of_data(statistics.whole, index.key);
     result.images.insert_or_assign(
-        index->key, ResultImage{.picture = heat_map_picture(map.values, regions.mask(), scale, context()),
-                                .numbers = map_numbers(map.values, regions.mask(), context())});
+        index.key, ResultImage{.picture = heat_map_picture(map.values, regions.mask(), scale, context()),
+                               .numbers = map_numbers(map.values, regions.mask(), context())});
   }
   return result;
 }
