@@ -201,7 +201,7 @@ TEST_F(CaptureLoading, ALoaderThatRaisesLeavesNoCaptureAnEmptyCacheAndTheDoubled
 TEST_F(CaptureLoading, AFailureThatIsNoExceptionObjectIsReportedToo) {
   controller.capture_loader = [](const std::filesystem::path&) -> std::shared_ptr<model::CaptureSet> { throw 42; };
   controller.load_capture_from_file("HDR_1.INF");
-  EXPECT_EQ(state.error, "Failed to load capture from HDR_1.INF: an unknown failure");
+  EXPECT_EQ(state.error, "Failed to load capture from HDR_1.INF: It failed without saying why.");
 }
 
 TEST_F(CaptureLoading, TheLoaderStepAloneRaisesTheWrappedTextAndTouchesNothing) {

@@ -139,7 +139,7 @@ TEST_F(ResultsGeneration, AFailureIsLoggedWithItsTraceAndABlankAtTheEndAndKeepsT
 TEST_F(ResultsGeneration, AFailureThatIsNoExceptionObjectIsReportedToo) {
   executor.on_run = [] { throw 42; };
   EXPECT_FALSE(controller.generate_results_v2("out"));
-  EXPECT_EQ(controller.state.error, "Results generation failed: an unknown failure");
+  EXPECT_EQ(controller.state.error, "Results generation failed: It failed without saying why.");
 }
 
 TEST_F(ResultsGeneration, ACancellationIsNoErrorWhateverTheCaseOfItsText) {

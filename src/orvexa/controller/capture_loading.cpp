@@ -5,12 +5,13 @@
 #include "orvexa/common/files.h"
 #include "orvexa/common/logger.h"
 #include "orvexa/controller/controller.h"
-#include "orvexa/controller/failure_text.h"
+#include "orvexa/model/failure_text.h"
 
 namespace orvexa::controller {
 
 using common::logger;
 using common::path_text;
+using model::failure_text;
 
 namespace {
 

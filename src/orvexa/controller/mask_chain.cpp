@@ -5,13 +5,14 @@
 
 #include "orvexa/common/logger.h"
 #include "orvexa/controller/controller.h"
-#include "orvexa/controller/failure_text.h"
+#include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/overlay.h"
 
 namespace orvexa::controller {
 
 using common::logger;
+using model::failure_text;
 
 namespace {
 

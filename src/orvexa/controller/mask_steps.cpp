@@ -6,12 +6,13 @@
 #include "orvexa/common/logger.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
-#include "orvexa/controller/failure_text.h"
+#include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
 
 namespace orvexa::controller {
 
 using common::logger;
+using model::failure_text;
 
 void Controller::add_mask_op(const std::string& op_name, const Value& params) {
   _wf()->mask_operations.push_back(model::mask_op(op_name, params));

@@ -8,11 +8,12 @@
 #include "orvexa/common/logger.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
-#include "orvexa/controller/failure_text.h"
+#include "orvexa/model/failure_text.h"
 
 namespace orvexa::controller {
 
 using common::logger;
+using model::failure_text;
 
 namespace {
 

@@ -7,12 +7,13 @@
 #include "orvexa/common/logger.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
-#include "orvexa/controller/failure_text.h"
 #include "orvexa/controller/numerical_results.h"
+#include "orvexa/model/failure_text.h"
 
 namespace orvexa::controller {
 
 using common::logger;
+using model::failure_text;
 
 bool Controller::generate_results_v2(const std::string& save_folder, const model::ProgressCallback& progress_cb,
                                      const common::CancelEvent* cancel_event) {

@@ -22,6 +22,7 @@
 #include "orvexa/common/serialisation.h"
 #include "orvexa/common/text.h"
 #include "orvexa/model/codecs/image_file.h"
+#include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/region_set.h"
 #include "orvexa/model/result_operations/registry.h"
@@ -36,23 +37,6 @@ using common::OrderedMap;
 using common::Path;
 
 namespace {
-
-/// The failure that is being handled as a sentence for people.
-std::string failure_text() {
-  constexpr const char* no_memory = "There is not enough memory.";
-  try {
-    throw;
-  } catch (const std::bad_alloc&) {
-    return no_memory;
-  } catch (const cv::Exception& failure) {
-    if (failure.code == cv::Error::StsNoMem) return no_memory;
-    return fmt::format("The image library failed in {}: {}.", failure.func, failure.err);
-  } catch (const std::exception& failure) {
-    return failure.what();
-  } catch (...) {
-    return "It failed without saying why.";
-  }
-}
 
 void report(const ProgressCallback& progress, const std::string& text) {
   if (progress) progress(text);

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string_view>
@@ -37,7 +37,10 @@ void check_format(const Value& value) {
     refuse(fmt::format("The workflow's format must be a whole number; it is {}.",
                        value.is_number() ? scalar_text(value) : kind_text(value)));
   }
-  if (value > workflow_format) {
+  // Compared as what it is: the JSON library's own comparison takes 2^63 and above for negative.
+  const bool is_newer = value.is_number_unsigned() ? std::cmp_greater(value.get<std::uint64_t>(), workflow_format)
+                                                   : std::cmp_greater(value.get<std::int64_t>(), workflow_format);
+  if (is_newer) {
     refuse(fmt::format("The workflow has format {}; this program reads format {} and older.", scalar_text(value),
                        workflow_format));
   }
@@ -204,9 +207,8 @@ class Checker {
   template <typename Info>
   void check_params(const Info& info, const ParameterList& parameters, const OperationConfig& step,
                     const std::string& name) {
-    if (!step.params.is_object() && !step.params.is_null()) {
-      report(name,
-             fmt::format("{}: \"params\" must be a map of parameters; it is {}.", step.op, kind_text(step.params)));
+    if (!step.params.is_object()) {
+      guarded(name, [&] { static_cast<void>(info()->validate_params(step.params)); });
       return;
     }
     // One parameter at a time, so that all that are wrong are named; then all together, for what must fit.

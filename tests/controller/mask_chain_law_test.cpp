@@ -1,0 +1,221 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+
+#include "controller/fakes.h"
+#include "orvexa/common/files.h"
+
+namespace orvexa::test {
+namespace {
+
+using common::OrderedMap;
+
+/// Draws numbers in a way that is the same with every standard library.
+class Dice {
+ public:
+  explicit Dice(unsigned seed) : _random(seed) {}
+  /// A whole number of [low, high].
+  int between(int low, int high) { return low + static_cast<int>(_random() % static_cast<unsigned>(high - low + 1)); }
+  /// Of [0, 1) in steps of 1/1024.
+  double fraction() { return between(0, 1023) / 1024.0; }
+  bool chance(double share) { return fraction() < share; }
+  template <typename T>
+  T one_of(const std::vector<T>& values) {
+    return values[static_cast<std::size_t>(between(0, static_cast<int>(values.size()) - 1))];
+  }
+
+ private:
+  std::mt19937 _random;
+};
+
+/// Bright discs on a dark noisy ground.
+template <typename T>
+model::Image blobs(Dice& dice, int height, int width, int channels, double white) {
+  cv::Mat pixels(height, width, CV_MAKETYPE(cv::DataType<T>::depth, channels));
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width * channels; ++x) {
+      pixels.ptr<T>(y)[x] = static_cast<T>(white * (0.05 + 0.15 * dice.fraction()));
+    }
+  }
+  for (int blob = dice.between(1, 4); blob > 0; --blob) {
+    const int radius = dice.between(2, 6);
+    const int cy = dice.between(0, height - 1);
+    const int cx = dice.between(0, width - 1);
+    const double level = 0.4 + 0.5 * dice.fraction();
+    for (int y = std::max(0, cy - radius); y <= std::min(height - 1, cy + radius); ++y) {
+      for (int x = std::max(0, cx - radius); x <= std::min(width - 1, cx + radius); ++x) {
+        if ((y - cy) * (y - cy) + (x - cx) * (x - cx) > radius * radius) continue;
+        for (int c = 0; c < channels; ++c) {
+          pixels.ptr<T>(y)[x * channels + c] = static_cast<T>(white * level * (c == 1 ? 1.0 : 0.6));
+        }
+      }
+    }
+  }
+  return model::Image(std::move(pixels));
+}
+
+/// Colour (8-bit), red and near infrared (16-bit, 12 bits used) and fluorescence (float) of one object.
+std::shared_ptr<model::CaptureSet> random_capture(Dice& dice) {
+  const int height = dice.between(6, 40);
+  const int width = dice.between(6, 40);
+  auto result = capture("random", {{"CLR", {{"RGB", blobs<std::uint8_t>(dice, height, width, 3, 255)}}},
+                                   {"MSP",
+                                    {{"RED", blobs<std::uint16_t>(dice, height, width, 1, 4095)},
+                                     {"NIR", blobs<std::uint16_t>(dice, height, width, 1, 4095)}}},
+                                   {"FLU", {{"FM", blobs<float>(dice, height, width, 1, 1)}}}});
+  result->measurements.at("MSP")->declared_white_level = 4095;
+  return result;
+}
+
+Value random_rect(Dice& dice) {
+  // Partly outside the image now and then.
+  return {dice.fraction(), dice.fraction(), 0.3 + dice.fraction(), 0.3 + dice.fraction()};
+}
+
+Value random_params(Dice& dice, const std::string& key) {
+  const std::vector<std::string> bands = {"", "CLR.RGB.G", "CLR.RGB", "MSP.RED", "MSP.NIR", "FLU.FM"};
+  const std::vector<std::string> methods = {"otsu", "triangle", "li"};
+  const std::vector<std::string> sides = {"bright", "bright", "dark"};
+  Value params = Value::object();
+  if (key == "roi_rect") params = {{"rect", random_rect(dice)}};
+  if (key == "roi_rects") params = {{"rects", Value::array({random_rect(dice), random_rect(dice), random_rect(dice)})}};
+  if (key == "threshold_range") {
+    const double low = 0.4 * dice.fraction();
+    params = {{"band", dice.one_of(bands)}, {"low", low}, {"high", low + 0.6 * dice.fraction()}};
+    params["invert"] = dice.chance(0.3);
+  }
+  if (key == "threshold_auto") {
+    params = {{"band", dice.one_of(bands)}, {"method", dice.one_of(methods)}, {"polarity", dice.one_of(sides)}};
+    if (dice.chance(0.3)) params["factor"] = 0.5 + dice.fraction();
+  }
+  if (key == "threshold_hsv") params = {{"image", "CLR.RGB"}, {"v_min", 0.5 * dice.fraction()}};
+  if (key == "threshold_index") {
+    params = {{"index", "ndvi"}, {"method", dice.one_of(methods)}, {"polarity", dice.one_of(sides)}};
+  }
+  if (key == "erode" || key == "dilate" || key == "open" || key == "close") {
+    params = {{"radius", dice.between(0, 5) / 2.0},
+              {"shape", dice.one_of<std::string>({"disc", "square"})},
+              {"iterations", dice.between(1, 2)}};
+  }
+  if (key == "fill_holes" && dice.chance(0.5)) params = {{"max_area", dice.between(1, 20)}};
+  if (key == "remove_small") {
+    params = {{"min_area", dice.between(0, 12)}, {"connectivity", dice.one_of<std::string>({"4", "8"})}};
+  }
+  if (key == "keep_regions") {
+    params = {{"by", dice.one_of<std::string>({"area", "solidity", "distance_to_point"})},
+              {"n", dice.between(1, 3)},
+              {"make_regions", dice.chance(0.5)}};
+  }
+  if (dice.chance(0.15)) params["reset_mask_chain"] = true;
+  return params;
+}
+
+std::shared_ptr<model::Workflow> random_workflow(Dice& dice) {
+  std::vector<std::string> makers;
+  std::vector<std::string> all;
+  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
+    all.push_back(info->key);
+    if (!info->needs_mask) makers.push_back(info->key);
+  }
+  auto workflow = std::make_shared<model::Workflow>();
+  for (int step = 0, count = dice.between(1, 6); step < count; ++step) {
+    const std::string key = dice.one_of(step == 0 ? makers : all);
+    workflow->mask_operations.push_back({{.op = key, .params = random_params(dice, key)}});
+  }
+  return workflow;
+}
+
+/// Image by image, the SHA-256 of the base pixels.
+OrderedMap<std::string> hashes(const model::CaptureSet& capture) {
+  OrderedMap<std::string> result;
+  for (const auto& [measurement_name, measurement] : capture.measurements) {
+    for (const auto& [image_name, entry] : measurement->images) {
+      const cv::Mat& pixels = entry.base().read_only();
+      result.insert_or_assign(
+          measurement_name + "." + image_name,
+          common::sha256_hex(std::as_bytes(std::span(pixels.data, pixels.total() * pixels.elemSize()))));
+    }
+  }
+  return result;
+}
+
+/// Empty when pixels, bounds and regions are the same; otherwise what is not.
+std::string difference(const model::Mask& a, const model::Mask& b) {
+  if (!(a == b)) return "pixels";
+  if (a.bounds() != b.bounds()) return "bounds";
+  if ((a.labels() == nullptr) != (b.labels() == nullptr)) return "whether there are regions";
+  if (a.labels() && a.labels()->names != b.labels()->names) return "names of regions";
+  if (a.labels() && cv::countNonZero(a.labels()->image != b.labels()->image) != 0) return "regions";
+  return "";
+}
+
+std::string text_of(const model::Workflow& workflow) {
+  std::string text;
+  for (const auto& step : workflow.mask_operations) text += step.op + " " + step.params.dump() + "\n";
+  return text;
+}
+
+TEST(MaskChainLaw, CachedChainExecutorAndAccumulatedMaskAgreeOnRandomWorkflowsAndBasePixelsStayAsTheyWere) {
+  std::map<std::string, int> uses;
+  int telling_masks = 0;
+  constexpr unsigned workflows = 300;
+  for (unsigned seed = 0; seed < workflows; ++seed) {
+    Dice dice(seed);
+    Probe controller;
+    const auto capture = random_capture(dice);
+    const auto workflow = random_workflow(dice);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
+    const auto before = hashes(*capture);
+    controller.state.current_capture = capture;
+    controller.state.current_workflow = workflow;
+
+    const int last = static_cast<int>(workflow->mask_operations.size()) - 1;
+    const auto chain_end = controller.get_mask_result(last);
+    ASSERT_NE(chain_end, nullptr) << "a step of a workflow that ought to run failed";
+    for (int i = 0; i <= last; ++i) {
+      const auto cached = controller.get_mask_result(i);
+      ASSERT_TRUE(cached && cached->mask);
+      EXPECT_EQ(difference(*cached->mask, controller.executor->build_mask(*capture, *workflow, i)), "") << "step " << i;
+      EXPECT_EQ(hashes(*cached), before) << "step " << i;
+      ++uses[workflow->mask_operations[static_cast<std::size_t>(i)].op];
+    }
+    EXPECT_EQ(difference(*chain_end->mask, controller.executor->build_mask(*capture, *workflow)), "");
+    const auto accumulated = controller.build_accumulated_mask();
+    ASSERT_TRUE(accumulated);
+    EXPECT_EQ(difference(*chain_end->mask, *accumulated), "");
+    EXPECT_EQ(hashes(*capture), before);
+    if (chain_end->mask->count() > 0 && chain_end->mask->count() < capture->get_shape().pixels()) ++telling_masks;
+    if (testing::Test::HasFailure()) return;
+  }
+  // The law says little about empty and full masks or operations that never came up.
+  EXPECT_GT(telling_masks, static_cast<int>(workflows) / 2);
+  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
+    EXPECT_GE(uses[info->key], 20) << info->key;
+  }
+}
+
+TEST(MaskChainLaw, StepsAppliedOneByOneGiveTheChainOfTheWholeWorkflow) {
+  const model::ResultRegistryOverride no_result_operations({});
+  for (unsigned seed = 1000; seed < 1060; ++seed) {
+    Dice dice(seed);
+    const auto capture = random_capture(dice);
+    const auto workflow = random_workflow(dice);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
+    Probe whole;
+    whole.state.current_capture = capture;
+    whole.state.current_workflow = workflow;
+    Probe one_by_one;
+    one_by_one.state.current_capture = capture;
+    for (int i = 0; i < static_cast<int>(workflow->mask_operations.size()); ++i) {
+      const auto& step = workflow->mask_operations[static_cast<std::size_t>(i)];
+      const auto masked = one_by_one.apply_mask_to_workflow(step.op, step.params);
+      ASSERT_NE(masked, nullptr) << one_by_one.state.error.value_or("");
+      EXPECT_EQ(difference(*masked->mask, *whole.get_mask_result(i)->mask), "") << "step " << i;
+    }
+    EXPECT_EQ(one_by_one._mask_result_cache.size(), workflow->mask_operations.size());
+  }
+}
+
+}  // namespace
+}  // namespace orvexa::test
