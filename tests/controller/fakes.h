@@ -12,6 +12,7 @@
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/result_operations/registry.h"
 #include "support/captures.h"
+#include "support/operations.h"
 
 namespace orvexa::test {
 
@@ -49,20 +50,6 @@ struct MaskCall {
 };
 using MaskBody = std::function<std::optional<model::Mask>(const MaskCall&)>;
 
-class FakeMaskOperation final : public model::MaskOperation {
- public:
-  explicit FakeMaskOperation(MaskBody body) : _body(std::move(body)) {}
-
- protected:
-  std::optional<model::Mask> compute(const model::ImageSource& source, const model::Mask* current,
-                                     const Value& params) override {
-    return _body({source, current, params, *this});
-  }
-
- private:
-  MaskBody _body;
-};
-
 /// Registered as `key`, shown as "The KEY".
 inline model::MaskOperationInfo mask_operation(const std::string& key, MaskBody body,
                                                model::ParameterList parameters = {}) {
@@ -70,7 +57,12 @@ inline model::MaskOperationInfo mask_operation(const std::string& key, MaskBody 
   info.key = key;
   info.display_name = "The " + key;
   info.parameters = std::move(parameters);
-  info.make = [body = std::move(body)] { return std::make_unique<FakeMaskOperation>(body); };
+  info.make = [body = std::move(body)] {
+    return std::make_unique<FakeMask>([body](FakeMask& operation, const model::ImageSource& image_stack,
+                                             const model::Mask* current_mask, const Value& params) {
+      return body({image_stack, current_mask, params, operation});
+    });
+  };
   return info;
 }
 

@@ -4,12 +4,10 @@
 #include <random>
 
 #include "controller/fakes.h"
-#include "orvexa/common/files.h"
+#include "support/base_images.h"
 
 namespace orvexa::test {
 namespace {
-
-using common::OrderedMap;
 
 /// Draws numbers in a way that is the same with every standard library.
 class Dice {
@@ -126,20 +124,6 @@ std::shared_ptr<model::Workflow> random_workflow(Dice& dice) {
   return workflow;
 }
 
-/// Image by image, the SHA-256 of the base pixels.
-OrderedMap<std::string> hashes(const model::CaptureSet& capture) {
-  OrderedMap<std::string> result;
-  for (const auto& [measurement_name, measurement] : capture.measurements) {
-    for (const auto& [image_name, entry] : measurement->images) {
-      const cv::Mat& pixels = entry.base().read_only();
-      result.insert_or_assign(
-          measurement_name + "." + image_name,
-          common::sha256_hex(std::as_bytes(std::span(pixels.data, pixels.total() * pixels.elemSize()))));
-    }
-  }
-  return result;
-}
-
 /// Empty when pixels, bounds and regions are the same; otherwise what is not.
 std::string difference(const model::Mask& a, const model::Mask& b) {
   if (!(a == b)) return "pixels";
@@ -166,7 +150,7 @@ TEST(MaskChainLaw, CachedChainExecutorAndAccumulatedMaskAgreeOnRandomWorkflowsAn
     const auto capture = random_capture(dice);
     const auto workflow = random_workflow(dice);
     SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
-    const auto before = hashes(*capture);
+    const auto before = base_image_hashes(*capture);
     controller.state.current_capture = capture;
     controller.state.current_workflow = workflow;
 
@@ -177,14 +161,14 @@ TEST(MaskChainLaw, CachedChainExecutorAndAccumulatedMaskAgreeOnRandomWorkflowsAn
       const auto cached = controller.get_mask_result(i);
       ASSERT_TRUE(cached && cached->mask);
       EXPECT_EQ(difference(*cached->mask, controller.executor->build_mask(*capture, *workflow, i)), "") << "step " << i;
-      EXPECT_EQ(hashes(*cached), before) << "step " << i;
+      EXPECT_EQ(base_image_hashes(*cached), before) << "step " << i;
       ++uses[workflow->mask_operations[static_cast<std::size_t>(i)].op];
     }
     EXPECT_EQ(difference(*chain_end->mask, controller.executor->build_mask(*capture, *workflow)), "");
     const auto accumulated = controller.build_accumulated_mask();
     ASSERT_TRUE(accumulated);
     EXPECT_EQ(difference(*chain_end->mask, *accumulated), "");
-    EXPECT_EQ(hashes(*capture), before);
+    EXPECT_EQ(base_image_hashes(*capture), before);
     if (chain_end->mask->count() > 0 && chain_end->mask->count() < capture->get_shape().pixels()) ++telling_masks;
     if (testing::Test::HasFailure()) return;
   }
