@@ -72,12 +72,14 @@ std::size_t triangle_bin(std::span<const std::int64_t> counts) {
   const std::int64_t width = tail_is_above ? last - peak : peak;
   const std::int64_t height = counts[static_cast<std::size_t>(peak)];
   const auto bin_from_tail = [&](std::int64_t i) { return tail_is_above ? last - i : i; };
-  std::int64_t best = 0;
+  // The level must leave something above it, so the last bin is none.
+  const std::int64_t begin = tail_is_above ? 1 : 0;
+  std::int64_t best = begin;
   std::int64_t farthest = 0;
-  for (std::int64_t i = 0; i < width; ++i) {
+  for (std::int64_t i = begin; i < width; ++i) {
     // Distance below the line from (0, 0) to (width, height), times the line's length.
     const std::int64_t distance = height * i - width * counts[static_cast<std::size_t>(bin_from_tail(i))];
-    if (i == 0 || distance > farthest) {
+    if (i == begin || distance > farthest) {
       farthest = distance;
       best = i;
     }

@@ -280,11 +280,14 @@ std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::s
     most = std::max(most, bands.size());
   }
   const Role& missing = *wanted.at(most);
-  const auto planes = named_planes(source);
-  throw std::runtime_error(fmt::format(
-      "No measurement of this capture has a band for the role {} ({}){}: looked for {}; {}.", missing.name,
-      missing.meaning, wanted.size() > 1 ? " together with " + common::joined(role_names, ", ") + "" : std::string(),
-      looked_for(missing), contents_text(planes)));
+  std::vector<std::string> others;
+  for (const Role* role : wanted) {
+    if (role != &missing) others.emplace_back(role->name);
+  }
+  throw std::runtime_error(
+      fmt::format("No measurement of this capture has a band for the role {} ({}){}: looked for {}; {}.", missing.name,
+                  missing.meaning, others.empty() ? std::string() : " together with " + common::joined(others, ", "),
+                  looked_for(missing), contents_text(named_planes(source))));
 }
 
 }  // namespace orvexa::model

@@ -72,14 +72,13 @@ MaybeValue to_integer(const ParameterInfo&, const Value& value) {
   return Value(static_cast<std::int64_t>(number));
 }
 
+/// A finite real, or an integer that a real holds exactly.
 std::optional<double> finite_number(const Value& value) {
-  if (value.is_number_float()) {
-    const double number = value.get<double>();
-    return std::isfinite(number) ? std::optional(number) : std::nullopt;
-  }
   if (!value.is_number()) return {};
   const double number = value.get<double>();
-  return std::abs(number) <= largest_exact_integer ? std::optional(number) : std::nullopt;
+  if (value.is_number_float()) return std::isfinite(number) ? std::optional(number) : std::nullopt;
+  const bool is_exact = std::abs(number) <= largest_exact_integer && static_cast<std::int64_t>(number) == value;
+  return is_exact ? std::optional(number) : std::nullopt;
 }
 
 MaybeValue to_real(const ParameterInfo&, const Value& value) {

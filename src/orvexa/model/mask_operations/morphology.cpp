@@ -115,8 +115,9 @@ class WideningRow {
   /// than before.
   void widen_to(int half_width) {
     while (_half_width < half_width) {
-      // Runs are at least 2 w + 1 long by now, so a step of that length leaves no gap.
-      const int shift = std::min({half_width - _half_width, 2 * _half_width + 1, word_bits - 1});
+      // Every run is at least w + 1 long by now (half of it may lie outside the image), so a step of that length leaves
+      // no gap.
+      const int shift = std::min({half_width - _half_width, _half_width + 1, word_bits - 1});
       spread(_row, shift, _next);
       _next.back() &= _last_word;
       std::swap(_row, _next);

@@ -12,6 +12,7 @@ class RoiRect final : public MaskOperation {
     cv::Mat pixels(shape.height, shape.width, CV_8UC1, cv::Scalar(0));
     pixels(cv_rect(rect)).setTo(255);
     if (rect.is_empty()) note = "outside_image: the rectangle covers no pixel of the image, so the mask is empty";
+    context().check();
     return Mask(std::move(pixels));
   }
 };

@@ -29,6 +29,7 @@ class RoiRects final : public MaskOperation {
     } else if (!outside.empty()) {
       note = "outside_image: no pixel of the image is covered by " + common::joined(outside, ", ");
     }
+    context().check();
     return Mask(std::move(pixels)).with_labels(std::move(labels));
   }
 };

@@ -1,0 +1,155 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "support/mask_operations.h"
+
+namespace orvexa::model {
+namespace {
+
+using test::applied;
+using test::drawing;
+using test::mask;
+using testing::ElementsAre;
+
+/// Regions of 1, 2 and 3 pixels, in this order.
+Mask three_regions() {
+  return mask({"#.##.###"});
+}
+
+std::string kept(const Value& params) {
+  return drawing(applied("keep_regions", three_regions(), params)).front();
+}
+
+TEST(KeepRegions, KeepsAllByDefault) {
+  EXPECT_EQ(kept({}), "#.##.###");
+}
+
+TEST(KeepRegions, KeepsAreasBetweenLimits) {
+  EXPECT_EQ(kept({{"min", 2}}), "..##.###");
+  EXPECT_EQ(kept({{"max", 2}}), "#.##....");
+  EXPECT_EQ(kept({{"min", 2}, {"max", 2}}), "..##....");
+}
+
+TEST(KeepRegions, KeepsTheLargestOrSmallestOfThem) {
+  EXPECT_EQ(kept({{"n", 1}}), ".....###");
+  EXPECT_EQ(kept({{"n", 2}}), "..##.###");
+  EXPECT_EQ(kept({{"n", 1}, {"order", "smallest"}}), "#.......");
+  EXPECT_EQ(kept({{"n", 1}, {"max", 2}}), "..##....");
+  EXPECT_EQ(kept({{"n", 9}}), "#.##.###");
+}
+
+TEST(KeepRegions, PrefersTheSmallerLabelOfEqualOnes) {
+  const Mask equal = mask({"#.#.#", ".....", "#.#.#"});
+  EXPECT_THAT(drawing(applied("keep_regions", equal, {{"n", 2}})), ElementsAre("#.#..", ".....", "....."));
+  EXPECT_THAT(drawing(applied("keep_regions", equal, {{"n", 2}, {"order", "smallest"}})),
+              ElementsAre("#.#..", ".....", "....."));
+}
+
+TEST(KeepRegions, MeasuresAreasInSquareMillimetres) {
+  auto header = std::make_shared<CaptureHeader>();
+  header->millimetres_per_pixel = 0.1;
+  const auto capture =
+      test::capture("c", {{"GRY", {{"GRY", test::flat_image<std::uint8_t>(1, 8, 0)}}}}, std::move(header));
+  EXPECT_THAT(drawing(applied("keep_regions", *capture, three_regions(), {{"min", 0.03}, {"unit", "mm"}})),
+              ElementsAre(".....###"));
+}
+
+/// A disc of radius 6, a square of 12 x 12, a bar of 20 x 3 and an L of 3 x 3, each in its quarter.
+Mask shapes() {
+  cv::Mat pixels(40, 60, CV_8UC1, cv::Scalar(0));
+  for (int y = -6; y <= 6; ++y) {
+    for (int x = -6; x <= 6; ++x) {
+      if (x * x + y * y <= 36) pixels.at<std::uint8_t>(8 + y, 8 + x) = 255;
+    }
+  }
+  pixels(cv::Rect(30, 2, 12, 12)).setTo(255);
+  pixels(cv::Rect(2, 30, 20, 3)).setTo(255);
+  pixels(cv::Rect(30, 30, 1, 3)).setTo(255);
+  pixels(cv::Rect(30, 32, 3, 1)).setTo(255);
+  return Mask(pixels);
+}
+
+struct MeasureCase {
+  const char* by;
+  double disc;
+  double square;
+  double bar;
+  double angle;
+};
+
+// circularity with skimage.measure.perimeter_crofton(directions=4): disc 113 px, perimeter 39.3026; square 44.3961; bar
+// 42.5000. eccentricity by regionprops: L 0.8485, bar 0.98992. solidity on pixel corners by hand: L 5 / 7 (a square of
+// 9 less the triangle (1, 0) (3, 0) (3, 2) of 2); the disc is not asked for its.
+class Measures : public testing::TestWithParam<MeasureCase> {};
+
+TEST_P(Measures, DecideWithinATenThousandth) {
+  const MeasureCase& c = GetParam();
+  const Mask all = shapes();
+  const std::vector<std::pair<double, std::pair<int, int>>> expected{
+      {c.disc, {8, 8}}, {c.square, {8, 36}}, {c.bar, {31, 10}}, {c.angle, {31, 30}}};
+  for (const auto& [value, pixel] : expected) {
+    if (value < 0) continue;
+    const auto is_kept = [&, at = pixel](double min, double max) {
+      return applied("keep_regions", all, {{"by", c.by}, {"min", min}, {"max", max}}).at(at.first, at.second);
+    };
+    EXPECT_TRUE(is_kept(value - 1e-4, value + 1e-4)) << value;
+    EXPECT_FALSE(is_kept(value + 1e-4, 1e6)) << value;
+    EXPECT_FALSE(is_kept(-100, value - 1e-4)) << value;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(KeepRegions, Measures,
+                         testing::Values(MeasureCase{"area", 113, 144, 60, 5},
+                                         MeasureCase{"circularity", 0.919275, 0.918083, 0.417429, -1},
+                                         MeasureCase{"eccentricity", 0, 0, 0.989924, 0.848528},
+                                         MeasureCase{"solidity", -1, 1, 1, 5.0 / 7}),
+                         [](const auto& tested) { return std::string(tested.param.by); });
+
+TEST(KeepRegions, MeasuresTheDistanceFromTheCentroidToAPoint) {
+  // 8 columns; the point (0.5, 0.5) is at 3.5 columns and 0 rows from the first pixel's centre. Centroids: 0, 2.5, 6.
+  EXPECT_EQ(kept({{"by", "distance_to_point"}, {"max", 1}}), "..##....");
+  EXPECT_EQ(kept({{"by", "distance_to_point"}, {"min", 2.5}}), "#....###");
+  EXPECT_EQ(kept({{"by", "distance_to_point"}, {"point", {1, 0.5}}, {"n", 1}, {"order", "smallest"}}), ".....###");
+}
+
+TEST(KeepRegions, MeasuresTheMeanOfABand) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto capture =
+      test::capture("c", {{"MSP", {{"NIR", test::image<float>({{nan, 9, 0.2f, 0.4f, 9, 0.8f, nan, 0.6f}})}}}});
+  // Means: undefined, 0.3, 0.7 without the pixel that is no number.
+  const auto kept_by_mean = [&](Value params) {
+    params["by"] = "band_mean";
+    return drawing(applied("keep_regions", *capture, three_regions(), params)).front();
+  };
+  EXPECT_EQ(kept_by_mean(Value::object()), "..##.###");
+  EXPECT_EQ(kept_by_mean({{"min", 0.5}}), ".....###");
+  EXPECT_EQ(kept_by_mean({{"min", 0.29}, {"max", 0.31}}), "..##....");
+}
+
+TEST(KeepRegions, MakesTheKeptOnesRegionsInRasterOrder) {
+  const Mask result = applied("keep_regions", three_regions(), {{"min", 2}, {"make_regions", true}});
+  ASSERT_NE(result.labels(), nullptr);
+  EXPECT_THAT(result.labels()->names, ElementsAre("ROI_1", "ROI_2"));
+  EXPECT_EQ(result.labels()->image.at<std::int32_t>(0, 2), 1);
+  EXPECT_EQ(result.labels()->image.at<std::int32_t>(0, 7), 2);
+  EXPECT_EQ(result.labels()->image.at<std::int32_t>(0, 0), 0);
+  EXPECT_EQ(applied("keep_regions", three_regions(), {{"min", 2}}).labels(), nullptr);
+}
+
+TEST(KeepRegions, SaysWhenNoRegionIsKept) {
+  EXPECT_EQ(test::note_of("keep_regions", *test::blank_capture({1, 8}), three_regions(), {{"min", 4}}),
+            "no_region: none of the mask's 3 regions is kept");
+  EXPECT_EQ(applied("keep_regions", Mask::empty({1, 8}), {{"make_regions", true}}).labels()->names.size(), 0u);
+}
+
+TEST(KeepRegions, RefusesLimitsInTheWrongOrder) {
+  EXPECT_EQ(test::refusal([] {
+              static_cast<void>(kept({{"min", 3}, {"max", 2}}));
+            }),
+            "keep_regions: parameter \"min\" is 3.0, but it must not be above \"max\", which is 2.0.");
+}
+
+}  // namespace
+}  // namespace orvexa::model

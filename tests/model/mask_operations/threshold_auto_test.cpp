@@ -1,0 +1,114 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include "support/mask_operations.h"
+
+namespace orvexa::model {
+namespace {
+
+using test::applied;
+using test::drawing;
+using test::note_of;
+using testing::ElementsAre;
+
+template <typename T>
+std::shared_ptr<CaptureSet> capture_of(const std::vector<std::vector<T>>& rows, std::optional<double> white = {}) {
+  auto capture = test::capture("c", {{"MSP", {{"NIR", test::image<T>(rows)}}}});
+  capture->measurements.at("MSP")->declared_white_level = white;
+  return capture;
+}
+
+TEST(ThresholdAuto, KeepsWhatIsAboveTheLevel) {
+  const auto capture = capture_of<std::uint8_t>({{10, 11, 200, 201}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {})), ElementsAre("..##"));
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"polarity", "dark"}})), ElementsAre("##.."));
+  EXPECT_EQ(note_of("threshold_auto", *capture, {}), "level 11 counts (0.0431373 of white) in MSP.NIR by otsu");
+}
+
+TEST(ThresholdAuto, LooksOnlyAtThePixelsOfTheIncomingMask) {
+  // All five: 0 0 100 110 | 255 would be no better than 0 0 | ...; inside the mask only 100, 110 and 120 count.
+  const auto capture = capture_of<std::uint8_t>({{0, 0, 100, 101, 120, 255}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, test::mask({"..###."}))), ElementsAre("....#."));
+}
+
+TEST(ThresholdAuto, TakesEveryPixelWhenTheChainIsReset) {
+  const auto capture = capture_of<std::uint8_t>({{0, 0, 200, 201}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, test::mask({"##.."}), {{"reset_mask_chain", true}})),
+              ElementsAre("..##"));
+}
+
+TEST(ThresholdAuto, MultipliesTheLevelByTheFactor) {
+  // Level 100 (100 100 | 200 200); times 1.5 is 150, times 2 is 200: nothing is above it.
+  const auto capture = capture_of<std::uint8_t>({{100, 100, 200, 200}});
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, {{"factor", 1.5}}).count(), 2);
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, {{"factor", 2}}).count(), 0);
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, {{"factor", 0.9}}).count(), 4);
+}
+
+TEST(ThresholdAuto, DoesNotLetRoundingOfTheFactorMoveACount) {
+  // 110 * 0.7 is 76.99999999999999 in floating point; the level is 77, and 77 is not above it.
+  const auto capture = capture_of<std::uint8_t>({{77, 110, 110, 110, 250, 250, 250}});
+  EXPECT_EQ(note_of("threshold_auto", *capture, {}), "level 110 counts (0.431373 of white) in MSP.NIR by otsu");
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"factor", 0.7}})), ElementsAre(".######"));
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"factor", 0.7}, {"polarity", "dark"}})),
+              ElementsAre("#......"));
+}
+
+TEST(ThresholdAuto, ClampsTheLevelInFractionsOfTheDeclaredWhite) {
+  const auto capture = capture_of<std::uint16_t>({{100, 100, 2000, 3000}}, 4000);
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"min", 0.6}})), ElementsAre("...#"));   // 2400
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"max", 0.02}})), ElementsAre("####"));  // 80
+  EXPECT_EQ(note_of("threshold_auto", *capture, {}, {{"min", 0.6}}),
+            "level 2400 counts (0.6 of white) in MSP.NIR by otsu");
+  EXPECT_EQ(test::refusal([&] {
+              static_cast<void>(applied("threshold_auto", *capture, {}, {{"min", 0.5}, {"max", 0.25}}));
+            }),
+            "threshold_auto: parameter \"min\" is 0.5, but it must not be above \"max\", which is 0.25.");
+}
+
+TEST(ThresholdAuto, GivesAnEmptyMaskAndSaysSoWithoutContrast) {
+  const auto flat = capture_of<std::uint8_t>({{7, 7}});
+  for (const char* method : {"otsu", "triangle", "li"}) {
+    for (const char* polarity : {"bright", "dark"}) {
+      const Value params{{"method", method}, {"polarity", polarity}};
+      EXPECT_EQ(applied("threshold_auto", *flat, {}, params).count(), 0);
+      EXPECT_EQ(note_of("threshold_auto", *flat, {}, params),
+                "no_contrast: all pixels have the same value in MSP.NIR, so the mask is empty");
+    }
+  }
+  const auto varied = capture_of<std::uint8_t>({{7, 8}});
+  EXPECT_EQ(note_of("threshold_auto", *varied, Mask::empty({1, 2})),
+            "no_contrast: there is no pixel to look at in MSP.NIR, so the mask is empty");
+  EXPECT_EQ(note_of("threshold_auto", *varied, test::mask({"#."})),
+            "no_contrast: all pixels have the same value in MSP.NIR, so the mask is empty");
+}
+
+TEST(ThresholdAuto, LeavesOutWhatIsNoNumber) {
+  constexpr float nan = std::numeric_limits<float>::quiet_NaN();
+  const auto capture = capture_of<float>({{nan, 0.1f, 0.11f, 0.9f, nan}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {})), ElementsAre("...#."));
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"polarity", "dark"}})), ElementsAre(".##.."));
+}
+
+TEST(ThresholdAuto, BrightAndDarkTogetherAreThePixelsOfTheMask) {
+  const auto capture = test::random_capture(4, 30, 40);
+  const Mask mask = test::random_mask(5, 30, 40, 0.5);
+  for (const char* band : {"CLR.RGB", "MSP.NIR", "MSP.HEAT"}) {
+    for (const char* method : {"otsu", "triangle", "li"}) {
+      SCOPED_TRACE(std::string(band) + " " + method);
+      Value params{{"band", band}, {"method", method}, {"polarity", "bright"}};
+      const Mask bright = applied("threshold_auto", *capture, mask, params);
+      params["polarity"] = "dark";
+      const Mask dark = applied("threshold_auto", *capture, mask, params);
+      EXPECT_EQ((bright & dark).count(), 0);
+      EXPECT_EQ(bright.count() + dark.count(), mask.count());
+      EXPECT_GT(bright.count(), 0);
+      EXPECT_GT(dark.count(), 0);
+    }
+  }
+}
+
+}  // namespace
+}  // namespace orvexa::model
