@@ -178,6 +178,14 @@ TEST(SampleDrawings, TheMaskOfTheWorkflowIsExactlyWhatWasDrawn) {
   }
 }
 
+TEST(SampleDrawings, TheDishNeedsEachStepOfItsWorkflow) {
+  const auto capture = get_default_capture_loader()(report_of("dish_objects").captures.at(0));
+  const Workflow workflow = samples::dish_objects_workflow();
+  const auto pixels_after = [&](int step) { return Executor().build_mask(*capture, workflow, step).count(); };
+  EXPECT_GT(pixels_after(1), pixels_after(0));  // the beads have holes
+  EXPECT_LT(pixels_after(2), pixels_after(1));  // there is dust
+}
+
 TEST(SampleDrawings, TheAnswersAreTheOnesTheConstantsGiveByHand) {
   const Value plot = samples::draw_plot_five_bands().expected;
   // Vigorous: NIR 45, RED 6, GRN 10 percent; weak: 30, 10, 12. Row 1 is vigorous, row 2 weak, row 3 both.
