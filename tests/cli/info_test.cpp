@@ -45,6 +45,19 @@ TEST(Info, TellsEverythingThatTheHeaderSaysAndWhatTheImagesAre) {
   }
 }
 
+TEST(Info, GivenFilesBelowTheCurrentFolder_ThenTheirPathsAreShort) {
+  const TemporaryFolder folder;
+  write_plot(folder);
+  const Outcome below =
+      Process({"sh", "-c", "cd \"$1\" && exec \"$2\" info HDR_plot.INF", "sh", folder.path().string(), ORVEXA_COMMAND})
+          .wait();
+  EXPECT_THAT(below.out, HasSubstr("\nplot_NIR.tif"));
+  const Outcome elsewhere =
+      Process({"sh", "-c", "cd / && exec \"$2\" info \"$1\"", "sh", (folder / "HDR_plot.INF").string(), ORVEXA_COMMAND})
+          .wait();
+  EXPECT_THAT(elsewhere.out, HasSubstr("plot_NIR.tif"));
+}
+
 TEST(Info, GivenAnOrdinaryImage_ThenTheWhiteLevelIsThatOfItsType) {
   const TemporaryFolder folder;
   const cv::Mat pixels(3, 5, CV_8UC3, cv::Scalar(10, 20, 30));

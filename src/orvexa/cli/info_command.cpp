@@ -1,5 +1,8 @@
 #include <fmt/format.h>
 
+#include <filesystem>
+#include <system_error>
+
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/session.h"
 #include "orvexa/common/files.h"
@@ -68,6 +71,15 @@ std::string band_text(const common::Value& image) {
   return text;
 }
 
+/// A path below the current folder without what leads there; any other as it is.
+std::string short_path_text(const std::string& path) {
+  std::error_code unknown;
+  const std::filesystem::path here = std::filesystem::current_path(unknown);
+  if (unknown) return common::visible_text(path);
+  const std::filesystem::path from_here = std::filesystem::path(path).lexically_proximate(here);
+  return common::visible_text(*from_here.begin() == ".." ? path : from_here.string());
+}
+
 /// The document as lines for the eye.
 std::string capture_text(const common::Value& document) {
   TextTable facts;
@@ -97,7 +109,7 @@ std::string capture_text(const common::Value& document) {
   TextTable files({false, true});
   files.add({"File", "Bytes", "SHA-256"});
   for (const common::Value& file : document.at("files")) {
-    files.add({common::visible_text(file.at("path").get<std::string>()),
+    files.add({short_path_text(file.at("path").get<std::string>()),
                common::grouped_integer_text(file.at("bytes").get<std::int64_t>()),
                file.at("sha256").get<std::string>().substr(0, 16)});
   }
