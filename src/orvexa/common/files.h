@@ -14,9 +14,9 @@ namespace orvexa::common {
 using Path = std::filesystem::path;
 using Bytes = std::vector<std::byte>;
 
-/// The whole content of a file.
-/// @throws std::runtime_error with a sentence that names the file: not there, a folder, not readable, larger than
-/// `max_bytes`.
+/// The whole content of an ordinary file (not a device or a pipe: they may have no end).
+/// @throws std::runtime_error with a sentence that names the file: not there, a folder, not ordinary, not readable,
+/// larger than `max_bytes`.
 [[nodiscard]] Bytes read_file(const Path& file, std::uintmax_t max_bytes = std::uintmax_t{8} << 30);
 [[nodiscard]] std::string read_text_file(const Path& file, std::uintmax_t max_bytes);
 
@@ -24,7 +24,8 @@ using Bytes = std::vector<std::byte>;
 /// checks, fsyncs and renames it over the target. Without `commit()` the destructor removes the sibling and the target
 /// is untouched.
 /// @throws std::runtime_error from the constructor, `write` and `commit`, with a sentence that names the target file
-/// and the system's reason (for example a full disk or a folder that may not be written to).
+/// and the system's reason (for example a full disk or a folder that may not be written to). A target that is a folder
+/// or a device is refused; of a link the file it points to is replaced; a file that is replaced keeps its permissions.
 class AtomicFile {
  public:
   explicit AtomicFile(Path target);

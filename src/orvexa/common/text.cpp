@@ -39,7 +39,7 @@ std::u32string code_points(std::string_view text) {
       result += step.code;
       text.remove_prefix(step.length);
     } else {
-      result += char32_t{0x110000} + static_cast<unsigned char>(text.front());
+      result += static_cast<char32_t>(0x110000 + static_cast<unsigned char>(text.front()));
       text.remove_prefix(1);
     }
   }
