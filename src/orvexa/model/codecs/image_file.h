@@ -28,11 +28,25 @@ struct ImageFile {
   std::uintmax_t bytes = 0;
 };
 
-/// Reads one picture. The format is found by content, the header is read and checked against the limits before anything
-/// large is allocated. 8-bit, 16-bit and 32-bit float are kept (narrower integers are widened to the full 8-bit range
-/// as their format says, 64-bit float and 16-bit float become 32-bit float); RGB order; alpha dropped without
-/// premultiplying, palettes expanded, grey stays single-band (also a palette of greys), white-is-zero inverted, CMYK
-/// converted by R = 255 (1 - C)(1 - K); orientation tags honoured; first frame of an animation.
+/// Reads one picture. The format is found by content, the header is read and checked against the limits, and against
+/// what a file of that many bytes can hold, before anything large is allocated.
+///
+/// - Types: 8-bit, 16-bit and 32-bit float are kept. Narrower integers are widened: v (2^n - 1 -> 255), those of 9 to
+/// 15
+///   bits and BMP fields of more than 8 to 65535, rounded. 64-bit and 16-bit float become 32-bit float; so do signed
+///   and 32-bit integers where every value of the picture is kept exactly, otherwise they are refused.
+/// - Channels: RGB order; grey stays single-band. Alpha is dropped and colours under it are kept; where a TIFF says
+/// that
+///   colours were multiplied by alpha they are divided by it again (0 where alpha is 0). A TIFF with further bands is
+///   refused, since dropping or choosing some would be a guess.
+/// - Palettes are expanded; where all colours that some pixel uses are greys, the picture is single-band.
+/// - Ink (CMYK, YCCK) becomes R = full (1 - C)(1 - K), rounded; a JPEG with Adobe's marker stores it inverted. YCbCr
+///   becomes RGB as JPEG defines it. White-is-zero is inverted. Gamma and colour profiles are not applied.
+/// - Orientation tags (TIFF, EXIF in JPEG and PNG) are honoured: the picture stands upright.
+/// - A GIF gives its first frame on its screen; what is free or transparent has the screen's background colour, black
+///   where there is none.
+/// - Damage is never overlooked: a warning of a library about missing or made-up pixels is an error, and so is a GIF
+///   animation or a chain of TIFF pages that is cut off after the part that was wanted.
 /// @param page  page of a multi-page TIFF, counted from 0.
 /// @throws std::runtime_error with one sentence that begins with the file's name (its path where it cannot be opened):
 /// not there, empty, not a picture, cut off, damaged, too large, no such page, a pixel type that cannot be kept. Never

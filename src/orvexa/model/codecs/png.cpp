@@ -213,7 +213,7 @@ struct Layout {
   int filters = PNG_FILTER_SUB;
 };
 
-/// Level 1 with run lengths alone: on camera pictures as small as the highest level and ten times as fast.
+/// Level 1 with run lengths alone: on a noisy 12-megapixel picture smaller than level 6 and ten times as fast.
 /// @return false when the library complained or the run was cancelled: nothing may be thrown through its frames.
 bool write_all(Writer& writer, const Layout& layout, png_const_bytep (*row)(const void* pixels, int y),
                const void* pixels, const common::CancelEvent* cancel_event) {
@@ -281,7 +281,7 @@ common::Bytes encode_png(const Image& image, const RunContext& context) {
 common::Bytes encode_mask_png(const Mask& mask, const RunContext& context) {
   const MaskRows rows{.mask = mask,
                       .packed = std::vector<std::uint8_t>(static_cast<std::size_t>((mask.shape().width + 7) / 8))};
-  return encoded({.shape = mask.shape(), .bits = 1, .filters = PNG_FILTER_NONE}, &MaskRows::row, &rows, context);
+  return encoded({.shape = mask.shape(), .bits = 1, .filters = PNG_FILTER_UP}, &MaskRows::row, &rows, context);
 }
 
 }  // namespace orvexa::model
