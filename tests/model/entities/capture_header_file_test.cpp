@@ -3,8 +3,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <stdexcept>
 #include <string>
+
+#include "support/temporary_folder.h"
 
 namespace orvexa::model {
 namespace {
@@ -261,6 +264,31 @@ TEST(CaptureHeaderFile, ANameMadeOfAStemHasNoControlCharacters) {
   EXPECT_EQ(capture_name_of_stem("a\nb\x7F"), "a_b_");
   EXPECT_EQ(capture_name_of_stem("blüte"), "blüte");
   EXPECT_EQ(capture_name_of_stem("gr\xFCn"), "gr\xEF\xBF\xBDn");
+}
+
+/// The first block ```language of the manual's page.
+std::string block_of_manual(const std::string& language) {
+  const std::string page = test::read_all(std::filesystem::path(ORVEXA_SOURCE_DIR) / "docs" / "captures.md");
+  const std::string begin = "```" + language + "\n";
+  const std::size_t from = page.find(begin) + begin.size();
+  return page.substr(from, page.find("```", from) - from);
+}
+
+TEST(CaptureHeaderFile, TheManualsExampleIsRead) {
+  const auto header = parse_capture_header(block_of_manual("ini"), "HDR_plot_0007.INF");
+  EXPECT_EQ(header.capture.name, "plot_0007");
+  ASSERT_EQ(header.measurements.size(), 2u);
+  EXPECT_EQ(header.measurements[1].white_level, 4095);
+  EXPECT_EQ(header.measurements[1].images.at(1).file, "bands/plot_0007.tif[4]");
+  EXPECT_EQ(header.measurements[0].images.at(0).line, 9);  // as the manual's example of a sentence says
+  EXPECT_EQ(header.bands.at("NIR").centre_nm, 842);
+}
+
+TEST(CaptureHeaderFile, TheManualsExampleOfAMistakeGetsTheSentenceOfTheManual) {
+  std::string text = replaced(block_of_manual("ini"), "WhiteLevel", "WhiteLevl");
+  EXPECT_EQ(sentence_for(text),
+            "HDR_plot.INF, line 12: the key \"WhiteLevl\" in [Measurement MSP] is not known to this version (did you "
+            "mean \"WhiteLevel\"?).");
 }
 
 }  // namespace
