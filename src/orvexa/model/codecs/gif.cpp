@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 #include <gif_lib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>

@@ -1,7 +1,6 @@
 #include <png.h>
 #include <zlib.h>
 
-#include <algorithm>
 #include <bit>
 #include <csetjmp>
 #include <cstring>
