@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 
 namespace orvexa::model {
 
@@ -31,6 +32,16 @@ double encoded_light(double light) {
 }
 
 }  // namespace
+
+std::vector<Band> color_channels(const Band& band) {
+  const std::string image_name = band.name.substr(0, band.name.rfind('.'));
+  std::vector<Band> planes(3, band);
+  for (std::size_t channel = 0; channel < planes.size(); ++channel) {
+    planes[channel].channel = static_cast<int>(channel);
+    planes[channel].name = image_name + "." + "RGB"[channel];
+  }
+  return planes;
+}
 
 Hsv to_hsv(const Rgb& rgb) {
   const double greatest = std::max({rgb.r, rgb.g, rgb.b});

@@ -1,6 +1,14 @@
 #pragma once
 
+#include <vector>
+
+#include "orvexa/model/bands.h"
+
 namespace orvexa::model {
+
+/// The planes R, G and B of the colour image that a band belongs to, named like it. The band's image must have three
+/// channels.
+[[nodiscard]] std::vector<Band> color_channels(const Band& band);
 
 /// sRGB as encoded in files, 0..1.
 struct Rgb {

@@ -6,13 +6,13 @@
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/bands.h"
+#include "orvexa/model/color.h"
 #include "orvexa/model/mask_operations/operations.h"
 
 namespace orvexa::model {
 
 namespace {
 
-constexpr double least_saturation_with_hue = 0.02;
 constexpr double rounding = 1e-9;  ///< so that a hue or share exactly on a limit is not decided by its last bit
 
 struct Limits {
@@ -39,33 +39,15 @@ class HueLimits {
   double _to;
 };
 
-/// Hue in degrees of 0 to 360 for the greatest and least of r, g, b; they differ.
-double hue_of(double r, double g, double b, double greatest, double least) {
-  const double chroma = greatest - least;
-  double sixth = 0;
-  if (greatest == r) {
-    sixth = (g - b) / chroma;
-  } else if (greatest == g) {
-    sixth = 2 + (b - r) / chroma;
-  } else {
-    sixth = 4 + (r - g) / chroma;
-  }
-  return 60 * (sixth < 0 ? sixth + 6 : sixth);
-}
-
 /// The three planes R, G, B: channels of the named colour image, or the roles.
 std::vector<Band> find_rgb(const ImageSource& source, const std::string& image) {
   if (image.empty()) return find_roles(source, {"R", "G", "B"});
-  Band band = find_band(source, image);
+  const Band band = find_band(source, image);
   if (!band.image.is_color()) {
     throw std::runtime_error("threshold_hsv: " + band.name +
                              " is a single-band image, and hue needs the three channels of a colour image.");
   }
-  std::vector<Band> planes(3, band);
-  for (int channel = 0; channel < 3; ++channel) planes[static_cast<std::size_t>(channel)].channel = channel;
-  const std::string image_name = band.name.substr(0, band.name.rfind('.'));
-  for (std::size_t channel = 0; channel < 3; ++channel) planes[channel].name = image_name + "." + "RGB"[channel];
-  return planes;
+  return color_channels(band);
 }
 
 class ThresholdHsv final : public MaskOperation {
@@ -91,15 +73,9 @@ class ThresholdHsv final : public MaskOperation {
     const bool any_hue = hue.are_the_full_circle();
     const auto is_kept = [&](double r, double g, double b) {
       if (!std::isfinite(r + g + b)) return false;
-      r = std::clamp(r, 0.0, 1.0);
-      g = std::clamp(g, 0.0, 1.0);
-      b = std::clamp(b, 0.0, 1.0);
-      const double greatest = std::max({r, g, b});
-      const double least = std::min({r, g, b});
-      const double s = greatest > 0 ? (greatest - least) / greatest : 0.0;
-      if (!brightness.hold(greatest) || !saturation.hold(s)) return false;
-      if (any_hue) return true;
-      return s >= least_saturation_with_hue && hue.hold(hue_of(r, g, b, greatest, least));
+      const Hsv hsv = to_hsv({std::clamp(r, 0.0, 1.0), std::clamp(g, 0.0, 1.0), std::clamp(b, 0.0, 1.0)});
+      if (!brightness.hold(hsv.value) || !saturation.hold(hsv.saturation)) return false;
+      return any_hue || (hsv.saturation >= least_saturation_with_hue && hue.hold(hsv.hue));
     };
 
     const Shape shape = source.get_shape();

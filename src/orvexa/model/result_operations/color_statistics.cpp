@@ -21,15 +21,8 @@ struct ColorPlanes {
   std::string name;  ///< prefix of the metrics
 };
 
-ColorPlanes planes_of_image(Band band) {
-  ColorPlanes planes;
-  planes.name = band.name.substr(0, band.name.rfind('.'));
-  for (int channel = 0; channel < 3; ++channel) {
-    Band& plane = planes.rgb.emplace_back(band);
-    plane.channel = channel;
-    plane.name = planes.name + "." + "RGB"[channel];
-  }
-  return planes;
+ColorPlanes planes_of_image(const Band& band) {
+  return {color_channels(band), band.name.substr(0, band.name.rfind('.'))};
 }
 
 ColorPlanes find_color(const ImageSource& source, const std::string& name) {
