@@ -83,9 +83,13 @@ cv::Mat RegionSet::crop(const Region& region) const {
   const cv::Rect box(region.box.x0, region.box.y0, region.box.x1 - region.box.x0, region.box.y1 - region.box.y0);
   const cv::Mat set = _mask.read_only()(box);
   if (region.label == 0 || !_labels) return set.clone();
-  cv::Mat alone;
-  cv::compare(_labels->image(box), region.label, alone, cv::CMP_EQ);
-  cv::bitwise_and(alone, set, alone);
+  cv::Mat alone(box.size(), CV_8UC1);
+  for (int y = 0; y < box.height; ++y) {
+    const std::uint8_t* own = set.ptr<std::uint8_t>(y);
+    const std::int32_t* label = _labels->image.ptr<std::int32_t>(box.y + y) + box.x;
+    std::uint8_t* out = alone.ptr<std::uint8_t>(y);
+    for (int x = 0; x < box.width; ++x) out[x] = label[x] == region.label ? own[x] : std::uint8_t{0};
+  }
   return alone;
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,11 @@ class RegionSet {
   [[nodiscard]] bool is_single() const { return !_labels; }
   /// Index into `regions()` of the pixel, -1 where it belongs to none. Only meaningful where the mask is set.
   [[nodiscard]] int region_at(int y, int x) const { return _labels ? _labels->image.at<std::int32_t>(y, x) - 1 : 0; }
+  /// Labels of one row: `region_at` + 1, for loops over pixels. Empty when nobody made regions.
+  [[nodiscard]] std::span<const std::int32_t> label_row(int y) const {
+    if (!_labels) return {};
+    return {_labels->image.ptr<std::int32_t>(y), static_cast<std::size_t>(shape().width)};
+  }
   /// The region alone as a 0/255 picture of its box (for shape measures); an empty Mat when it has no pixel.
   [[nodiscard]] cv::Mat crop(const Region& region) const;
 

@@ -74,6 +74,10 @@ std::string_view ResultRow::empty_reason() const {
   return _region.label == 0 ? "The mask has no pixel." : "The region has no pixel.";
 }
 
+void ResultRow::expect_more(std::size_t count) {
+  if (_metrics.capacity() < _metrics.size() + count) _metrics.reserve(2 * _metrics.size() + count);
+}
+
 void ResultRow::set(std::string name, Value value) {
   _metrics.emplace_back(std::move(name), std::move(value));
 }
@@ -108,6 +112,7 @@ void add_statistics(OperationResult& result, const RegionSet& regions, const std
   }
   write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
     const Statistics& s = index < 0 ? statistics.whole : statistics.regions[static_cast<std::size_t>(index)];
+    row.expect_more(statistic_rows.size());
     for (const StatisticRow& statistic : statistic_rows) {
       write_statistic(row, joined_name(prefix, statistic.name), statistic, s, unit);
     }

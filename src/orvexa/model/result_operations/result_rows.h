@@ -21,6 +21,9 @@ class ResultRow {
   /// Why an empty row has no metrics: "The mask has no pixel." or "The region has no pixel."
   [[nodiscard]] std::string_view empty_reason() const;
 
+  /// Makes room for more metrics at once.
+  void expect_more(std::size_t count);
+
   void set(std::string name, Value value);
   /// A number that is not finite is left out with a reason.
   void set(std::string name, double value);
