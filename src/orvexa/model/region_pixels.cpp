@@ -20,6 +20,7 @@ std::size_t length(const RegionPixels::Run& run) {
 
 std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::int32_t first) {
   std::vector<ValueCount> values;
+  values.reserve(bins.size());
   for (std::size_t bin = 0; bin < bins.size(); ++bin) {
     if (bins[bin] != 0) values.push_back({first + static_cast<std::int32_t>(bin), bins[bin]});
   }

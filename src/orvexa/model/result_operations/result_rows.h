@@ -35,7 +35,8 @@ class ResultRow {
   const Region& _region;
 };
 
-/// Calls `write` for the whole mask with index -1 and for each region with its index, in order.
+/// Calls `write` for the whole mask with index -1, then for each region with its index, these perhaps at the same time.
+/// Whatever the order of the calls, the rows stand in the regions' order.
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region& region, int index, ResultRow& row)>& write);
 
