@@ -15,14 +15,14 @@ Controller::Controller(std::unique_ptr<AppState> own_state)
       capture_loader(model::get_default_capture_loader()),
       image_loader(model::load_capture_from_image) {}
 
-std::shared_ptr<model::Workflow> Controller::_wf() const {
-  if (!state.current_workflow) throw std::runtime_error("No workflow loaded");
-  return state.current_workflow;
+std::shared_ptr<model::Workflow> Controller::_wf() {
+  if (!_state->current_workflow) throw std::runtime_error("No workflow loaded");
+  return _state->current_workflow;
 }
 
-std::shared_ptr<model::CaptureSet> Controller::_cap() const {
-  if (!state.current_capture) throw std::runtime_error("No capture loaded");
-  return state.current_capture;
+std::shared_ptr<model::CaptureSet> Controller::_cap() {
+  if (!_state->current_capture) throw std::runtime_error("No capture loaded");
+  return _state->current_capture;
 }
 
 void Controller::_set_error(const std::string& msg) {

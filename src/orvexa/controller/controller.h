@@ -72,9 +72,9 @@ class Controller {
   // ---- State and model access (controller.cpp) ----------------------------------------------------------------------
 
   /// The current workflow. @throws std::runtime_error "No workflow loaded".
-  [[nodiscard]] std::shared_ptr<model::Workflow> _wf() const;
+  [[nodiscard]] std::shared_ptr<model::Workflow> _wf();
   /// The current capture. @throws std::runtime_error "No capture loaded".
-  [[nodiscard]] std::shared_ptr<model::CaptureSet> _cap() const;
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> _cap();
   /// Phase ERROR, the text as `state.error`, no message.
   void _set_error(const std::string& msg);
 
@@ -138,7 +138,7 @@ class Controller {
   /// The last mask of the chain run on the bare images, up to but not including the first step with the given key (all
   /// steps when absent or empty). A failing step is logged and passed over. Absent when no step gave a mask.
   [[nodiscard]] std::optional<model::Mask> build_accumulated_mask(
-      const std::optional<std::string>& up_to_but_not_including = std::nullopt);
+      const std::optional<std::string>& up_to_but_not_including = std::nullopt) const;
   /// A capture whose measurements show their images under their mask of that index; a measurement without it is the
   /// same object. Failures reach the caller.
   [[nodiscard]] std::shared_ptr<model::CaptureSet> _create_masked_capture_for_index(const model::CaptureSet& capture,
@@ -162,7 +162,7 @@ class Controller {
 
   /// Keys of the result operations that the current capture and the workflow's masks allow, in the registry's order;
   /// absent when that could not be found out (which is logged).
-  [[nodiscard]] std::optional<std::vector<std::string>> _get_available_op_keys(const model::Workflow& workflow) const;
+  [[nodiscard]] std::optional<std::vector<std::string>> _get_available_op_keys(const model::Workflow& workflow);
   [[nodiscard]] bool _check_measurement_requirements(const model::ResultOperationInfo& op_info,
                                                      const std::vector<std::string>& current_measurements) const;
   [[nodiscard]] bool _check_mask_requirements(const model::ResultOperationInfo& op_info,

@@ -100,7 +100,7 @@ std::shared_ptr<model::CaptureSet> Controller::_compute_mask_step(int mask_index
 }
 
 std::optional<model::Mask> Controller::build_accumulated_mask(
-    const std::optional<std::string>& up_to_but_not_including) {
+    const std::optional<std::string>& up_to_but_not_including) const {
   const auto capture = state.current_capture;
   const auto workflow = state.current_workflow;
   if (!capture || !workflow || workflow->mask_operations.empty()) return std::nullopt;

@@ -23,7 +23,7 @@ bool contains(const std::vector<std::string>& names, const std::string& name) {
 
 }  // namespace
 
-std::optional<std::vector<std::string>> Controller::_get_available_op_keys(const model::Workflow& workflow) const {
+std::optional<std::vector<std::string>> Controller::_get_available_op_keys(const model::Workflow& workflow) {
   try {
     const std::vector<std::string> current_measurements = _cap()->get_measurement_types();
     std::vector<std::string> workflow_mask_keys;

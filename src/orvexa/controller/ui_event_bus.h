@@ -33,7 +33,7 @@ struct UIEventBus {
 class EventConnection {
  public:
   EventConnection() = default;
-  EventConnection(sigc::connection connection) : _connection(std::move(connection)) {}
+  EventConnection(const sigc::connection& connection) : _connection(connection) {}
   ~EventConnection() { _connection.disconnect(); }
   EventConnection(EventConnection&& other) noexcept
       : _connection(std::exchange(other._connection, sigc::connection())) {}
