@@ -86,6 +86,15 @@ TEST(Options, MeanTheSameBeforeAndAfterTheCommand) {
   EXPECT_EQ(before.out, after.out);
 }
 
+TEST(Arguments, GivenAFileThatIsNamedLikeACommand_ThenItIsAFile) {
+  const Outcome outcome = orvexa_command({"info", "run"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("Failed to load capture from run: "));
+  const Outcome checked = orvexa_command({"workflow", "check", "ops", "check"});
+  EXPECT_EQ(checked.exit_code, 1);
+  EXPECT_THAT(checked.err, testing::AllOf(HasSubstr("ops: "), HasSubstr("check: ")));
+}
+
 TEST(Version, IsOneLine) {
   EXPECT_THAT(orvexa_command({"--version"}).out, testing::MatchesRegex("orvexa [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }

@@ -139,6 +139,8 @@ struct Commands {
         ->type_name("N");
     sample->add_flag("--force", options.force, "Overwrite files of another content");
 
+    // Without this limit a file that is named like a command would be taken for a second command.
+    for (CLI::App* command : {&app, workflow}) command->require_subcommand(0, 1);
     // After the options of its own, so that these come first in a command's help.
     for (CLI::App* command : {&app, run, info, ops, workflow, check, sample}) add_common_options(*command, options);
   }
