@@ -52,9 +52,10 @@ TEST(Info, GivenFilesBelowTheCurrentFolder_ThenTheirPathsAreShort) {
       Process({"sh", "-c", "cd \"$1\" && exec \"$2\" info HDR_plot.INF", "sh", folder.path().string(), ORVEXA_COMMAND})
           .wait();
   EXPECT_THAT(below.out, HasSubstr("\nplot_NIR.tif"));
-  const Outcome elsewhere =
-      Process({"sh", "-c", "cd / && exec \"$2\" info \"$1\"", "sh", (folder / "HDR_plot.INF").string(), ORVEXA_COMMAND})
-          .wait();
+  const TemporaryFolder another;
+  const Outcome elsewhere = Process({"sh", "-c", "cd \"$3\" && exec \"$2\" info \"$1\"", "sh",
+                                     (folder / "HDR_plot.INF").string(), ORVEXA_COMMAND, another.path().string()})
+                                .wait();
   EXPECT_THAT(elsewhere.out, HasSubstr((folder / "plot_NIR.tif").string()));
 }
 
