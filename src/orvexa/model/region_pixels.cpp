@@ -18,6 +18,28 @@ std::size_t length(const RegionPixels::Run& run) {
   return static_cast<std::size_t>(run.x1 - run.x0);
 }
 
+template <typename T>
+constexpr std::size_t bins_of = std::size_t{std::numeric_limits<T>::max()} + 1;
+
+/// One plane of an image of whole numbers, where it lies: a channel of a colour image is not copied.
+template <typename T>
+class CountPlane {
+ public:
+  explicit CountPlane(const Band& band)
+      : _pixels(band.channel == Band::grey_channel ? band.plane() : band.image),
+        _offset(_pixels.is_color() ? static_cast<std::size_t>(band.channel) : 0) {}
+
+  /// From one pixel to the next.
+  [[nodiscard]] std::size_t step() const { return static_cast<std::size_t>(_pixels.channels()); }
+  [[nodiscard]] const T* first(const RegionPixels::Run& run) const {
+    return _pixels.row<T>(run.y).data() + static_cast<std::size_t>(run.x0) * step() + _offset;
+  }
+
+ private:
+  Image _pixels;
+  std::size_t _offset;
+};
+
 std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::int32_t first) {
   std::vector<ValueCount> values;
   values.reserve(bins.size());
@@ -168,62 +190,75 @@ std::vector<T> RegionPixels::gathered(const RunContext& context, const ReadRun& 
 }
 
 template <typename T>
-RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext& context) const {
-  constexpr std::size_t bin_count = std::size_t{std::numeric_limits<T>::max()} + 1;
-  const std::size_t groups = group_count();
-  const bool is_grey = band.image.is_color() && band.channel == Band::grey_channel;
-  const Image pixels = is_grey ? band.plane() : band.image;
-  const auto step = static_cast<std::size_t>(pixels.channels());
-  const auto offset = pixels.is_color() ? static_cast<std::size_t>(band.channel) : 0;
-  const auto first_pixel = [&](const Run& run) {
-    return pixels.row<T>(run.y).data() + static_cast<std::size_t>(run.x0) * step + offset;
-  };
+std::vector<std::uint32_t> RegionPixels::value_table(const Band& band, const RunContext& context) const {
+  constexpr std::size_t bin_count = bins_of<T>;
+  const std::size_t size = group_count() * bin_count;
+  // 16 MiB a thread; beyond that there are more bins than pixels to fill them.
+  if (size > std::size_t{1} << 22) return {};
+  // Neighbours are often equal, and adding to the same bin again has to wait: four tables take turns.
+  const std::size_t turns = size <= 1024 ? 4 : 1;
+  const CountPlane<T> plane(band);
+  const std::size_t step = plane.step();
+  std::vector<std::uint32_t> table =
+      count(size * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
+        for (const Run& run : runs) {
+          std::uint32_t* own = bins.data() + run.group * bin_count;
+          const T* at = plane.first(run);
+          std::size_t left = length(run);
+          if (turns == 4) {
+            for (; left >= 4; left -= 4, at += 4 * step) {
+              ++own[at[0]];
+              ++own[size + at[step]];
+              ++own[2 * size + at[2 * step]];
+              ++own[3 * size + at[3 * step]];
+            }
+          }
+          for (; left > 0; --left, at += step) ++own[*at];
+        }
+      });
+  for (std::size_t turn = 1; turn < turns; ++turn) {
+    for (std::size_t i = 0; i < size; ++i) table[i] += table[turn * size + i];
+  }
+  table.resize(size);
+  return table;
+}
 
+std::vector<std::uint32_t> RegionPixels::count_values(const Band& band, const RunContext& context) const {
+  switch (band.image.type()) {
+    case PixelType::u8:
+      return value_table<std::uint8_t>(band, context);
+    case PixelType::u16:
+      return value_table<std::uint16_t>(band, context);
+    case PixelType::f32:
+      break;
+  }
+  return {};
+}
+
+template <typename T>
+RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext& context) const {
+  constexpr std::size_t bin_count = bins_of<T>;
   RegionStatistics result;
   result.regions.resize(_regions.regions().size());
-  // Tables for every group while they fit into 16 MiB; beyond that the pixels are sorted by group.
-  constexpr std::size_t most_bins = std::size_t{1} << 22;
-  if (groups * bin_count <= most_bins) {
-    // Neighbours are often equal, and adding to the same bin again has to wait: four tables take turns.
-    const std::size_t turns = groups * bin_count <= 1024 ? 4 : 1;
-    std::vector<std::uint32_t> table =
-        count(groups * bin_count * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
-          for (const Run& run : runs) {
-            std::uint32_t* own = bins.data() + run.group * bin_count * turns;
-            const T* at = first_pixel(run);
-            std::size_t left = length(run);
-            if (turns == 4) {
-              for (; left >= 4; left -= 4, at += 4 * step) {
-                ++own[at[0]];
-                ++own[bin_count + at[step]];
-                ++own[2 * bin_count + at[2 * step]];
-                ++own[3 * bin_count + at[3 * step]];
-              }
-            }
-            for (; left > 0; --left, at += step) ++own[*at];
-          }
-        });
+  const std::vector<std::uint32_t> table = value_table<T>(band, context);
+  if (!table.empty()) {
     std::vector<std::uint32_t> whole(bin_count, 0);
-    for (std::size_t group = 0; group < groups; ++group) {
-      const std::span<std::uint32_t> own = std::span(table).subspan(group * bin_count * turns, bin_count * turns);
-      for (std::size_t turn = 1; turn < turns; ++turn) {
-        for (std::size_t bin = 0; bin < bin_count; ++bin) own[bin] += own[turn * bin_count + bin];
-      }
-      for (std::size_t bin = 0; bin < bin_count; ++bin) whole[bin] += own[bin];
-    }
+    for (std::size_t i = 0; i < table.size(); ++i) whole[i % bin_count] += table[i];
     result.whole = describe_counts(filled_bins(whole, 0));
     if (_regions.is_single()) {
       result.regions.front() = result.whole;
       return result;
     }
     common::parallel_for(result.regions.size(), [&](std::size_t k) {
-      result.regions[k] = describe_counts(filled_bins(std::span(table).subspan(k * bin_count * turns, bin_count), 0));
+      result.regions[k] = describe_counts(filled_bins(std::span(table).subspan(k * bin_count, bin_count), 0));
     });
     return result;
   }
 
+  const CountPlane<T> plane(band);
+  const std::size_t step = plane.step();
   std::vector<T> values = gathered<T>(context, [&](const Run& run, std::span<T> out) {
-    const T* at = first_pixel(run);
+    const T* at = plane.first(run);
     for (T& value : out) {
       value = *at;
       at += step;
@@ -232,7 +267,7 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
   const std::vector<std::uint32_t> whole =
       count(bin_count, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
         for (const Run& run : runs) {
-          const T* at = first_pixel(run);
+          const T* at = plane.first(run);
           for (std::size_t left = length(run); left > 0; --left, at += step) ++bins[*at];
         }
       });

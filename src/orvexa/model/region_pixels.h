@@ -64,6 +64,10 @@ class RegionPixels {
     return totals;
   }
 
+  /// How often each count of an integer plane occurs: 256 or 65536 numbers for each group, one group after the other.
+  /// Empty for a float plane, and where there are so many groups that tables do not pay.
+  [[nodiscard]] std::vector<std::uint32_t> count_values(const Band& band, const RunContext& context) const;
+
   /// In counts. Infinite values and NaN are invalid.
   [[nodiscard]] RegionStatistics measure(const Band& band, const RunContext& context) const;
   /// Of a height x width map of doubles; infinite values and NaN are invalid.
@@ -72,6 +76,8 @@ class RegionPixels {
  private:
   template <typename T, typename ReadRun>
   [[nodiscard]] std::vector<T> gathered(const RunContext& context, const ReadRun& read_run) const;
+  template <typename T>
+  [[nodiscard]] std::vector<std::uint32_t> value_table(const Band& band, const RunContext& context) const;
   template <typename T>
   [[nodiscard]] RegionStatistics measure_counts(const Band& band, const RunContext& context) const;
   template <typename ReadRun>

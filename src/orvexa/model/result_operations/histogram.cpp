@@ -49,6 +49,14 @@ class HistogramOperation final : public ResultOperation {
 std::vector<std::uint32_t> HistogramOperation::count_band(const RegionPixels& pixels, const Band& band,
                                                           const TableLayout& layout) const {
   const std::vector<std::uint32_t> places = places_of_counts(band, layout);
+  const std::vector<std::uint32_t> counts = pixels.count_values(band, context());
+  if (!counts.empty()) {
+    std::vector<std::uint32_t> table(pixels.group_count() * layout.size(), 0);
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+      table[i / places.size() * layout.size() + places[i % places.size()]] += counts[i];
+    }
+    return table;
+  }
   const int width = band.shape().width;
   return pixels.count(pixels.group_count() * layout.size(), context(),
                       [&](std::span<const RegionPixels::Run> runs, std::span<std::uint32_t> table) {
