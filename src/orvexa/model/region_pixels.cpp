@@ -92,7 +92,8 @@ Statistics describe_list(std::span<T> counts) {
 }  // namespace
 
 RegionPixels::RegionPixels(const RegionSet& regions, const RunContext& context) : _regions(regions) {
-  const auto [height, width] = regions.shape();
+  const int height = regions.shape().height;
+  const int width = regions.shape().width;
   const int rows_a_stripe = stripe_height(width);
   const auto none = static_cast<std::uint32_t>(group_count() - 1);
   _runs.resize(static_cast<std::size_t>(stripe_count(height, width)));

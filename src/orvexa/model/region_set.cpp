@@ -47,7 +47,8 @@ RegionSet::RegionSet(Mask mask) : _mask(std::move(mask)), _labels(_mask.labels()
   }
 
   const std::size_t count = _labels->names.size();
-  const auto [height, width] = _mask.shape();
+  const int height = _mask.shape().height;
+  const int width = _mask.shape().width;
   std::vector<std::vector<Extent>> partial(static_cast<std::size_t>(stripe_count(height, width)));
   const int rows_a_stripe = stripe_height(width);
   for_each_stripe(height, width, {}, [&](int y0, int y1) {
