@@ -1,5 +1,7 @@
 #include "orvexa/controller/numerical_results.h"
 
+#include <fmt/format.h>
+
 #include <map>
 
 #include "orvexa/common/text.h"
@@ -18,7 +20,7 @@ std::string numerical_results_text(const model::ResultMap& results, const std::s
   std::string text =
       "# Orvexa Numerical Results\n# Generated: " + common::local_time_text(generated, "%Y-%m-%d %H:%M:%S") +
       "\n# Capture: " + capture_name + "\n#\n";
-  for (const auto& [name, value] : values) text += name + "=" + value + "\n";
+  for (const auto& [name, value] : values) text += fmt::format("{}={}\n", name, value);
   return text;
 }
 
