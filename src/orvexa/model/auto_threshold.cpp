@@ -120,6 +120,7 @@ std::span<const AutoThresholdMethodInfo> auto_threshold_methods() {
 
 std::vector<std::string> auto_threshold_method_names() {
   std::vector<std::string> names;
+  names.reserve(methods.size());
   for (const AutoThresholdMethodInfo& info : methods) names.emplace_back(info.name);
   return names;
 }

@@ -103,6 +103,7 @@ Band band_of(const ImageSource& source, const NamedPlane& plane) {
 
 std::vector<std::string> full_names(const std::vector<NamedPlane>& planes) {
   std::vector<std::string> names;
+  names.reserve(planes.size());
   for (const NamedPlane& plane : planes) names.push_back(plane.full_name());
   return names;
 }

@@ -7,6 +7,7 @@ namespace orvexa::model {
 cv::Mat pixels_of_components(const Components& components, const std::vector<char>& is_chosen,
                              const RunContext& context) {
   std::vector<std::uint8_t> value_of_label{0};
+  value_of_label.reserve(is_chosen.size() + 1);
   for (const char chosen : is_chosen) value_of_label.push_back(chosen != 0 ? 255 : 0);
   const cv::Mat& labels = components.labels;
   cv::Mat pixels(labels.rows, labels.cols, CV_8UC1);

@@ -3,13 +3,12 @@
 #include <limits>
 #include <memory>
 #include <numeric>
-#include <stdexcept>
 #include <string>
 
 #include "orvexa/common/parallel.h"
-#include "orvexa/common/text.h"
 #include "orvexa/model/bands.h"
 #include "orvexa/model/mask_operations/component_filter.h"
+#include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/units.h"
 #include "orvexa/model/shape_measures.h"
@@ -111,15 +110,7 @@ Measures shapes(const Components& components, double (*measure)(const cv::Mat&),
 }
 
 class KeepRegions final : public MaskOperation {
-  void check(const Value& params) const override {
-    const Value& min = params.at("min");
-    const Value& max = params.at("max");
-    if (!min.is_null() && !max.is_null() && min.get<double>() > max.get<double>()) {
-      throw std::invalid_argument("keep_regions: parameter \"min\" is " + common::number_text(min.get<double>()) +
-                                  ", but it must not be above \"max\", which is " +
-                                  common::number_text(max.get<double>()) + ".");
-    }
-  }
+  void check(const Value& params) const override { check_limits("keep_regions", params, "min", "max"); }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const Components components = label_components(*current, 8, context());

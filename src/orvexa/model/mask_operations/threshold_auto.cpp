@@ -1,10 +1,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <stdexcept>
+#include <cmath>
 
-#include "orvexa/common/text.h"
 #include "orvexa/model/auto_threshold.h"
+#include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
 
@@ -13,15 +13,7 @@ namespace orvexa::model {
 namespace {
 
 class ThresholdAuto final : public MaskOperation {
-  void check(const Value& params) const override {
-    const Value& min = params.at("min");
-    const Value& max = params.at("max");
-    if (!min.is_null() && !max.is_null() && min.get<double>() > max.get<double>()) {
-      throw std::invalid_argument("threshold_auto: parameter \"min\" is " + common::number_text(min.get<double>()) +
-                                  ", but it must not be above \"max\", which is " +
-                                  common::number_text(max.get<double>()) + ".");
-    }
-  }
+  void check(const Value& params) const override { check_limits("threshold_auto", params, "min", "max"); }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const Band band = find_band(source, params.at("band").get<std::string>());

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "orvexa/common/text.h"
 #include "orvexa/model/bands.h"
 #include "orvexa/model/color.h"
+#include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 
 namespace orvexa::model {
@@ -52,14 +52,8 @@ std::vector<Band> find_rgb(const ImageSource& source, const std::string& image) 
 
 class ThresholdHsv final : public MaskOperation {
   void check(const Value& params) const override {
-    for (const std::string name : {"s", "v"}) {
-      const double low = params.at(name + "_min").get<double>();
-      const double high = params.at(name + "_max").get<double>();
-      if (low <= high) continue;
-      throw std::invalid_argument("threshold_hsv: parameter \"" + name + "_min\" is " + common::number_text(low) +
-                                  ", but it must not be above \"" + name + "_max\", which is " +
-                                  common::number_text(high) + ".");
-    }
+    check_limits("threshold_hsv", params, "s_min", "s_max");
+    check_limits("threshold_hsv", params, "v_min", "v_max");
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {

@@ -5,6 +5,7 @@
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/auto_threshold.h"
+#include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
 #include "orvexa/model/spectral_indices.h"
@@ -17,13 +18,7 @@ constexpr const char* no_method = "none";
 
 class ThresholdIndex final : public MaskOperation {
   void check(const Value& params) const override {
-    const Value& low = params.at("low");
-    const Value& high = params.at("high");
-    if (!low.is_null() && !high.is_null() && low.get<double>() > high.get<double>()) {
-      throw std::invalid_argument("threshold_index: parameter \"low\" is " + common::number_text(low.get<double>()) +
-                                  ", but it must not be above \"high\", which is " +
-                                  common::number_text(high.get<double>()) + ".");
-    }
+    check_limits("threshold_index", params, "low", "high");
     if (params.at("method") == no_method && params.at("polarity") == "dark") {
       throw std::invalid_argument(
           "threshold_index: parameter \"polarity\" is \"dark\", but without a method there is no level whose side "
@@ -67,13 +62,14 @@ class ThresholdIndex final : public MaskOperation {
 
 std::vector<std::string> index_keys() {
   std::vector<std::string> keys;
+  keys.reserve(spectral_indices().size());
   for (const SpectralIndex& index : spectral_indices()) keys.push_back(index.key);
   return keys;
 }
 
 std::vector<std::string> methods_and_none() {
-  std::vector<std::string> names{no_method};
-  for (std::string& name : auto_threshold_method_names()) names.push_back(std::move(name));
+  std::vector<std::string> names = auto_threshold_method_names();
+  names.insert(names.begin(), no_method);
   return names;
 }
 

@@ -1,6 +1,4 @@
-#include <stdexcept>
-
-#include "orvexa/common/text.h"
+#include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
 
@@ -9,14 +7,7 @@ namespace orvexa::model {
 namespace {
 
 class ThresholdRange final : public MaskOperation {
-  void check(const Value& params) const override {
-    const double low = params.at("low").get<double>();
-    const double high = params.at("high").get<double>();
-    if (low > high) {
-      throw std::invalid_argument("threshold_range: parameter \"low\" is " + common::number_text(low) +
-                                  ", but it must not be above \"high\", which is " + common::number_text(high) + ".");
-    }
-  }
+  void check(const Value& params) const override { check_limits("threshold_range", params, "low", "high"); }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {
     const Band band = find_band(source, params.at("band").get<std::string>());
