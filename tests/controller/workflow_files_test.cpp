@@ -87,6 +87,40 @@ TEST_F(WorkflowFiles, SettingAWorkflowWhileAvailabilityIsUnknownLeavesTheAvailab
   EXPECT_EQ(state.phase, Phase::WORKFLOW_READY);
 }
 
+TEST_F(WorkflowFiles, AvailabilityIsAskedWhenTheWorkflowIsCurrentAndTheMaskCacheEmptyButTheErrorNotYetCleared) {
+  state.current_capture = small_capture();
+  state.error = "older";
+  fill_cache();
+  const auto workflow = workflow_of({"erode"});
+  int asked = 0;
+  on_access = [&](std::string_view) {
+    ++asked;
+    EXPECT_EQ(state.current_workflow, workflow);
+    EXPECT_THAT(cached_indices(controller), IsEmpty());
+    EXPECT_EQ(state.error, "older");
+  };
+  controller.set_workflow(workflow);
+  EXPECT_EQ(asked, 1);
+  EXPECT_EQ(state.error, std::nullopt);
+}
+
+TEST_F(WorkflowFiles, SettingNoWorkflowIsRefusedAndTheOneThatIsCurrentStays) {
+  const auto old = workflow_of({"erode"});
+  state.current_workflow = old;
+  state.current_capture = small_capture();
+  state.error = "older";
+  fill_cache();
+  try {
+    controller.set_workflow(nullptr);
+    FAIL() << "nothing was raised";
+  } catch (const std::invalid_argument& failure) {
+    EXPECT_STREQ(failure.what(), "There is no workflow to make the current one.");
+  }
+  EXPECT_EQ(state.current_workflow, old);
+  EXPECT_THAT(cached_indices(controller), ElementsAre(0));
+  EXPECT_EQ(state.error, "older");
+}
+
 TEST_F(WorkflowFiles, ClearingWhenThereIsNoWorkflowSetsNoMessageAndRefreshesNothing) {
   controller.clear_workflow();
   EXPECT_EQ(state.message, std::nullopt);
@@ -98,7 +132,10 @@ TEST_F(WorkflowFiles, ClearingDropsTheWorkflowAndRefreshesButKeepsBothCaches) {
   fill_cache();
   state.enabled_operations_cache = {"kept"};
   state.error = "older";
-  panel.on_refresh = [&] { EXPECT_EQ(state.message, "Workflow cleared"); };
+  panel.on_refresh = [&] {
+    EXPECT_EQ(state.current_workflow, nullptr);
+    EXPECT_EQ(state.message, "Workflow cleared");
+  };
   controller.clear_workflow();
   EXPECT_EQ(state.current_workflow, nullptr);
   EXPECT_EQ(state.message, "Workflow cleared");

@@ -192,7 +192,8 @@ class Controller {
   // ---- Workflows and their files (workflow_files.cpp) ---------------------------------------------------------------
 
   std::shared_ptr<model::Workflow> new_empty_workflow(const std::string& title = "untitled");
-  /// Makes a workflow current. @param workflow  not empty.
+  /// Makes a workflow current.
+  /// @throws std::invalid_argument when it is empty; the workflow that was current stays.
   void set_workflow(const std::shared_ptr<model::Workflow>& workflow);
   void clear_workflow();
   bool save_workflow_to_file(const Path& file_path);

@@ -1,4 +1,4 @@
-#include <cassert>
+#include <stdexcept>
 #include <utility>
 
 #include "orvexa/common/files.h"
@@ -20,7 +20,7 @@ std::shared_ptr<model::Workflow> Controller::new_empty_workflow(const std::strin
 }
 
 void Controller::set_workflow(const std::shared_ptr<model::Workflow>& workflow) {
-  assert(workflow);
+  if (!workflow) throw std::invalid_argument("There is no workflow to make the current one.");
   state.current_workflow = workflow;
   _mask_result_cache.clear();
   if (state.current_capture) {
