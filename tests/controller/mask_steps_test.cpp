@@ -154,10 +154,15 @@ TEST_F(MaskSteps, ApplyingOnTopOfStepsComputesTheMissingOnesAndRunsEachOnce) {
   EXPECT_EQ(runs, 3);
 }
 
-TEST_F(MaskSteps, ApplyingBringsTheResultOperationsInLine) {
+TEST_F(MaskSteps, ApplyingBringsTheResultOperationsInLineOnceStepResultAndMessageAreThere) {
   give_workflow({});
   int changes = 0;
-  const EventConnection heard(controller.events.workflow_result_operations_changed.connect([&] { ++changes; }));
+  const EventConnection heard(controller.events.workflow_result_operations_changed.connect([&] {
+    ++changes;
+    EXPECT_THAT(mask_keys(), ElementsAre("keep"));
+    EXPECT_THAT(cached_indices(controller), ElementsAre(0));
+    EXPECT_EQ(controller.state.message, "Added 'The keep' mask to workflow");
+  }));
   ASSERT_NE(controller.apply_mask_to_workflow("keep", Value::object()), nullptr);
   EXPECT_THAT(keys_of(controller.state.current_workflow->result_operations), ElementsAre("shape"));
   EXPECT_EQ(changes, 1);
@@ -278,6 +283,31 @@ TEST_F(MaskSteps, ParametersWithTextThatIsNotUtf8AreRefusedWithoutAFailureOfTheL
   EXPECT_THAT(*controller.state.error, testing::StartsWith("Failed to add mask to workflow: "));
 }
 
+TEST_F(MaskSteps, ParametersThatNestTooDeeplyToBeLoggedAreRefusedLikeAnyOther) {
+  give_workflow({"keep"});
+  Value deep = 1;
+  for (int level = 0; level < 100; ++level) deep = Value::array({deep});
+  const LogCapture log;
+  EXPECT_EQ(controller.apply_mask_to_workflow("radius", {{"radius", deep}}), nullptr);
+  ASSERT_TRUE(controller.state.error);
+  EXPECT_THAT(*controller.state.error, testing::StartsWith("Failed to add mask to workflow: "));
+  EXPECT_THAT(log.lines().back(), testing::StartsWith("error: Controller.apply_mask_to_workflow: "));
+  EXPECT_THAT(mask_keys(), ElementsAre("keep"));
+}
+
+TEST_F(MaskSteps, AFailureAfterTheStepWasAddedIsReportedWhileTheStepAndItsResultStay) {
+  give_workflow({});
+  const EventConnection deaf(
+      controller.events.workflow_result_operations_changed.connect([] { throw std::runtime_error("no list"); }));
+  const LogCapture log;
+  EXPECT_EQ(controller.apply_mask_to_workflow("keep", Value::object()), nullptr);
+  EXPECT_EQ(controller.state.error, "Failed to add mask to workflow: no list");
+  EXPECT_EQ(log.lines().back(), "error: Controller.apply_mask_to_workflow: Failed to add mask to workflow - no list");
+  EXPECT_THAT(mask_keys(), ElementsAre("keep"));
+  EXPECT_THAT(cached_indices(controller), ElementsAre(0));
+  EXPECT_EQ(controller.state.message, "Added 'The keep' mask to workflow");
+}
+
 // ---- Removing
 // --------------------------------------------------------------------------------------------------------
 
@@ -332,9 +362,12 @@ TEST_F(MaskSteps, RemovingTellsOfTheResultOperationsFirstAndThenOfTheStepsIndex)
   give_workflow({"radius", "keep"});
   controller.state.current_workflow->result_operations = workflow_of({}, {"shape"})->result_operations;
   controller.state.enabled_operations_cache = {"shape"};
+  ASSERT_NE(controller.get_mask_result(1), nullptr);
   std::vector<std::string> heard;
-  const EventConnection changed(controller.events.workflow_result_operations_changed.connect(
-      [&] { heard.push_back("changed to " + std::to_string(mask_keys().size()) + " masks"); }));
+  const EventConnection changed(controller.events.workflow_result_operations_changed.connect([&] {
+    heard.push_back("changed to " + std::to_string(mask_keys().size()) + " masks");
+    EXPECT_THAT(cached_indices(controller), ElementsAre(0)) << "the cache is cut before anybody is told";
+  }));
   const EventConnection removed(controller.events.mask_operation_removed.connect(
       [&](int index) { heard.push_back("removed " + std::to_string(index)); }));
   EXPECT_TRUE(controller.remove_mask_from_workflow(1));

@@ -33,9 +33,10 @@ std::shared_ptr<model::CaptureSet> Controller::apply_mask_to_workflow(const std:
   logger.info("Applying mask operation to workflow: " + operation_name);
   logger.info("CAPTURE DEBUG: During mask application - Capture object ID: " +
               (capture ? fmt::format("{}", fmt::ptr(capture)) : std::string("None")));
-  logger.debug(fmt::format("Controller.apply_mask_to_workflow: Applying {} with params {}", operation_name,
-                           common::scalar_text(params)));
   try {
+    // Within the guard: parameters that nest too deeply have no text.
+    logger.debug(fmt::format("Controller.apply_mask_to_workflow: Applying {} with params {}", operation_name,
+                             common::scalar_text(params)));
     const model::MaskOperationInfo& mask_op_class = model::get_mask_operation(operation_name);
     const std::string& display_name = mask_op_class.get_display_name();
     const Value validated = mask_op_class()->validate_params(params);
