@@ -158,6 +158,17 @@ TEST_F(CaptureLoading, InAnInteractiveModeACurrentWorkflowStaysAndGetsWhatBecame
   EXPECT_THAT(keys_of(workflow->result_operations), ElementsAre("area"));
 }
 
+TEST_F(CaptureLoading, TheNewWorkflowHasWhatIsAvailableBeforeThePhaseIsDerived) {
+  const auto area = result_operation("area", "Shape");
+  const model::ResultRegistryOverride registry({&area});
+  std::vector<std::vector<std::string>> derived;
+  state.on_derive = [&](ScriptedState& s) { derived.push_back(keys_of(s.current_workflow->result_operations)); };
+  controller.load_capture_from_file("a.png");
+  EXPECT_THAT(derived, ElementsAre(ElementsAre("area")));
+  EXPECT_THAT(state.enabled_operations_cache, ElementsAre("area"));
+  EXPECT_EQ(state.phase, Phase::WORKFLOW_READY);
+}
+
 TEST_F(CaptureLoading, InBatchAndWatcherModeTheWorkflowStaysAsItWasAndAvailabilityIsNotAsked) {
   for (const std::string mode : {"batch", "watcher"}) {
     int asked = 0;
@@ -196,6 +207,22 @@ TEST_F(CaptureLoading, ALoaderThatRaisesLeavesNoCaptureAnEmptyCacheAndTheDoubled
               ElementsAre("info: Controller.load_capture_from_file: Loading capture from in/new.png",
                           "info: Loading as image file: in/new.png",
                           "error: Capture loading failed: Failed to load capture from in/new.png: new.png is empty."));
+}
+
+TEST_F(CaptureLoading, AFailedLoadWarnsOfTheMasksThatAreLostOnlyBeforeTheLoad) {
+  state.current_capture = capture_with_masks("old", {{"CLR", 1}});
+  controller.capture_loader = [](const std::filesystem::path&) -> std::shared_ptr<model::CaptureSet> {
+    throw std::runtime_error("no section [Capture].");
+  };
+  const LogCapture log;
+  controller.load_capture_from_file("HDR_1.INF");
+  EXPECT_THAT(
+      log.lines(),
+      ElementsAre("info: Controller.load_capture_from_file: Loading capture from HDR_1.INF",
+                  "warning: MASK LOSS WARNING: load_capture_from_file() called while 1 masks are applied! Current: "
+                  "old, Loading: HDR_1.INF",
+                  "info: Loading using standard capture loader: HDR_1.INF",
+                  "error: Capture loading failed: Failed to load capture from HDR_1.INF: no section [Capture]."));
 }
 
 TEST_F(CaptureLoading, AFailureThatIsNoExceptionObjectIsReportedToo) {
@@ -261,10 +288,15 @@ TEST_F(CaptureLoading, ALoaderThatGivesNothingIsAFailureOfTheSuccessHandler) {
   EXPECT_EQ(state.error, "Error processing loaded capture: The loader gave no capture.");
 }
 
-TEST_F(CaptureLoading, TheHandlersMayBeGivenAResultThatWasLoadedElsewhere) {
+TEST_F(CaptureLoading, TheHandlersMayBeGivenAResultOrAFailureOfALoadElsewhere) {
   controller._on_capture_load_success({.capture_set = to_load, .file_path = "elsewhere.png"});
   EXPECT_EQ(state.current_capture, to_load);
   EXPECT_THAT(loads, IsEmpty());
+  controller._on_capture_load_error("elsewhere.png is empty.");
+  EXPECT_EQ(state.current_capture, nullptr);
+  EXPECT_EQ(state.error, "elsewhere.png is empty.");
+  EXPECT_EQ(state.message, "Failed to load capture: elsewhere.png is empty.");
+  EXPECT_EQ(state.phase, Phase::ERROR);
 }
 
 struct MeasurementsPanel : PlainPanel, controller::SelectsDefaultImage {

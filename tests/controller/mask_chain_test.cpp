@@ -85,12 +85,14 @@ TEST_F(MaskChain, AnIndexOfMinusOneOrPastTheLastStepGivesNothingAndLeavesTheCach
 TEST_F(MaskChain, WithoutAWorkflowOrACaptureThereIsNoResultEvenWhenOneIsCached) {
   add_step("a", gives(left));
   controller._mask_result_cache[0] = capture;
+  const LogCapture log;
   controller.state.current_workflow.reset();
   EXPECT_EQ(controller.get_mask_result(0), nullptr);
   controller.state.current_workflow = workflow;
   controller.state.current_capture.reset();
   EXPECT_EQ(controller.get_mask_result(0), nullptr);
   EXPECT_THAT(runs, IsEmpty());
+  EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(MaskChain, AskingForIndexThreeRunsEachStepOnceInOrderAndAskingAgainRunsNothing) {
@@ -167,6 +169,30 @@ TEST_F(MaskChain, AnUnknownOperationEndsTheChainAtItsStep) {
                std::invalid_argument);
 }
 
+TEST_F(MaskChain, AStepIsAnnouncedBeforeItRunsAndAnUnknownOneNotAtAll) {
+  add_step("a", fails("no contrast"));
+  workflow->mask_operations.push_back({{.op = "nobody_knows"}});
+  const LogCapture log;
+  EXPECT_THROW(static_cast<void>(controller._compute_mask_step(4, *capture, workflow->mask_operations[0])),
+               std::runtime_error);
+  EXPECT_THROW(static_cast<void>(controller._compute_mask_step(5, *capture, workflow->mask_operations[1])),
+               std::invalid_argument);
+  EXPECT_THAT(log.lines(),
+              ElementsAre("debug: Controller._compute_mask_step: Running a at index 4 (has current_mask: False)"));
+  EXPECT_THAT(cached_indices(controller), IsEmpty());
+}
+
+TEST_F(MaskChain, AStepThatNeedsAnEarlierMaskAndHasNoneFailsWithItsOwnSentence) {
+  define("grow", gives(left), true);
+  workflow->mask_operations.push_back({{.op = "grow"}});
+  const LogCapture log;
+  EXPECT_EQ(controller.get_mask_result(0), nullptr);
+  EXPECT_EQ(log.lines().back(),
+            "exception: Controller.get_mask_result: Failed to compute mask result at index 0 for grow - The grow needs "
+            "a mask to work on: put a step that makes one before it.");
+  EXPECT_THAT(runs, IsEmpty());
+}
+
 TEST_F(MaskChain, AStepThatReturnsNoMaskIsAValueErrorThatNamesIt) {
   add_step("a", [](const MaskCall&) -> std::optional<model::Mask> { return std::nullopt; });
   try {
@@ -201,6 +227,33 @@ TEST_F(MaskChain, AStepThatResetsTheChainFindsPixelsAgainThatEarlierStepsLeftOut
   add_step("a", gives(left));
   add_step("b", gives(top), {{"reset_mask_chain", true}});
   EXPECT_EQ(controller.get_mask_result(1)->mask, top);
+}
+
+TEST_F(MaskChain, OfAFilesResetMaskChainOnlyTrueResetsNullIsFalseAndWhateverElseIsRefused) {
+  // The receiver is chosen by the value as the file has it, the step runs by the checked one. They can never differ,
+  // because the check takes nothing but true and false, and null for the default.
+  add_step("a", gives(left));
+  add_step("b", gives(top));
+  Value& params = workflow->mask_operations[1].params;
+  const auto masks_after = [&](const Value& reset) {
+    params = {{"reset_mask_chain", reset}};
+    const auto result = controller._compute_mask_step(1, *capture->apply_mask(left), workflow->mask_operations[1]);
+    return std::pair(result->mask, result->measurements.at("MSP")->masks.size());
+  };
+  EXPECT_EQ(masks_after(true), std::pair(std::optional(top), std::size_t{1}));
+  EXPECT_EQ(masks_after(false), std::pair(std::optional(top_left), std::size_t{2}));
+  EXPECT_EQ(masks_after(nullptr), std::pair(std::optional(top_left), std::size_t{2}));
+  for (const Value& other : {Value(1), Value(0), Value(1.0), Value("true"), Value("True"), Value("yes"), Value(""),
+                             Value::array({true}), Value::object()}) {
+    SCOPED_TRACE(other.dump());
+    try {
+      static_cast<void>(masks_after(other));
+      ADD_FAILURE() << "nothing was raised";
+    } catch (const std::invalid_argument& failure) {
+      EXPECT_THAT(failure.what(), testing::StartsWith("b: parameter \"reset_mask_chain\" is "));
+      EXPECT_THAT(failure.what(), testing::HasSubstr("must be true or false"));
+    }
+  }
 }
 
 TEST_F(MaskChain, WithoutACurrentCaptureAStepThatResetsTheChainIsAppliedToItsInput) {
@@ -328,6 +381,15 @@ TEST_F(MaskChain, AFailingStepOfTheAccumulatedMaskIsLoggedAndPassedOver) {
   EXPECT_EQ(controller.build_accumulated_mask(), mask({"##.", "..."}));
   EXPECT_EQ(runs[2].current_mask, left_two);
   EXPECT_THAT(log.lines(), ElementsAre("error: Controller.build_accumulated_mask: Failed on b - no contrast"));
+}
+
+TEST_F(MaskChain, AnUnknownStepOfTheAccumulatedMaskIsLoggedAndPassedOver) {
+  add_step("good", gives(left_two));
+  workflow->mask_operations.push_back({{.op = "goof"}});
+  const LogCapture log;
+  EXPECT_EQ(controller.build_accumulated_mask(), left_two);
+  EXPECT_THAT(log.lines(), ElementsAre("error: Controller.build_accumulated_mask: Failed on goof - There is no mask "
+                                       "operation \"goof\" (did you mean \"good\"?)."));
 }
 
 TEST_F(MaskChain, AStepThatReturnsNoMaskMakesTheRunningMaskAbsentForTheNext) {

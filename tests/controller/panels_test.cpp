@@ -56,6 +56,7 @@ TEST(Panels, OneThatIsRegisteredTwiceIsRefreshedTwice) {
   RefreshedPanel panel("MaskPanel", analysis_module);
   controller.register_panel(panel);
   controller.register_panel(panel);
+  EXPECT_EQ(panel.refreshes, 0) << "registering refreshes nothing";
   controller.refresh_all_panels();
   EXPECT_EQ(panel.refreshes, 2);
 }
@@ -112,6 +113,37 @@ TEST(Panels, AFailingPanelEndsTheRefreshWithoutTheClosingLine) {
   EXPECT_EQ(last.refreshes, 0);
   EXPECT_EQ(log.lines().back(), "debug: Refreshing Broken (mode: all)");
   EXPECT_THROW(controller.refresh_specific_panel("Broken"), std::runtime_error);
+}
+
+TEST(Panels, AFailingStatusPanelEndsTheStatusRefresh) {
+  Probe controller;
+  RefreshedPanel broken("StatusBarPanel", shared_module, [] { throw std::runtime_error("no widget"); });
+  RefreshedPanel last("StatusBarPanel", shared_module);
+  for (RefreshedPanel* panel : {&broken, &last}) controller.register_panel(*panel);
+  EXPECT_THROW(controller.refresh_only_status(), std::runtime_error);
+  EXPECT_EQ(last.refreshes, 0);
+}
+
+TEST(Panels, OneOfAnotherModeThatCannotRefreshIsSkippedWithoutAWarning) {
+  Probe controller;
+  PlainPanel files("FileListPanel", batch_module);
+  controller.register_panel(files);
+  const LogCapture log;
+  controller.refresh_all_panels();
+  EXPECT_THAT(log.lines(), ElementsAre("debug: Refreshing panels for mode: analysis",
+                                       "debug: Skipping FileListPanel (panel mode: batch, current: analysis)",
+                                       "info: Refreshed 0 panels, skipped 1 for mode 'analysis'"));
+}
+
+TEST(Panels, TheModeIsFoundOutAgainAtEveryRefresh) {
+  Probe controller;
+  RefreshedPanel panel("MaskPanel", batch_module);
+  controller.register_panel(panel);
+  controller.refresh_all_panels();
+  EXPECT_EQ(panel.refreshes, 0);
+  panel.module = analysis_module;
+  controller.refresh_all_panels();
+  EXPECT_EQ(panel.refreshes, 1);
 }
 
 TEST(Panels, ARefreshMayRegisterAnotherPanelWhichIsThenRefreshedToo) {

@@ -125,6 +125,21 @@ TEST_F(Availability, WithACaptureThatProvidesNoMeasurementTypesOnlyOperationsWit
   EXPECT_EQ(controller._get_available_op_keys(*workflow), (Names{"area", "outline"}));
 }
 
+TEST_F(Availability, OfAlternativeMeasurementsTheSecondAloneMakesAnOperationAvailableAndOfTwoRequiredOneDoesNot) {
+  const auto either = result_operation("either", "Shape", Requirements{Names{"A", "B"}, "C"});
+  const auto both = result_operation("both", "Shape", Requirements{"B", "C"});
+  const model::ResultRegistryOverride others({&both, &either});
+  controller.state.current_capture = capture_with_masks("plot", {{"B", 0}});
+  EXPECT_EQ(controller._get_available_op_keys(*workflow), (Names{"either"}));
+}
+
+TEST_F(Availability, AnOperationThatTheRegistryListsTwiceIsAvailableTwiceAndCachedOnce) {
+  const model::ResultRegistryOverride twice({&area, &area});
+  EXPECT_EQ(controller._get_available_op_keys(*workflow), (Names{"area", "area"}));
+  controller.handle_mask_dependencies();
+  EXPECT_THAT(controller.state.enabled_operations_cache, ElementsAre("area"));
+}
+
 TEST_F(Availability, IsUnknownWithoutACaptureOrWhenTheRegistryFails) {
   controller.state.current_capture.reset();
   const LogCapture log;
@@ -259,6 +274,18 @@ TEST_F(Availability, TheCacheIsUpdatedAlsoWhenTheListStaysTheSame) {
   EXPECT_THAT(controller.state.enabled_operations_cache, UnorderedElementsAre("area", "ndvi", "outline"));
 }
 
+TEST_F(Availability, WhoIsToldOfTheChangeFindsTheNewListTheCacheAndTheLogLineInPlace) {
+  const LogCapture log;
+  std::vector<Names> told;
+  const EventConnection receiver{controller.events.workflow_result_operations_changed.connect([&] {
+    told.push_back(result_keys());
+    EXPECT_THAT(controller.state.enabled_operations_cache, UnorderedElementsAre("area", "outline", "ndvi"));
+    EXPECT_EQ(log.lines().back(), "info: Updated workflow result operations: 3 enabled (was 0)");
+  })};
+  controller.handle_mask_dependencies();
+  EXPECT_THAT(told, ElementsAre(Names{"area", "outline", "ndvi"}));
+}
+
 TEST_F(Availability, AnOperationWhoseDefaultsCannotBeReadIsAddedWithAnEmptyMapAndAWarning) {
   on_access = [](std::string_view key) {
     if (key == "ndvi") throw std::runtime_error("no description");
@@ -284,6 +311,18 @@ TEST_F(Availability, SyncingKeepsParametersTakesDefaultsForNewKeysAndTheGivenOrd
   EXPECT_EQ(workflow->result_operations[3].params, Value::object());
   EXPECT_EQ(changes, 1);
   EXPECT_THAT(log.lines(), ElementsAre("info: Synced 4 result operations to workflow"));
+}
+
+TEST_F(Availability, SyncingTakesTheLaterOfTwoEntriesAndARepeatedKeyAsOftenAsItIsGiven) {
+  workflow->result_operations = {{{.op = "area", .params = {{"x", 1}}}}, {{.op = "area", .params = {{"x", 2}}}}};
+  const LogCapture log;
+  const EventConnection receiver{controller.events.workflow_result_operations_changed.connect(
+      [&] { EXPECT_THAT(log.lines(), ElementsAre("info: Synced 2 result operations to workflow")); })};
+  controller.sync_result_operations_to_workflow({"area", "area"});
+  EXPECT_THAT(result_keys(), ElementsAre("area", "area"));
+  EXPECT_EQ(workflow->result_operations[0].params, (Value{{"x", 2}}));
+  EXPECT_EQ(workflow->result_operations[1].params, (Value{{"x", 2}}));
+  EXPECT_EQ(changes, 1);
 }
 
 TEST_F(Availability, SyncingKeepsWhatElseAFileHeldBesideTheParameters) {
