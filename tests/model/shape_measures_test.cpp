@@ -130,6 +130,20 @@ cv::Mat random_picture(std::mt19937& random, int height, int width) {
   return pixels;
 }
 
+TEST(ShapeMeasures, EndWithoutAResultOnceCancelled) {
+  const cv::Mat picture(3, 4, CV_8UC1, cv::Scalar(255));
+  common::CancelEvent event;
+  const RunContext context{.cancel_event = &event, .progress = {}};
+  EXPECT_EQ(measure_shape(picture, context).area, 12);
+  EXPECT_GT(chain_perimeter(picture, context), 0);
+  event.set();
+  EXPECT_THROW(static_cast<void>(crofton_perimeter(picture, context)), CancelledError);
+  EXPECT_THROW(static_cast<void>(chain_perimeter(picture, context)), CancelledError);
+  EXPECT_THROW(static_cast<void>(corner_hull(picture, context)), CancelledError);
+  EXPECT_THROW(static_cast<void>(fit_ellipse(picture, context)), CancelledError);
+  EXPECT_THROW(static_cast<void>(measure_shape(picture, context)), CancelledError);
+}
+
 TEST(ShapeMeasures, AQuarterTurnChangesNothing) {
   for (unsigned seed = 0; seed < 50; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);

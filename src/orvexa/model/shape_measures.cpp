@@ -41,7 +41,7 @@ std::int64_t pixel_area(const cv::Mat& picture) {
   return picture.empty() ? 0 : cv::countNonZero(picture);
 }
 
-double crofton_perimeter(const cv::Mat& picture) {
+double crofton_perimeter(const cv::Mat& picture, const RunContext& context) {
   const auto width = static_cast<std::size_t>(picture.cols);
   // Rows with one background pixel on either side, so that the loop below has no special cases.
   std::vector<std::uint8_t> above(width + 2, 0);
@@ -49,6 +49,7 @@ double crofton_perimeter(const cv::Mat& picture) {
   std::int64_t straight = 0;
   std::int64_t diagonal = 0;
   for (int y = 0; y < picture.rows; ++y) {
+    context.check();
     std::memcpy(here.data() + 1, picture.ptr<std::uint8_t>(y), width);
     std::int32_t entered_straight = 0;
     std::int32_t entered_diagonal = 0;
@@ -64,12 +65,13 @@ double crofton_perimeter(const cv::Mat& picture) {
   return std::numbers::pi / 4 * (static_cast<double>(straight) + static_cast<double>(diagonal) / std::numbers::sqrt2);
 }
 
-double chain_perimeter(const cv::Mat& picture) {
+double chain_perimeter(const cv::Mat& picture, const RunContext& context) {
   if (picture.empty()) return 0;
   cv::Mat padded = cv::Mat::zeros(picture.rows + 2, picture.cols + 2, CV_8UC1);
   picture.copyTo(padded(cv::Rect(1, 1, picture.cols, picture.rows)));
   cv::Mat border = cv::Mat::zeros(padded.size(), CV_8UC1);
   for (int y = 1; y <= picture.rows; ++y) {
+    context.check();
     const std::uint8_t* above = padded.ptr<std::uint8_t>(y - 1);
     const std::uint8_t* here = padded.ptr<std::uint8_t>(y);
     const std::uint8_t* below = padded.ptr<std::uint8_t>(y + 1);
@@ -84,6 +86,7 @@ double chain_perimeter(const cv::Mat& picture) {
       {0, 0, 2, 0, 0}, {0, 3, 3, 2, 0}, {1, 1, 1, 0, 0}, {1, 1, 1, 0, 0}, {0, 0, 0, 0, 0}};
   std::int64_t counts[4] = {0, 0, 0, 0};
   for (int y = 1; y <= picture.rows; ++y) {
+    context.check();
     const std::uint8_t* above = border.ptr<std::uint8_t>(y - 1);
     const std::uint8_t* here = border.ptr<std::uint8_t>(y);
     const std::uint8_t* below = border.ptr<std::uint8_t>(y + 1);
@@ -98,7 +101,7 @@ double chain_perimeter(const cv::Mat& picture) {
          static_cast<double>(counts[3]) * (1 + std::numbers::sqrt2) / 2;
 }
 
-CornerHull corner_hull(const cv::Mat& picture) {
+CornerHull corner_hull(const cv::Mat& picture, const RunContext& context) {
   // On the line between two rows of pixels only the outermost corners of the pixels that touch it can be on the hull.
   std::vector<cv::Point> left;
   std::vector<cv::Point> right;
@@ -112,6 +115,7 @@ CornerHull corner_hull(const cv::Mat& picture) {
     }
   };
   for (int y = 0; y < picture.rows; ++y) {
+    context.check();
     int first = picture.cols;
     int last = -1;
     for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
@@ -181,7 +185,7 @@ double CornerHull::min_feret() const {
   return least;
 }
 
-EllipseFit fit_ellipse(const cv::Mat& picture) {
+EllipseFit fit_ellipse(const cv::Mat& picture, const RunContext& context) {
   std::int64_t n = 0;
   std::int64_t sum_x = 0;
   std::int64_t sum_y = 0;
@@ -192,6 +196,7 @@ EllipseFit fit_ellipse(const cv::Mat& picture) {
   const auto first_powers = [](std::int64_t k) { return k * (k - 1) / 2; };
   const auto second_powers = [](std::int64_t k) { return (k - 1) * k * (2 * k - 1) / 6; };
   for (int y = 0; y < picture.rows; ++y) {
+    context.check();
     std::int64_t row_n = 0;
     std::int64_t row_x = 0;
     for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
@@ -239,12 +244,12 @@ double ShapeMeasures::circularity() const {
   return 4 * std::numbers::pi * static_cast<double>(area) / (perimeter * perimeter);
 }
 
-ShapeMeasures measure_shape(const cv::Mat& picture) {
+ShapeMeasures measure_shape(const cv::Mat& picture, const RunContext& context) {
   ShapeMeasures measures;
-  measures.ellipse = fit_ellipse(picture);
+  measures.ellipse = fit_ellipse(picture, context);
   measures.area = pixel_area(picture);
-  measures.perimeter = crofton_perimeter(picture);
-  const CornerHull hull = corner_hull(picture);
+  measures.perimeter = crofton_perimeter(picture, context);
+  const CornerHull hull = corner_hull(picture, context);
   measures.hull_area = hull.area();
   measures.hull_perimeter = hull.perimeter();
   measures.max_feret = hull.max_feret();

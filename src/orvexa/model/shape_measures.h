@@ -5,11 +5,14 @@
 #include <cstdint>
 #include <vector>
 
+#include "orvexa/model/run_context.h"
+
 namespace orvexa::model {
 
 // Measures of the shape of a set of pixels, given as a CV_8UC1 picture of 0 and 255 (usually the box of a region);
 // everything outside the picture is background. Lengths are in pixels, areas in pixels squared. Corners are those of
-// the pixels: the pixel in column x covers [x, x + 1].
+// the pixels: the pixel in column x covers [x, x + 1]. What goes through the rows of a picture looks at the context's
+// cancellation flag in each of them.
 
 /// How many pixels are set.
 [[nodiscard]] std::int64_t pixel_area(const cv::Mat& picture);
@@ -18,13 +21,13 @@ namespace orvexa::model {
 /// how often the lines of that direction enter the set. It includes the rims of holes; one pixel has 2.681.
 /// Source: D. Legland, K. Kiêu, M.-F. Devaux, Computation of Minkowski measures on 2D and 3D binary images, Image
 /// Analysis & Stereology 26(2), 2007, 83-92, doi:10.5566/ias.v26.p83-92.
-[[nodiscard]] double crofton_perimeter(const cv::Mat& picture);
+[[nodiscard]] double crofton_perimeter(const cv::Mat& picture, const RunContext& context = {});
 
 /// Perimeter as the length of the chain of border pixels (set pixels with a 4-neighbour that is not set), each weighted
 /// 1, sqrt(2) or (1 + sqrt(2)) / 2 by its neighbours in the border; one pixel has 0.
 /// Source: K. Benkrid, D. Crookes, Design and FPGA Implementation of a Perimeter Estimator, Queen's University of
 /// Belfast, 2000.
-[[nodiscard]] double chain_perimeter(const cv::Mat& picture);
+[[nodiscard]] double chain_perimeter(const cv::Mat& picture, const RunContext& context = {});
 
 /// The convex hull of the corners of the set pixels.
 struct CornerHull {
@@ -38,7 +41,7 @@ struct CornerHull {
 };
 /// Source of the construction: A. M. Andrew, Another efficient algorithm for convex hulls in two dimensions,
 /// Information Processing Letters 9(5), 1979, 216-219.
-[[nodiscard]] CornerHull corner_hull(const cv::Mat& picture);
+[[nodiscard]] CornerHull corner_hull(const cv::Mat& picture, const RunContext& context = {});
 
 /// Centroid and the ellipse with equal second moments.
 struct EllipseFit {
@@ -51,7 +54,7 @@ struct EllipseFit {
 /// Source: M.-K. Hu, Visual pattern recognition by moment invariants, IRE Trans. Information Theory 8(2), 1962,
 /// 179-187.
 /// @throws std::invalid_argument when no pixel is set.
-[[nodiscard]] EllipseFit fit_ellipse(const cv::Mat& picture);
+[[nodiscard]] EllipseFit fit_ellipse(const cv::Mat& picture, const RunContext& context = {});
 
 /// All of them for one set of pixels, by names as the operations use them.
 struct ShapeMeasures {
@@ -67,6 +70,6 @@ struct ShapeMeasures {
   [[nodiscard]] double circularity() const;  ///< 4 pi A / P^2, not clamped
 };
 /// @throws std::invalid_argument when no pixel is set.
-[[nodiscard]] ShapeMeasures measure_shape(const cv::Mat& picture);
+[[nodiscard]] ShapeMeasures measure_shape(const cv::Mat& picture, const RunContext& context = {});
 
 }  // namespace orvexa::model

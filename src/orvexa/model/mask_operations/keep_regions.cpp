@@ -91,19 +91,30 @@ Measures band_means(const Components& components, const Band& band, const RunCon
   return result;
 }
 
-/// @param measure  of a component as a picture of its box.
-Measures shapes(const Components& components, double (*measure)(const cv::Mat&), const RunContext& context) {
+/// The component with that label alone, 0 and 255, as a picture of its box.
+cv::Mat picture_of(const Components& components, std::size_t label, const RunContext& context) {
+  const PixelRect& box = components.components[label - 1].box;
+  const cv::Mat labels = components.labels(cv::Rect(cv::Point(box.x0, box.y0), cv::Point(box.x1, box.y1)));
+  cv::Mat picture(labels.size(), CV_8UC1);
+  const int step = stripe_height(labels.cols);
+  for (int y = 0; y < labels.rows; y += step) {
+    context.check();
+    const cv::Range rows(y, std::min(labels.rows, y + step));
+    cv::compare(labels.rowRange(rows), static_cast<double>(label), picture.rowRange(rows), cv::CMP_EQ);
+  }
+  return picture;
+}
+
+/// @param measure  of a component with that many pixels as a picture of its box.
+Measures shapes(const Components& components,
+                double (*measure)(const cv::Mat& picture, double area, const RunContext& context),
+                const RunContext& context) {
   constexpr std::size_t block = 64;
   const std::size_t count = components.components.size();
   Measures result(count);
   common::parallel_for((count + block - 1) / block, [&](std::size_t i) {
     for (std::size_t k = i * block; k < std::min(count, (i + 1) * block); ++k) {
-      context.check();
-      const PixelRect& box = components.components[k].box;
-      cv::Mat picture;
-      cv::compare(components.labels(cv::Rect(cv::Point(box.x0, box.y0), cv::Point(box.x1, box.y1))),
-                  static_cast<double>(k + 1), picture, cv::CMP_EQ);
-      result[k] = measure(picture);
+      result[k] = measure(picture_of(components, k + 1, context), double(components.components[k].area), context);
     }
   });
   return result;
@@ -132,21 +143,26 @@ class KeepRegions final : public MaskOperation {
     }
     if (by == "solidity") {
       return shapes(
-          components, [](const cv::Mat& picture) { return double(pixel_area(picture)) / corner_hull(picture).area(); },
+          components,
+          [](const cv::Mat& picture, double area, const RunContext& run) {
+            return area / corner_hull(picture, run).area();
+          },
           context());
     }
     if (by == "circularity") {
       return shapes(
           components,
-          [](const cv::Mat& picture) {
-            const double perimeter = crofton_perimeter(picture);
-            return 4 * CV_PI * double(pixel_area(picture)) / (perimeter * perimeter);
+          [](const cv::Mat& picture, double area, const RunContext& run) {
+            const double perimeter = crofton_perimeter(picture, run);
+            return 4 * CV_PI * area / (perimeter * perimeter);
           },
           context());
     }
     if (by == "eccentricity") {
       return shapes(
-          components, [](const cv::Mat& picture) { return fit_ellipse(picture).eccentricity; }, context());
+          components,
+          [](const cv::Mat& picture, double, const RunContext& run) { return fit_ellipse(picture, run).eccentricity; },
+          context());
     }
     if (by == "distance_to_point") {
       const Value& point = params.at("point");

@@ -19,7 +19,7 @@ OperationResult Perimeter::compute(const CaptureSet& capture, const RegionSet& r
     double chain = 0;
   };
   const std::vector<Lengths> lengths = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    return Lengths{crofton_perimeter(picture), wants_chain ? chain_perimeter(picture) : 0};
+    return Lengths{crofton_perimeter(picture, context()), wants_chain ? chain_perimeter(picture, context()) : 0};
   });
 
   OperationResult result;
