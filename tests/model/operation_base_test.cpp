@@ -14,8 +14,14 @@ namespace {
 using test::refusal;
 
 ParameterInfo parameter(ParameterType type, std::optional<double> min = {}, std::optional<double> max = {}) {
-  ParameterInfo info{.name = "p", .type = type, .default_value = nullptr, .min = min, .max = max};
+  ParameterInfo info{.name = "p", .type = type, .default_value = "not looked at", .min = min, .max = max};
   if (type == ParameterType::choice || type == ParameterType::choices) info.choices = {"otsu", "triangle", "li", "8"};
+  return info;
+}
+
+ParameterInfo parameter_without_default(ParameterType type) {
+  ParameterInfo info = parameter(type);
+  info.default_value = nullptr;
   return info;
 }
 
@@ -76,7 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
         AcceptedCase{"File", ParameterType::file, R"("a/b.png")", R"("a/b.png")"},
         AcceptedCase{"Palette", ParameterType::palette, R"([{"lab": [50, -40, 30], "name": "leaf"}])",
                      R"([{"name":"leaf","lab":[50.0,-40.0,30.0]}])"},
-        AcceptedCase{"NullIsTheDefault", ParameterType::real, "null", "null"}),
+        AcceptedCase{"NullIsTheDefault", ParameterType::real, "null", R"("not looked at")"}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 struct RefusedCase {
@@ -203,6 +209,12 @@ TEST(AllowedText, SaysHalfOpenRanges) {
   EXPECT_EQ(allowed_text(parameter(ParameterType::boolean)), "true or false");
 }
 
+TEST(AllowedText, SaysThatNullIsNoValueWhereThatIsTheDefault) {
+  EXPECT_EQ(allowed_text(parameter_without_default(ParameterType::real)), "a number, or null for no value");
+  EXPECT_EQ(allowed_text(parameter_without_default(ParameterType::choice)),
+            "one of otsu, triangle, li, 8, or null for no value");
+}
+
 TEST(ParameterTypeName, IsTheNameOfEachKind) {
   EXPECT_EQ(parameter_type_name(ParameterType::integer), "integer");
   EXPECT_EQ(parameter_type_name(ParameterType::rects), "rects");
@@ -270,6 +282,21 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{ParameterType::point, "1,"}, std::pair{ParameterType::point, "[1,"},
                     std::pair{ParameterType::points, "1,2;"}, std::pair{ParameterType::rect, "1,2,3"},
                     std::pair{ParameterType::rects, "1,2,3,4;5"}, std::pair{ParameterType::palette, "leaf"}));
+
+TEST(ParseParameterText, ReadsNullAsNoValueWhereThatIsTheDefault) {
+  for (const ParameterType type : {ParameterType::real, ParameterType::choice, ParameterType::text,
+                                   ParameterType::bands, ParameterType::palette}) {
+    SCOPED_TRACE(parameter_type_name(type));
+    EXPECT_TRUE(parse_parameter_text(parameter_without_default(type), " null ").is_null());
+  }
+  EXPECT_EQ(parse_parameter_text(parameter_without_default(ParameterType::text), "\"null\""), "null");
+  EXPECT_EQ(parse_parameter_text(parameter(ParameterType::text), "null"), "null");
+  EXPECT_EQ(refusal([] { static_cast<void>(parse_parameter_text(parameter(ParameterType::real), "null")); }),
+            "Parameter \"p\" is given as \"null\", but it must be a number.");
+  EXPECT_EQ(
+      refusal([] { static_cast<void>(parse_parameter_text(parameter_without_default(ParameterType::real), "none")); }),
+      "Parameter \"p\" is given as \"none\", but it must be a number, or null for no value.");
+}
 
 TEST(ParseParameterText, LeavesTheRangeToTheCheckThatFollows) {
   EXPECT_EQ(parse_parameter_text(parameter(ParameterType::integer, 0, 5), "9"), 9);

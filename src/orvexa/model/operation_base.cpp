@@ -376,7 +376,8 @@ std::string_view parameter_type_name(ParameterType type) {
 }
 
 std::string allowed_text(const ParameterInfo& parameter) {
-  return row_of(parameter.type).allowed(parameter);
+  const std::string allowed = row_of(parameter.type).allowed(parameter);
+  return parameter.default_value.is_null() ? allowed + ", or null for no value" : allowed;
 }
 
 Value validate_parameters(std::string_view operation, std::span<const ParameterInfo> parameters, const Value& raw) {
@@ -401,6 +402,7 @@ Value default_parameters(std::span<const ParameterInfo> parameters) {
 
 Value parse_parameter_text(const ParameterInfo& parameter, std::string_view text) {
   const std::string_view spelling = common::trimmed(text);
+  if (parameter.default_value.is_null() && spelling == "null") return nullptr;
   const auto refused = [&] {
     return std::invalid_argument(fmt::format("Parameter \"{}\" is given as {}, but it must be {}{}.", parameter.name,
                                              in_quotes(text), allowed_text(parameter),

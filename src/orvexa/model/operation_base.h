@@ -69,12 +69,13 @@ using ParameterList = std::vector<ParameterInfo>;
 [[nodiscard]] Value default_parameters(std::span<const ParameterInfo> parameters);
 
 /// A parameter's value from its spelling on the command line ("0.5", "true", "otsu", "ndvi,gndvi", "0.5,0.5,1,1",
-/// "0.1,0.2;0.3,0.4", or JSON). Not yet checked against its range.
+/// "0.1,0.2;0.3,0.4", or JSON). Where the default is null, null means no value (and "null" in quotes the text). Not yet
+/// checked against its range.
 /// @throws std::invalid_argument with a sentence when the text is not of that type.
 [[nodiscard]] Value parse_parameter_text(const ParameterInfo& parameter, std::string_view text);
 
 /// What is allowed, in words, for help and error sentences: "a whole number from 0 to 200", "one of otsu, triangle,
-/// li".
+/// li"; with ", or null for no value" where that is the default.
 [[nodiscard]] std::string allowed_text(const ParameterInfo& parameter);
 
 }  // namespace orvexa::model
