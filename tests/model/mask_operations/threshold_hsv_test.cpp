@@ -80,19 +80,31 @@ TEST(ThresholdHsv, NeverKeepsWhatIsNoNumber) {
   EXPECT_EQ(applied("threshold_hsv", *test::capture("c", {{"CLR", {{"RGB", image}}}}), {}).count(), 0);
 }
 
-TEST(ThresholdHsv, UsesTheBandsOfOneMeasurementUnlessAnImageIsNamed) {
+TEST(ThresholdHsv, LooksAtTheColourImageBeforeTheBandsOfTheRolesUnlessOneIsNamed) {
   const auto plane = [](std::uint8_t value) { return test::flat_image<std::uint8_t>(1, 1, value); };
-  const auto capture = test::capture("c", {{"CLR", {{"RGB", Image(cv::Mat(1, 1, CV_8UC3, cv::Scalar(0, 200, 0)))}}},
-                                           {"MSP", {{"RED", plane(200)}, {"GRN", plane(0)}, {"BLU", plane(0)}}}});
+  const Image red(cv::Mat(1, 1, CV_8UC3, cv::Scalar(200, 0, 0)));
+  const Image green(cv::Mat(1, 1, CV_8UC3, cv::Scalar(0, 200, 0)));
+  const auto capture = test::capture(
+      "c",
+      {{"MSP", {{"PIC", green}, {"RED", plane(0)}, {"GRN", plane(0)}, {"BLU", plane(200)}}}, {"CLR", {{"RGB", red}}}});
+  const Value reds{{"hue_from", 330}, {"hue_to", 30}};
+  EXPECT_EQ(applied("threshold_hsv", *capture, {}, reds).count(), 1);
+  EXPECT_EQ(test::note_of("threshold_hsv", *capture, {}, reds),
+            "hue, saturation and value of CLR.RGB.R, CLR.RGB.G, CLR.RGB.B");
+  Value named = reds;
+  named["image"] = "MSP.PIC";
+  EXPECT_EQ(applied("threshold_hsv", *capture, {}, named).count(), 0);
+  EXPECT_EQ(test::note_of("threshold_hsv", *capture, {}, named),
+            "hue, saturation and value of MSP.PIC.R, MSP.PIC.G, MSP.PIC.B");
+}
+
+TEST(ThresholdHsv, LooksAtTheBandsOfTheRolesWithoutAColourImage) {
+  const auto plane = [](std::uint8_t value) { return test::flat_image<std::uint8_t>(1, 1, value); };
+  const auto capture = test::capture("c", {{"MSP", {{"RED", plane(200)}, {"GRN", plane(0)}, {"BLU", plane(0)}}}});
   const Value reds{{"hue_from", 330}, {"hue_to", 30}};
   EXPECT_EQ(applied("threshold_hsv", *capture, {}, reds).count(), 1);
   EXPECT_EQ(test::note_of("threshold_hsv", *capture, {}, reds),
             "hue, saturation and value of MSP.RED, MSP.GRN, MSP.BLU");
-  Value named = reds;
-  named["image"] = "CLR.RGB";
-  EXPECT_EQ(applied("threshold_hsv", *capture, {}, named).count(), 0);
-  EXPECT_EQ(test::note_of("threshold_hsv", *capture, {}, named),
-            "hue, saturation and value of CLR.RGB.R, CLR.RGB.G, CLR.RGB.B");
 }
 
 TEST(ThresholdHsv, NeedsThreeChannels) {
@@ -103,7 +115,7 @@ TEST(ThresholdHsv, NeedsThreeChannels) {
   EXPECT_EQ(test::refusal([&] {
               static_cast<void>(applied("threshold_hsv", *capture, {}, {{"image", "NIR"}}));
             }),
-            "threshold_hsv: MSP.NIR is a single-band image, and hue needs the three channels of a colour image.");
+            "threshold_hsv: MSP.NIR is a single-band image; colour needs an image with three channels.");
 }
 
 TEST(ThresholdHsv, RefusesLimitsInTheWrongOrder) {

@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <cmath>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "orvexa/model/bands.h"
 #include "orvexa/model/color.h"
+#include "orvexa/model/color_planes.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 
@@ -39,17 +38,6 @@ class HueLimits {
   double _to;
 };
 
-/// The three planes R, G, B: channels of the named colour image, or the roles.
-std::vector<Band> find_rgb(const ImageSource& source, const std::string& image) {
-  if (image.empty()) return find_roles(source, {"R", "G", "B"});
-  const Band band = find_band(source, image);
-  if (!band.image.is_color()) {
-    throw std::runtime_error("threshold_hsv: " + band.name +
-                             " is a single-band image, and hue needs the three channels of a colour image.");
-  }
-  return color_channels(band);
-}
-
 class ThresholdHsv final : public MaskOperation {
   void check(const Value& params) const override {
     check_limits("threshold_hsv", params, "s_min", "s_max");
@@ -57,7 +45,8 @@ class ThresholdHsv final : public MaskOperation {
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const std::vector<Band> rgb = find_rgb(source, params.at("image").get<std::string>());
+    const std::vector<Band> rgb =
+        find_color_planes(source, info().key, params.at("image").get_ref<const std::string&>()).rgb;
     chosen_bands["bands"] = {rgb[0].name, rgb[1].name, rgb[2].name};
     note = "hue, saturation and value of " + rgb[0].name + ", " + rgb[1].name + ", " + rgb[2].name;
     const auto number = [&](const char* name) { return params.at(name).get<double>(); };
@@ -120,11 +109,7 @@ const MaskOperationInfo& threshold_hsv_info() {
           "reds. A pixel with S < 0.02 has no hue and is outside every hue range but the full circle 0 to 360, which "
           "asks nothing of the hue. Pixels that are not a number are never kept.",
       .source = "A. R. Smith, Color Gamut Transform Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19",
-      .parameters = {{.name = "image",
-                      .type = ParameterType::band,
-                      .default_value = "",
-                      .help = "The colour image to look at; empty means the bands of the roles R, G and B of one "
-                              "measurement, or the colour picture of a capture without MSP."},
+      .parameters = {color_image_parameter(),
                      limit_parameter("hue_from", 0.0, 360.0, "degrees", "The start of the hue range."),
                      limit_parameter("hue_to", 360.0, 360.0, "degrees",
                                      "The end of the hue range; below its start the range wraps over 0."),

@@ -2,9 +2,9 @@
 #include <array>
 #include <cmath>
 #include <numbers>
-#include <stdexcept>
 
 #include "orvexa/model/color.h"
+#include "orvexa/model/color_planes.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
 
@@ -15,31 +15,6 @@ namespace {
 class ColorStatistics final : public ResultOperation {
   OperationResult compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) override;
 };
-
-struct ColorPlanes {
-  std::vector<Band> rgb;
-  std::string name;  ///< prefix of the metrics
-};
-
-ColorPlanes planes_of_image(const Band& band) {
-  return {color_channels(band), band.name.substr(0, band.name.rfind('.'))};
-}
-
-ColorPlanes find_color(const ImageSource& source, const std::string& name) {
-  if (!name.empty()) {
-    const Band band = find_band(source, name);
-    if (band.image.is_color()) return planes_of_image(band);
-    throw std::runtime_error("color_statistics: " + band.name +
-                             " is a single-band image; colour needs an image with three channels.");
-  }
-  for (const Band& band : all_bands(source)) {
-    if (band.image.is_color()) return planes_of_image(band);
-  }
-  ColorPlanes planes;
-  planes.rgb = find_roles(source, {"R", "G", "B"});
-  planes.name = planes.rgb.front().measurement + ".RGB";
-  return planes;
-}
 
 /// The measured quantities of a pixel, in this order.
 struct Quantity {
@@ -219,7 +194,7 @@ void write_row(ResultRow& row, const std::string& name, const ColorMoments& mome
 }
 
 OperationResult ColorStatistics::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
-  const ColorPlanes planes = find_color(capture, params.at("image").get<std::string>());
+  const ColorPlanes planes = find_color_planes(capture, info().key, params.at("image").get_ref<const std::string&>());
   OperationResult result;
   Value& chosen = result.chosen_bands["image"] = Value::array();
   for (const Band& band : planes.rgb) chosen.push_back(band.name);
@@ -276,12 +251,7 @@ const ResultOperationInfo& color_statistics_info() {
       .source =
           "K. V. Mardia, P. E. Jupp, Directional Statistics, Wiley, 2000 (hue); A. R. Smith, Color Gamut Transform "
           "Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19 (HSV); ISO/CIE 11664-4 and IEC 61966-2-1 (CIELAB)",
-      .parameters = {{.name = "image",
-                      .type = ParameterType::band,
-                      .default_value = "",
-                      .help =
-                          "The colour image to look at; empty means the first one of the capture, or where there is "
-                          "none the bands of the roles R, G and B."}},
+      .parameters = {color_image_parameter()},
       .required_measurements = std::vector<MeasurementRequirement>{std::vector<std::string>{"CLR", "MSP"}},
       .operation_class = {.make = [] { return std::make_unique<ColorStatistics>(); }}};
   return info;
