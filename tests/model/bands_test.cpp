@@ -193,6 +193,53 @@ TEST(FindRoles, NeverMixMeasurements) {
               testing::StartsWith("No measurement of this capture has a band for the role R (red) together with N: "));
 }
 
+TEST(FindRoles, TakeANamedBandFirstAndTheOthersFromItsMeasurement) {
+  const auto capture = test::capture(
+      "c", {{"MSP", {{"RED", flat_image<std::uint8_t>(1, 1, 1)}, {"NIR", flat_image<std::uint8_t>(1, 1, 1)}}},
+            {"ABC",
+             {{"RED", flat_image<std::uint8_t>(1, 1, 1)},
+              {"NIR", flat_image<std::uint8_t>(1, 1, 1)},
+              {"X", flat_image<std::uint8_t>(1, 1, 1)}}}});
+  EXPECT_THAT(names(find_roles(*capture, {"N", "R"}, {{"N", "ABC.X"}})), testing::ElementsAre("ABC.X", "ABC.RED"));
+  EXPECT_THAT(names(find_roles(*capture, {"R", "N"}, {{"N", "ABC.X"}})), testing::ElementsAre("ABC.RED", "ABC.X"));
+  EXPECT_THAT(names(find_roles(*capture, {"N", "R"}, {{"G", "ABC.X"}})), testing::ElementsAre("MSP.NIR", "MSP.RED"));
+}
+
+TEST(FindRoles, TakeNamedChannelsOfAColourPictureBesideMsp) {
+  EXPECT_THAT(names(find_roles(*plot(), {"G", "R"}, {{"G", "CLR.RGB.G"}, {"R", "CLR.RGB.R"}})),
+              testing::ElementsAre("CLR.RGB.G", "CLR.RGB.R"));
+  EXPECT_EQ(refusal([] {
+              static_cast<void>(find_roles(*plot(), {"G", "R"}, {{"G", "CLR.RGB.G"}}));
+            }),
+            "CLR.RGB.G is named for the role G, but its measurement CLR has no band for the role R (red): looked for a "
+            "single-band image whose [Band] section declares a centre from 600 to 690 nm, or one named RED, or in a "
+            "capture without MSP the channel R of CLR; name that band too. This capture: it has MSP.RED, MSP.NIR, "
+            "MSP.EDG, CLR.RGB.R, CLR.RGB.G, CLR.RGB.B, CLR.RGB.grey.");
+  const auto plain = test::capture("c", {{"CLR", {{"RGB", color_image()}, {"TWO", color_image()}}}});
+  EXPECT_THAT(names(find_roles(*plain, {"G", "R"}, {{"G", "CLR.TWO.G"}})),
+              testing::ElementsAre("CLR.TWO.G", "CLR.TWO.R"));
+}
+
+TEST(FindRoles, NeverMixMeasurementsEvenWhenBandsAreNamed) {
+  EXPECT_EQ(refusal([] {
+              static_cast<void>(find_roles(*plot(), {"N", "R"}, {{"N", "MSP.NIR"}, {"R", "CLR.RGB.R"}}));
+            }),
+            "MSP.NIR is named for the role N and CLR.RGB.R for the role R, but bands that are calculated with each "
+            "other have to come from one measurement.");
+}
+
+TEST(FindRoles, SayThatANamedBandIsNotThere) {
+  EXPECT_EQ(refusal([] {
+              static_cast<void>(find_roles(*plot(), {"N", "R"}, {{"N", "MSP.NIX"}}));
+            }),
+            "There is no band \"MSP.NIX\" in this capture (did you mean \"MSP.NIR\"?); it has MSP.RED, MSP.NIR, "
+            "MSP.EDG, CLR.RGB.R, CLR.RGB.G, CLR.RGB.B, CLR.RGB.grey.");
+  EXPECT_THAT(refusal([] {
+                static_cast<void>(find_roles(*plot(), {"N"}, {{"N", "RGB.R"}}));
+              }),
+              testing::StartsWith("There is no band \"RGB.R\" in this capture"));
+}
+
 TEST(FindRoles, RefuseARoleThatThereIsNot) {
   EXPECT_THROW(static_cast<void>(find_roles(*plot(), {"UV"})), std::invalid_argument);
 }

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "orvexa/common/text.h"
+#include "orvexa/model/color.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
@@ -112,6 +113,21 @@ std::string contents_text(const std::vector<NamedPlane>& planes) {
   return planes.empty() ? "it has no images" : "it has " + common::joined(full_names(planes), ", ");
 }
 
+/// The plane of that full name.
+std::optional<Band> fully_named_band(const ImageSource& source, const std::vector<NamedPlane>& planes,
+                                     std::string_view name) {
+  for (const NamedPlane& plane : planes) {
+    if (plane.full_name() == name) return band_of(source, plane);
+    if (plane.is_meant_by_image_name() && plane.measurement + "." + plane.image == name) return band_of(source, plane);
+  }
+  return {};
+}
+
+std::runtime_error no_such_band(std::string_view name, const std::vector<NamedPlane>& planes) {
+  return std::runtime_error(fmt::format("There is no band \"{}\" in this capture{}; {}.", common::to_valid_utf8(name),
+                                        common::did_you_mean(name, full_names(planes)), contents_text(planes)));
+}
+
 Band default_band(const ImageSource& source, const std::vector<NamedPlane>& planes) {
   if (planes.empty()) throw std::runtime_error("This capture has no images.");
   const auto grey = std::ranges::find_if(planes, [](const auto& plane) { return plane.channel == Band::grey_channel; });
@@ -187,6 +203,55 @@ std::optional<Band> role_in_color_picture(const ImageSource& source, const Role&
   return {};
 }
 
+bool has_msp(const ImageSource& source) {
+  const auto measurements = source.get_measurement_types();
+  return std::ranges::find(measurements, "MSP") != measurements.end();
+}
+
+/// In the picture of a band that is a channel itself, so that no two pictures are mixed; else in the first picture.
+std::optional<Band> role_beside_channel(const ImageSource& source, const Band& example, const Role& role) {
+  if (!example.image.is_color()) return role_in_color_picture(source, role);
+  if (role.color_channel < 0) return {};
+  return color_channels(example).at(static_cast<std::size_t>(role.color_channel));
+}
+
+/// The bands that were named for some of the roles, and for the others those of the same measurement.
+std::vector<Band> roles_beside_named(const ImageSource& source, const std::vector<const Role*>& wanted,
+                                     const RoleBands& named) {
+  const std::vector<NamedPlane> planes = named_planes(source);
+  std::vector<std::optional<Band>> found(wanted.size());
+  std::size_t first = wanted.size();
+  for (std::size_t k = 0; k < wanted.size(); ++k) {
+    const auto entry = named.find(wanted[k]->name);
+    if (entry == named.end()) continue;
+    found[k] = fully_named_band(source, planes, entry->second);
+    if (!found[k]) throw no_such_band(entry->second, planes);
+    if (first == wanted.size()) first = k;
+    if (found[k]->measurement == found[first]->measurement) continue;
+    throw std::runtime_error(
+        fmt::format("{} is named for the role {} and {} for the role {}, but bands that are calculated with each other "
+                    "have to come from one measurement.",
+                    found[first]->name, wanted[first]->name, found[k]->name, wanted[k]->name));
+  }
+  const Band& example = *found.at(first);
+  const bool may_be_in_a_color_picture = example.measurement == "CLR" && !has_msp(source);
+  std::vector<Band> bands;
+  for (std::size_t k = 0; k < wanted.size(); ++k) {
+    auto& band = found[k];
+    if (!band) band = role_in_measurement(source, example.measurement, *wanted[k]);
+    if (!band && may_be_in_a_color_picture) band = role_beside_channel(source, example, *wanted[k]);
+    if (!band) {
+      throw std::runtime_error(fmt::format(
+          "{} is named for the role {}, but its measurement {} has no band for the role {} ({}): looked for {}; name "
+          "that band too. This capture: {}.",
+          example.name, wanted[first]->name, example.measurement, wanted[k]->name, wanted[k]->meaning,
+          looked_for(*wanted[k]), contents_text(planes)));
+    }
+    bands.push_back(*band);
+  }
+  return bands;
+}
+
 /// As many of the roles as one measurement has, in their order; stops at the first that it lacks.
 template <typename Find>
 std::vector<Band> resolved(const std::vector<const Role*>& wanted, const Find& find) {
@@ -234,10 +299,7 @@ Band find_band(const ImageSource& source, std::string_view name) {
   const std::vector<NamedPlane> planes = named_planes(source);
   if (name.empty()) return default_band(source, planes);
 
-  for (const NamedPlane& plane : planes) {
-    if (plane.full_name() == name) return band_of(source, plane);
-    if (plane.is_meant_by_image_name() && plane.measurement + "." + plane.image == name) return band_of(source, plane);
-  }
+  if (auto band = fully_named_band(source, planes, name)) return *std::move(band);
   std::vector<NamedPlane> bare;
   for (const NamedPlane& plane : planes) {
     if (plane.bare_name() == name || (plane.is_meant_by_image_name() && plane.image == name)) bare.push_back(plane);
@@ -248,8 +310,7 @@ Band find_band(const ImageSource& source, std::string_view name) {
                                          common::to_valid_utf8(name), common::joined(full_names(bare), ", ")));
   }
   if (find_role(name) != nullptr) return find_roles(source, {std::string(name)}).front();
-  throw std::runtime_error(fmt::format("There is no band \"{}\" in this capture{}; {}.", common::to_valid_utf8(name),
-                                       common::did_you_mean(name, full_names(planes)), contents_text(planes)));
+  throw no_such_band(name, planes);
 }
 
 std::vector<Band> all_bands(const ImageSource& source) {
@@ -260,22 +321,31 @@ std::vector<Band> all_bands(const ImageSource& source) {
   return bands;
 }
 
-std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& role_names) {
+std::vector<std::string> role_names() {
+  std::vector<std::string> names;
+  names.reserve(roles.size());
+  for (const Role& role : roles) names.emplace_back(role.name);
+  return names;
+}
+
+std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& names, const RoleBands& named) {
   std::vector<const Role*> wanted;
-  for (const std::string& name : role_names) {
+  for (const std::string& name : names) {
     const Role* role = find_role(name);
     if (role == nullptr) throw std::invalid_argument("There is no band role \"" + common::to_valid_utf8(name) + "\".");
     wanted.push_back(role);
   }
+  if (std::ranges::any_of(wanted, [&](const Role* role) { return named.contains(role->name); })) {
+    return roles_beside_named(source, wanted, named);
+  }
 
   std::size_t most = 0;
-  const auto measurements = source.get_measurement_types();
-  for (const std::string& measurement : measurements) {
+  for (const std::string& measurement : source.get_measurement_types()) {
     auto bands = resolved(wanted, [&](const Role& role) { return role_in_measurement(source, measurement, role); });
     if (bands.size() == wanted.size()) return bands;
     most = std::max(most, bands.size());
   }
-  if (std::ranges::find(measurements, "MSP") == measurements.end()) {
+  if (!has_msp(source)) {
     auto bands = resolved(wanted, [&](const Role& role) { return role_in_color_picture(source, role); });
     if (bands.size() == wanted.size()) return bands;
     most = std::max(most, bands.size());

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <span>
 #include <string>
@@ -40,10 +42,19 @@ struct Band {
 /// Every plane of the capture in order: single-band images, and R, G, B of colour images.
 [[nodiscard]] std::vector<Band> all_bands(const ImageSource& source);
 
-/// Planes for several roles at once, never mixing measurements. Roles: "N", "R", "G", "B", "RE", "RE2", "R531", "R570".
+/// The roles that there are: "B", "G", "R", "RE", "RE2", "N", "R531", "R570".
+[[nodiscard]] std::vector<std::string> role_names();
+
+/// Bands that somebody named for roles: role to `MEASUREMENT.IMAGE[.channel]`.
+using RoleBands = std::map<std::string, std::string, std::less<>>;
+
+/// Planes for several roles at once, never mixing measurements. A role with a band in `named` has that one, and the
+/// other roles then look in its measurement; entries for roles that are not wanted do not matter.
 /// A role resolves within one measurement to the band whose centre lies in the role's range, nearest first; else to the
 /// image named BLU, GRN, RED, EDG, NIR; only in a capture without MSP to the channels of CLR.
-/// @throws std::runtime_error with a sentence that names the role and what was looked for.
-[[nodiscard]] std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& roles);
+/// @throws std::runtime_error with a sentence that names the role and what was looked for, or the named bands of
+/// different measurements.
+[[nodiscard]] std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& roles,
+                                           const RoleBands& named = {});
 
 }  // namespace orvexa::model

@@ -269,8 +269,9 @@ const SpectralIndex& get_spectral_index(std::string_view key) {
                               common::did_you_mean(key, known) + ".");
 }
 
-IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context) {
-  const std::vector<Band> bands = find_roles(source, index.roles);
+IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context,
+                       const RoleBands& named) {
+  const std::vector<Band> bands = find_roles(source, index.roles, named);
   IndexMap map;
   for (const Band& band : bands) {
     if (index.needs_reflectance && !band.white.is_declared) {

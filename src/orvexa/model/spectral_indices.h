@@ -34,8 +34,10 @@ struct IndexMap {
   cv::Mat values;                  ///< height x width, CV_64FC1; NaN where the pixel is invalid
   std::vector<std::string> bands;  ///< names of the chosen bands in the order of the index's roles
 };
+/// @param named  bands for roles that are not looked for, see `find_roles`.
 /// @throws std::runtime_error when a band is missing, or "needs reflectance: WhiteLevel or a reference is not
 /// declared".
-[[nodiscard]] IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context);
+[[nodiscard]] IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context,
+                                     const RoleBands& named = {});
 
 }  // namespace orvexa::model

@@ -29,6 +29,15 @@ TEST(ThresholdIndex, KeepsValuesBetweenLimits) {
   EXPECT_EQ(note_of("threshold_index", *plot(), {}, {{"method", "none"}}), "ndvi of MSP.NIR, MSP.RED");
 }
 
+// With otsu the level of the four values would lie above 0.2 and leave only the first pixel.
+TEST(ThresholdIndex, LooksForNoLevelBesidesLimitsUnlessAMethodIsNamed) {
+  EXPECT_EQ(kept({{"low", -0.5}}, test::mask({"###.#"})), "###..");
+  EXPECT_EQ(kept({{"high", 0.5}}, test::mask({"###.#"})), ".##.#");
+  EXPECT_EQ(note_of("threshold_index", *plot(), {}, {{"low", -0.5}}), "ndvi of MSP.NIR, MSP.RED");
+  EXPECT_EQ(kept({{"low", 0.1}, {"method", "otsu"}}, test::mask({"###.."})), "#....");
+  EXPECT_EQ(kept({{"low", 0.1}, {"method", nullptr}}, test::mask({"###.."})), "##...");
+}
+
 TEST(ThresholdIndex, NeverKeepsAnUndefinedIndex) {
   EXPECT_EQ(kept({{"method", "none"}}), "###.#");
 }
@@ -43,7 +52,8 @@ TEST(ThresholdIndex, FindsALevelInsideTheIncomingMask) {
 }
 
 TEST(ThresholdIndex, AppliesLimitsBesidesTheLevel) {
-  EXPECT_EQ(kept({{"low", 0.1}, {"high", 0.5}, {"polarity", "dark"}}, test::mask({"###.."})), ".#...");
+  EXPECT_EQ(kept({{"low", 0.1}, {"high", 0.5}, {"polarity", "dark"}, {"method", "otsu"}}, test::mask({"###.."})),
+            ".#...");
 }
 
 TEST(ThresholdIndex, GivesAnEmptyMaskAndSaysSoWithoutContrast) {
@@ -55,15 +65,41 @@ TEST(ThresholdIndex, GivesAnEmptyMaskAndSaysSoWithoutContrast) {
 }
 
 TEST(ThresholdIndex, RefusesASideWithoutALevel) {
-  EXPECT_EQ(test::refusal([] {
-              static_cast<void>(kept({{"method", "none"}, {"polarity", "dark"}}));
-            }),
-            "threshold_index: parameter \"polarity\" is \"dark\", but without a method there is no level whose side "
-            "could be chosen; give a method, or the limits low and high.");
+  for (const Value& params : {Value{{"method", "none"}, {"polarity", "dark"}},
+                              Value{{"low", 0.1}, {"polarity", "dark"}}, Value{{"high", 0.1}, {"polarity", "dark"}}}) {
+    EXPECT_EQ(test::refusal([&] { static_cast<void>(kept(params)); }),
+              "threshold_index: parameter \"polarity\" is \"dark\", but without a method in effect there is no level "
+              "whose side could be chosen; name one, such as otsu.");
+  }
+}
+
+TEST(ThresholdIndex, RefusesLimitsInTheWrongOrder) {
   EXPECT_EQ(test::refusal([] {
               static_cast<void>(kept({{"low", 0.5}, {"high", 0.25}}));
             }),
             "threshold_index: parameter \"low\" is 0.5, but it must not be above \"high\", which is 0.25.");
+}
+
+// (30 - 10) / (30 + 10) = 0.5 with the named band where the customary one gives 0.8.
+TEST(ThresholdIndex, TakesTheBandThatIsNamedForARole) {
+  const auto capture = test::capture("c", {{"MSP",
+                                            {{"RED", test::image<std::uint16_t>({{10}})},
+                                             {"NIR", test::image<std::uint16_t>({{90}})},
+                                             {"NIR2", test::image<std::uint16_t>({{30}})}}}});
+  const auto operation = get_mask_operation("threshold_index")();
+  const auto mask =
+      operation->apply({.image_stack = *capture, .params = {{"bands", {"N=MSP.NIR2"}}, {"low", 0.49}, {"high", 0.51}}});
+  EXPECT_EQ(drawing(*mask).front(), "#");
+  EXPECT_EQ(operation->note, "ndvi of MSP.NIR2, MSP.RED");
+  EXPECT_EQ(operation->chosen_bands, (Value{{"ndvi", {"MSP.NIR2", "MSP.RED"}}}));
+}
+
+TEST(ThresholdIndex, RefusesABandForARoleThatItsIndexDoesNotUse) {
+  EXPECT_EQ(test::refusal([] {
+              static_cast<void>(kept({{"bands", {"G=MSP.GRN"}}}));
+            }),
+            "threshold_index: parameter \"bands\" holds \"G=MSP.GRN\", but no chosen index uses the role G: ndvi uses "
+            "N, R.");
 }
 
 TEST(ThresholdIndex, SaysWhichBandIsMissing) {

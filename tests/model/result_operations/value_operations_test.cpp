@@ -302,6 +302,20 @@ TEST(IndexStatistics, AnIndexWhoseBandIsMissingIsAnErrorThatNamesIt) {
               testing::AllOf(testing::StartsWith("gndvi: "), HasSubstr("role G (green)")));
 }
 
+// With the named band (1800 - 600) / 2400 = 0.5 and (1800 - 900) / 2700 = 1 / 3.
+TEST(IndexStatistics, ABandNamedForARoleServesEveryIndexThatUsesIt) {
+  const auto one = [](std::uint16_t value) { return test::image<std::uint16_t>({{value}}); };
+  const auto capture =
+      test::capture("c", {{"MSP", {{"RED", one(600)}, {"GRN", one(900)}, {"NIR", one(4500)}, {"NIR2", one(1800)}}}});
+  const auto result = test::measured("index_statistics", *capture, {},
+                                     {{"indices", {"ndvi", "gndvi"}}, {"bands", {"N=MSP.NIR2", "R=MSP.RED"}}});
+  EXPECT_NEAR(number(result, "ndvi.mean"), 0.5, 1e-15);
+  EXPECT_NEAR(number(result, "gndvi.mean"), 1.0 / 3, 1e-15);
+  EXPECT_EQ(result.chosen_bands.at("ndvi"), Value({"MSP.NIR2", "MSP.RED"}));
+  EXPECT_EQ(result.chosen_bands.at("gndvi"), Value({"MSP.NIR2", "MSP.GRN"}));
+  EXPECT_EQ(result.tables.at("bands").rows[0][2], "MSP.NIR2");
+}
+
 TEST(IndexStatistics, AnIndexOfReflectanceNeedsADeclaredWhiteLevel) {
   const Value params{{"indices", {"savi"}}};
   EXPECT_EQ(test::refusal([&] { static_cast<void>(test::measured("index_statistics", *plot(), {}, params)); }),
@@ -321,6 +335,11 @@ TEST(IndexStatistics, ParametersThatContradictEachOtherAreRefused) {
   EXPECT_EQ(refused({{"map_low", 0.5}, {"map_high", 0.5}}),
             "index_statistics: parameter \"map_low\" is 0.5, but it must be below \"map_high\", which is 0.5.");
   EXPECT_THAT(refused({{"indices", {"ndvj"}}}), HasSubstr("ndvj"));
+  EXPECT_EQ(refused({{"bands", {"B=MSP.BLU"}}}),
+            "index_statistics: parameter \"bands\" holds \"B=MSP.BLU\", but no chosen index uses the role B: ndvi uses "
+            "N, R.");
+  EXPECT_EQ(refused({{"bands", {"N=MSP.NIX"}}}),
+            "ndvi: There is no band \"MSP.NIX\" in this capture (did you mean \"MSP.NIR\"?); it has MSP.RED, MSP.NIR.");
   EXPECT_THAT(refused({{"indices", {"ndvi", "ndvi"}}}), HasSubstr("without repetitions"));
 }
 

@@ -5,6 +5,7 @@
 #include "orvexa/model/heat_map.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
+#include "orvexa/model/role_bands.h"
 #include "orvexa/model/spectral_indices.h"
 
 namespace orvexa::model {
@@ -22,9 +23,14 @@ std::vector<std::string> all_keys() {
   return keys;
 }
 
-IndexMap map_of(const CaptureSet& capture, const SpectralIndex& index, const RunContext& context) {
+RoleBands named_bands(const Value& params) {
+  return role_bands("index_statistics", params.at("bands"), params.at("indices").get<std::vector<std::string>>());
+}
+
+IndexMap map_of(const CaptureSet& capture, const SpectralIndex& index, const RoleBands& named,
+                const RunContext& context) {
   try {
-    return compute_index(capture, index, context);
+    return compute_index(capture, index, context, named);
   } catch (const CancelledError&) {
     throw;
   } catch (const std::exception& problem) {
@@ -72,6 +78,7 @@ void IndexStatistics::check(const Value& params) const {
     throw std::invalid_argument(
         "index_statistics: parameter \"indices\" is empty, but at least one index has to be named.");
   }
+  static_cast<void>(named_bands(params));
   const double low = params.at("map_low").get<double>();
   const double high = params.at("map_high").get<double>();
   if (!(low < high)) {
@@ -83,13 +90,14 @@ void IndexStatistics::check(const Value& params) const {
 OperationResult IndexStatistics::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const double limit = params.at("limit").get<double>();
   const auto map_range = params.at("map_range").get<std::string>();
+  const RoleBands named = named_bands(params);
   OperationResult result;
   ResultTable& bands = result.tables["bands"];
   bands.columns = {"index", "role", "band", "formula"};
   const RegionPixels pixels(regions, context());
   for (const Value& key : params.at("indices")) {
     const SpectralIndex& index = get_spectral_index(key.get<std::string>());
-    const IndexMap map = map_of(capture, index, context());
+    const IndexMap map = map_of(capture, index, named, context());
     result.chosen_bands[index.key] = map.bands;
     for (std::size_t k = 0; k < map.bands.size(); ++k) {
       bands.rows.push_back({index.key, index.roles[k], map.bands[k], index.formula});
@@ -111,13 +119,11 @@ std::string description() {
   std::string text =
       "For every index, as `<index>.<statistic>`: " + statistics_text() +
       " `<index>.share_over_limit` = valid pixels above the limit / valid pixels. Pixels where the formula has no "
-      "finite "
-      "value (such as a denominator of 0) are invalid. Bands are fractions of white; each index takes all its bands "
-      "from "
-      "one measurement, by wavelength where the header declares it, else by name, and the table `bands` says which. An "
-      "index whose band is missing, or that depends on the scale while no white level is declared, is an error. The "
-      "heat "
-      "map has no colour outside the mask; its numbers are saved as 32-bit float.";
+      "finite value (such as a denominator of 0) are invalid. Bands are fractions of white; each index takes all its "
+      "bands from one measurement, those named for its roles first, else by wavelength where the header declares it, "
+      "else by name, and the table `bands` says which. An index whose band is missing, or that depends on the scale "
+      "while no white level is declared, is an error. The heat map has no colour outside the mask; its numbers are "
+      "saved as 32-bit float.";
   for (const SpectralIndex& index : spectral_indices()) {
     text += " " + index.key + " = " + index.formula + ".";
   }
@@ -141,6 +147,7 @@ const ResultOperationInfo& index_statistics_info() {
                       .default_value = Value::array({"ndvi"}),
                       .help = "The indices to compute.",
                       .choices = all_keys()},
+                     role_bands_parameter(),
                      {.name = "limit",
                       .type = ParameterType::real,
                       .default_value = 0.4,
