@@ -370,6 +370,8 @@ TEST_F(MaskChain, AnEmptyKeyOrOneThatNoStepHasRunsTheWholeChain) {
   add_step("b", gives(top));
   EXPECT_EQ(controller.build_accumulated_mask(""), mask({"##.", "..."}));
   EXPECT_EQ(controller.build_accumulated_mask("z"), mask({"##.", "..."}));
+  workflow->mask_operations.insert(workflow->mask_operations.begin(), model::MaskOperationConfig{{.op = ""}});
+  EXPECT_EQ(controller.build_accumulated_mask(""), mask({"##.", "..."})) << "a step without a name is no end either";
 }
 
 TEST_F(MaskChain, AFailingStepOfTheAccumulatedMaskIsLoggedAndPassedOver) {

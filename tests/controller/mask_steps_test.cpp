@@ -125,12 +125,14 @@ TEST_F(MaskSteps, ApplyingChecksComputesAppendsCachesAndReports) {
                           "debug: No change in workflow result operations (0 enabled)"));
 }
 
-TEST_F(MaskSteps, TheAppendedStepHasItsDefaultsFilledInWhileTheCallersMapStaysAsItWas) {
+TEST_F(MaskSteps, TheStepThatIsRunAndAppendedHasItsDefaultsFilledInWhileTheCallersMapStaysAsItWas) {
   give_workflow({});
   const Value params = Value::object();
-  ASSERT_NE(controller.apply_mask_to_workflow("radius", params), nullptr);
-  EXPECT_EQ(controller.state.current_workflow->mask_operations[0].params,
-            (Value{{"radius", 3}, {"reset_mask_chain", false}}));
+  const auto masked = controller.apply_mask_to_workflow("radius", params);
+  ASSERT_NE(masked, nullptr);
+  const Value completed = {{"radius", 3}, {"reset_mask_chain", false}};
+  EXPECT_EQ(controller.state.current_workflow->mask_operations[0].params, completed);
+  EXPECT_EQ(masked->measurements.at("MSP")->masks.at(0).operation_params, completed);
   EXPECT_EQ(params, Value::object());
 }
 
