@@ -21,7 +21,7 @@ class FillHoles final : public MaskOperation {
       const PixelRect& box = component.box;
       const bool touches_border = box.x0 == 0 || box.y0 == 0 || box.x1 == mask.cols || box.y1 == mask.rows;
       const bool is_small = max_area == 0 || reaches(max_area, double(component.area) * area_of_pixel);
-      is_hole.push_back(!touches_border && is_small);
+      is_hole.push_back(!touches_border && is_small ? 1 : 0);
     }
     cv::Mat filled = pixels_of_components(components, is_hole, context());
     cv::bitwise_or(filled, mask, filled);
