@@ -213,8 +213,8 @@ TEST(FindRoles, TakeNamedChannelsOfAColourPictureBesideMsp) {
             }),
             "CLR.RGB.G is named for the role G, but its measurement CLR has no band for the role R (red): looked for a "
             "single-band image whose [Band] section declares a centre from 600 to 690 nm, or one named RED, or in a "
-            "capture without MSP the channel R of CLR; name that band too. This capture: it has MSP.RED, MSP.NIR, "
-            "MSP.EDG, CLR.RGB.R, CLR.RGB.G, CLR.RGB.B, CLR.RGB.grey.");
+            "capture without MSP the channel R of CLR; it has CLR.RGB.R, CLR.RGB.G, CLR.RGB.B, CLR.RGB.grey. Name that "
+            "band too.");
   const auto plain = test::capture("c", {{"CLR", {{"RGB", color_image()}, {"TWO", color_image()}}}});
   EXPECT_THAT(names(find_roles(*plain, {"G", "R"}, {{"G", "CLR.TWO.G"}})),
               testing::ElementsAre("CLR.TWO.G", "CLR.TWO.R"));

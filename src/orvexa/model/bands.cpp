@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -241,11 +242,14 @@ std::vector<Band> roles_beside_named(const ImageSource& source, const std::vecto
     if (!band) band = role_in_measurement(source, example.measurement, *wanted[k]);
     if (!band && may_be_in_a_color_picture) band = role_beside_channel(source, example, *wanted[k]);
     if (!band) {
+      std::vector<NamedPlane> own;
+      std::ranges::copy_if(planes, std::back_inserter(own),
+                           [&](const NamedPlane& plane) { return plane.measurement == example.measurement; });
       throw std::runtime_error(fmt::format(
-          "{} is named for the role {}, but its measurement {} has no band for the role {} ({}): looked for {}; name "
-          "that band too. This capture: {}.",
+          "{} is named for the role {}, but its measurement {} has no band for the role {} ({}): looked for {}; {}. "
+          "Name that band too.",
           example.name, wanted[first]->name, example.measurement, wanted[k]->name, wanted[k]->meaning,
-          looked_for(*wanted[k]), contents_text(planes)));
+          looked_for(*wanted[k]), contents_text(own)));
     }
     bands.push_back(*band);
   }
