@@ -16,7 +16,7 @@ class RemoveSmall final : public MaskOperation {
     std::vector<char> is_kept;
     is_kept.reserve(components.components.size());
     for (const Components::Component& component : components.components) {
-      is_kept.push_back(reaches(double(component.area) * area_of_pixel, min_area));
+      is_kept.push_back(reaches(double(component.area) * area_of_pixel, min_area) ? 1 : 0);
     }
     return Mask(pixels_of_components(components, is_kept, context()));
   }

@@ -39,7 +39,8 @@ OperationResult Perimeter::compute(const CaptureSet& capture, const RegionSet& r
         if (scale) row.set(name + "_mm", value * *scale);
       }
     };
-    const Lengths& own = lengths[static_cast<std::size_t>(index + 1)];
+    const int part = index + 1;  // the whole mask is the first
+    const Lengths& own = lengths[static_cast<std::size_t>(part)];
     set("perimeter", own.crofton);
     if (wants_chain) set("perimeter_chain", own.chain);
   });

@@ -29,7 +29,8 @@ OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet&
     if (row.is_empty()) {
       row.leave_out("region_count", row.empty_reason());
     } else {
-      row.set("region_count", Value(components[static_cast<std::size_t>(index + 1)].size()));
+      const int part = index + 1;  // the whole mask is the first
+      row.set("region_count", Value(components[static_cast<std::size_t>(part)].size()));
     }
   });
 

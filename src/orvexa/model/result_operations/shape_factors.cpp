@@ -39,7 +39,8 @@ OperationResult ShapeFactors::compute(const CaptureSet&, const RegionSet& region
       }
       return;
     }
-    const Lengths& own = lengths[static_cast<std::size_t>(index + 1)];
+    const int part = index + 1;  // the whole mask is the first
+    const Lengths& own = lengths[static_cast<std::size_t>(part)];
     const double four_pi_area = 4 * std::numbers::pi * static_cast<double>(region.area);
     const double squared_perimeter = own.perimeter * own.perimeter;
     row.set("circularity", four_pi_area / squared_perimeter);
