@@ -83,6 +83,17 @@ TEST(MetricsTable, HasOneRowARegionAndAnEmptyFieldForWhatIsUndefined) {
             "Beet 7 \"ä\"\tROI_3\t2019-05-21\t10:32:11\t\t\t\t\t\t\t\t\t\t\n");
 }
 
+TEST(MetricsTable, GivenARegionWithoutPixels_ThenTheListThatItLacksHasNoColumn) {
+  MetricsReport report{.capture_name = "dish"};
+  report.regions["ROI_1"].metrics = {{"CLR.RGB.R.histogram.n", 3}, {"CLR.RGB.R.histogram.bins", {1, 2}}};
+  report.regions["ROI_2"].reasons = {{"CLR.RGB.R.histogram.n", "The region has no pixel."},
+                                     {"CLR.RGB.R.histogram.bins", "The region has no pixel."}};
+  EXPECT_EQ(metrics_table(report),
+            "Capture\tRegion\tDate\tTime\tCLR.RGB.R.histogram.n\n"
+            "dish\tROI_1\t\t\t3\n"
+            "dish\tROI_2\t\t\t\n");
+}
+
 TEST(MetricsTable, IsReadBackByPythonFieldByField) {
   const test::TemporaryFolder folder;
   const auto file = folder.write("metrics.tsv", metrics_table(awkward_report()));

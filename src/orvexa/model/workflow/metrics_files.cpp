@@ -52,6 +52,11 @@ void merge(Value& into, const Value& from, const std::string& operation) {
   for (const auto& [name, value] : from.items()) into[into.contains(name) ? operation + "." + name : name] = value;
 }
 
+/// Lists have no place in a table with one field a metric; where a list is undefined its name tells that it is one.
+bool is_name_of_list(const std::string& metric) {
+  return metric.ends_with(".histogram.bins");
+}
+
 Value object_or_empty(const Value& value) {
   return value.is_object() ? value : Value::object();
 }
@@ -111,7 +116,9 @@ std::string metrics_table(const MetricsReport& report) {
       if (!value.is_structured()) columns[metric] = true;
     }
     // Undefined everywhere still has its column, so that tables of several captures have the same ones.
-    for (const auto& [metric, reason] : region.reasons.items()) columns[metric] = true;
+    for (const auto& [metric, reason] : region.reasons.items()) {
+      if (!is_name_of_list(metric)) columns[metric] = true;
+    }
   }
   std::string text = "Capture\tRegion\tDate\tTime";
   for (const auto& [metric, is_there] : columns) text += '\t' + field(metric);
