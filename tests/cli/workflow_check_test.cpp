@@ -54,6 +54,15 @@ TEST(WorkflowCheck, GivenAFileThatIsNoWorkflow_ThenTheOthersAreCheckedAllTheSame
   EXPECT_THAT(outcome.out, HasSubstr("leaf.yaml: nothing is wrong with it."));
 }
 
+TEST(WorkflowCheck, GivenAFileInAnotherFolder_ThenItIsNamedOnceByItsPath) {
+  const TemporaryFolder folder;
+  const std::string newer = folder.write("newer.yaml", "format: 99\n").string();
+  const std::string cut = folder.write("cut.yaml", "mask_operations: [\n").string();
+  const Outcome outcome = orvexa_command({"workflow", "check", newer, cut});
+  EXPECT_EQ(outcome.err.find(newer + ": The workflow has format 99"), 0u) << outcome.err;
+  EXPECT_THAT(outcome.err, HasSubstr("\n" + cut + ", line "));
+}
+
 TEST(WorkflowCheck, GivenAFileThatIsNotThere_ThenTheSentenceNamesIt) {
   const Outcome outcome = orvexa_command({"workflow", "check", "no such.yaml"});
   EXPECT_EQ(outcome.exit_code, 1);

@@ -18,8 +18,8 @@ std::vector<model::WorkflowProblem> workflow_problems(const std::filesystem::pat
   } catch (const std::exception& failure) {
     // A failure to read the file names it; one about what a workflow is does not.
     const std::string text = failure.what();
-    if (text.starts_with(common::path_text(file.filename()))) throw;
-    throw std::runtime_error(fmt::format("{}: {}", common::path_text(file.filename()), text));
+    if (text.starts_with(common::path_text(file))) throw;
+    throw std::runtime_error(fmt::format("{}: {}", common::path_text(file), text));
   }
 }
 
