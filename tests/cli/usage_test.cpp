@@ -78,6 +78,15 @@ INSTANTIATE_TEST_SUITE_P(
         UsageCase{"UnknownOperation", {"ops", "areaa"}, "no operation \"areaa\" (did you mean \"area\"?)"}),
     [](const auto& test) { return std::string(test.param.name); });
 
+TEST(WrongUsageWithJson, IsOneDocumentWhereverTheOptionStands) {
+  for (const Words& arguments : {Words{"--json", "rum"}, Words{"info", "a.png", "b.png", "--json"},
+                                 Words{"run", "a.yaml", "--json", "b.png", "-o"}, Words{"ops", "areaa", "--json"}}) {
+    const Outcome outcome = orvexa_command(arguments);
+    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.json().at("error").get<std::string>() + "\n", outcome.err);
+  }
+}
+
 TEST(Options, MeanTheSameBeforeAndAfterTheCommand) {
   const Outcome before = orvexa_command({"--json", "ops", "area"});
   const Outcome after = orvexa_command({"ops", "area", "--json"});

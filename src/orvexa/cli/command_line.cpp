@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <csignal>
@@ -11,7 +12,9 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "orvexa/cli/commands.h"
@@ -281,12 +284,12 @@ int execute(Console& console, const Commands& commands, const Options& options) 
   throw UsageError(fmt::format("{}: a command is missing{}", full_name(*chosen), see_help(*chosen)));
 }
 
-int fail(Console& console, const std::string& sentence) try {
+int fail(Console& console, const std::string& sentence, int exit_code) try {
   console.error(sentence);
   if (console.json) console.answer_json({{"error", common::to_valid_utf8(sentence)}});
-  return exit_failed;
+  return exit_code;
 } catch (const std::exception&) {
-  return exit_failed;  // standard output is what failed, and standard error has its sentence
+  return exit_code;  // standard output is what failed, and standard error has its sentence
 }
 
 }  // namespace
@@ -304,12 +307,15 @@ int run_command_line(int argc, char** argv) {
     }
     return execute(console, commands, options);
   } catch (const UsageError& wrong) {
-    console.error(wrong.what());
-    return exit_wrong_usage;
+    // Arguments that were not understood were not stored either.
+    const std::span<char*> words(argv, static_cast<std::size_t>(argc));
+    console.json =
+        std::any_of(words.begin(), words.end(), [](const char* word) { return std::string_view(word) == "--json"; });
+    return fail(console, wrong.what(), exit_wrong_usage);
   } catch (const std::bad_alloc&) {
-    return fail(console, "There is not enough memory for this.");
+    return fail(console, "There is not enough memory for this.", exit_failed);
   } catch (const std::exception& failure) {
-    return fail(console, failure.what());
+    return fail(console, failure.what(), exit_failed);
   }
 }
 
