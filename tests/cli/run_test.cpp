@@ -147,6 +147,36 @@ TEST(Run, GivenACaptureThatLacksWhatAnOperationNeeds_ThenItReportsAnErrorAndTheO
   EXPECT_THAT(run.left_behind(), ElementsAre("plot"));
 }
 
+TEST(Run, GivenAPictureWithoutContrast_ThenTheEmptyMaskIsExplainedOnTheScreenAndInTheJsonDocument) {
+  RunSetup run;
+  run.workflow = run.folder.write("flat.yaml",
+                                  "mask_operations:\n"
+                                  "  - op: threshold_auto\n"
+                                  "    params: {band: MSP.RED}\n"
+                                  "result_operations:\n"
+                                  "  - op: area\n");
+  const std::string sentence =
+      "no_contrast: all pixels have the same value in MSP.RED, so the mask is empty";  // RED is 1000 everywhere
+  const Outcome outcome = run();
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_EQ(outcome.err, "mask_operations[0] (threshold_auto): " + sentence + ".\n");
+  EXPECT_EQ(run({"--quiet"}).err, "");
+  const common::Value notes = run({"--json"}).json().at("mask_notes");
+  ASSERT_EQ(notes.size(), 1u);
+  EXPECT_EQ(notes.at(0), (common::Value{{"step", 0}, {"op", "threshold_auto"}, {"note", sentence}}));
+}
+
+TEST(Run, GivenAStepThatRemarksTheLevelItFound_ThenThatIsNoWarning) {
+  RunSetup run;
+  run.workflow = run.folder.write("otsu.yaml",
+                                  "mask_operations:\n"
+                                  "  - op: threshold_auto\n"
+                                  "    params: {band: MSP.NIR}\n");
+  const Outcome outcome = run({"--json"});
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(outcome.json().at("mask_notes").at(0).at("note").get<std::string>(), HasSubstr("level 1000 counts"));
+}
+
 struct FailureCase {
   const char* name;
   const char* workflow;

@@ -39,6 +39,7 @@ class ResultsGeneration : public testing::Test {
     controller.state.current_capture = capture;
     controller.state.current_workflow = workflow;
     executor.output.bundle.results.insert_or_assign("area", with_metrics({{"area", 3}}));
+    executor.output.mask_notes = {{.step = 1, .op = "dilate", .text = "a remark"}};
     executor.output.results_folder = "out/plot_0007";
   }
 
@@ -82,6 +83,8 @@ TEST_F(ResultsGeneration, ASuccessStoresResultsAndFolderClearsTheErrorAndLogsIts
   EXPECT_TRUE(controller.generate_results_v2("out"));
   ASSERT_TRUE(controller.state.last_results);
   EXPECT_EQ(controller.state.last_results->at("area").metrics, (Value{{"area", 3}}));
+  ASSERT_EQ(controller.state.last_mask_notes.size(), 1U);
+  EXPECT_EQ(controller.state.last_mask_notes[0].text, "a remark");
   EXPECT_EQ(controller.state.last_saved_results_folder, "out/plot_0007");
   EXPECT_EQ(controller.state.error, std::nullopt);
   EXPECT_EQ(controller.state.phase, Phase::EMPTY) << "the caller derives the phase on the UI thread";

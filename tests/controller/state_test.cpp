@@ -98,6 +98,7 @@ struct FilledState : AppState {
     enabled_operations_cache = {"area"};
     last_mask = mask({"#"});
     last_results.emplace();
+    last_mask_notes = {{.step = 0, .op = "erode", .text = "a remark"}};
     last_saved_results_folder = "results";
     selected_image_context = "Raw Images > MSP";
     selected_image_name = "RED";
@@ -128,6 +129,7 @@ TEST(AppState, ResetClearsTheWorkOnOneCapture) {
   EXPECT_FALSE(state.show_mask_preview);
   EXPECT_FALSE(state.last_mask);
   EXPECT_FALSE(state.last_results);
+  EXPECT_TRUE(state.last_mask_notes.empty());
   EXPECT_EQ(state.last_saved_results_folder, std::nullopt);
   EXPECT_EQ(state.selected_image_context, std::nullopt);
   EXPECT_EQ(state.selected_image_name, std::nullopt);

@@ -64,6 +64,21 @@ std::string results_text(const model::ResultMap& results) {
   return table.text();
 }
 
+common::Value notes_document(const std::vector<model::MaskNote>& notes) {
+  common::Value list = common::Value::array();
+  for (const model::MaskNote& note : notes) {
+    list.push_back({{"step", note.step}, {"op", note.op}, {"note", common::to_valid_utf8(note.text)}});
+  }
+  return list;
+}
+
+/// Whether a note says why pixels are missing: it begins with a code such as "no_contrast: ".
+bool is_warning(const model::MaskNote& note) {
+  const std::size_t end = note.text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_");
+  return end != std::string::npos && note.text.substr(0, end).find('_') != std::string::npos &&
+         note.text.substr(end).starts_with(": ");
+}
+
 std::size_t region_count(const model::ResultMap& results) {
   std::size_t count = 0;
   for (const auto& [key, result] : results) count = std::max(count, result.regions.size());
@@ -109,6 +124,9 @@ int run_command(Console& console, const RunArguments& arguments) {
     return interrupted(console);
   }
 
+  for (const model::MaskNote& note : controller.state.last_mask_notes) {
+    if (is_warning(note)) console.remark(fmt::format("mask_operations[{}] ({}): {}.", note.step, note.op, note.text));
+  }
   const model::ResultMap& results = controller.state.last_results.value();
   bool has_failed = false;
   for (const auto& [key, result] : results) {
@@ -122,7 +140,8 @@ int run_command(Console& console, const RunArguments& arguments) {
     console.answer_json({{"capture", common::to_valid_utf8(capture)},
                          {"workflow", controller.state.current_workflow->title},
                          {"results_folder", folder},
-                         {"results", results_document(results)}});
+                         {"results", results_document(results)},
+                         {"mask_notes", notes_document(controller.state.last_mask_notes)}});
   } else if (console.quiet) {
     console.answer(folder + "\n");
   } else {

@@ -176,8 +176,8 @@ class Controller {
   // ---- Results (results_generation.cpp) -----------------------------------------------------------------------------
 
   /// Runs the current workflow on the current capture and writes the outputs into a new folder inside `save_folder`.
-  /// May run on a worker thread: it writes `state.last_results`, `state.last_saved_results_folder` and `state.error`
-  /// there and calls `progress_cb` there.
+  /// May run on a worker thread: it writes `state.last_results`, `state.last_mask_notes`,
+  /// `state.last_saved_results_folder` and `state.error` there and calls `progress_cb` there.
   /// @param cancel_event  may be null; must outlive the call.
   /// @return whether the results are complete; false when it failed or was cancelled.
   bool generate_results_v2(const std::string& save_folder, const model::ProgressCallback& progress_cb = {},

@@ -39,6 +39,7 @@ bool Controller::generate_results_v2(const std::string& save_folder, const model
                                                       .progress_cb = progress_cb,
                                                       .cancel_event = cancel_event});
     state.last_results = std::move(output.bundle.results);
+    state.last_mask_notes = std::move(output.mask_notes);
     state.last_saved_results_folder = output.results_folder.string();
     state.error.reset();
     logger.info("=== RESULTS GENERATION V2 COMPLETED ===");

@@ -34,6 +34,7 @@ void AppState::reset_system_state() {
   show_mask_preview = false;
   last_mask.reset();
   last_results.reset();
+  last_mask_notes.clear();
   last_saved_results_folder.reset();
   selected_image_context.reset();
   selected_image_name.reset();

@@ -59,6 +59,7 @@ class AppState {
   std::vector<std::string> enabled_operations_cache;
 
   std::optional<model::ResultMap> last_results;
+  std::vector<model::MaskNote> last_mask_notes;  ///< what the mask steps of the last run remarked
   std::optional<std::string> last_saved_results_folder;
 
   std::optional<std::string> selected_image_context;
@@ -83,8 +84,8 @@ class AppState {
   virtual void derive_phase();
 
   /// Clears what belongs to the work on one capture: folder, file and capture, pipeline step, previews, last mask, last
-  /// results and where they were saved, the selected image. The workflow, the available operations, the processing
-  /// mode, batch, watcher, pick mode, message, error and phase stay.
+  /// results with their notes and where they were saved, the selected image. The workflow, the available operations,
+  /// the processing mode, batch, watcher, pick mode, message, error and phase stay.
   virtual void reset_system_state();
 };
 

@@ -382,6 +382,8 @@ TEST_F(ExecutorWithFakes, ImagesAreAPictureToLookAtAndTheNumbersBehindIt) {
 
 TEST_F(ExecutorWithFakes, TheFilesOfNumbersHoldWhatTheOperationsGave) {
   const RunOutput made = run(small_workflow());
+  ASSERT_EQ(made.mask_notes.size(), 1U);
+  EXPECT_EQ(made.mask_notes[0].text, "a remark");
   // left: 3 columns, upper: 2 rows, so 6 pixels; regions of 2 and 1 columns, so 4 and 2.
   EXPECT_EQ(json("plot_0007/metrics.json").dump(),
             R"({"format":1,"capture":"plot_0007","date":"2019-05-21","time":"10:32:11","workflow":"Trays",)"

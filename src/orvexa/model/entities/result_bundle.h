@@ -45,6 +45,13 @@ struct OperationResult {
 
 using ResultMap = common::OrderedMap<OperationResult>;
 
+/// A remark that a mask step made about its run.
+struct MaskNote {
+  int step = 0;  ///< position in the workflow, counted from 0
+  std::string op;
+  std::string text;
+};
+
 /// Results of one run by result-operation key.
 struct ResultBundle {
   ResultMap results;

@@ -71,7 +71,8 @@ class MaskOperation {
 
   /// What the step did, 8-bit RGB, black where nothing was drawn; set by a run, absent for most operations.
   std::optional<Image> viz_overlay;
-  /// A remark about the run for the results, such as "no_contrast: empty mask".
+  /// A remark about the run for the results, such as the level that was found. One that says why pixels are missing
+  /// begins with a code of small letters and underscores, such as "no_contrast: ...".
   std::string note;
   /// For the record of the run: what a band was chosen for ("ndvi", "band") to its name or a list of names.
   Value chosen_bands = Value::object();

@@ -378,6 +378,7 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
   RunOutput output;
   for (const auto& [name, region] : found.report.regions) output.region_metrics.insert({name, region.metrics});
   output.bundle = std::move(found.report.bundle);
+  output.mask_notes = std::move(found.report.mask_notes);
   output.results_folder = folder.publish();
   return output;
 }

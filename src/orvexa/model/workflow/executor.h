@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "orvexa/common/cancel.h"
 #include "orvexa/common/ordered_map.h"
@@ -23,6 +24,7 @@ struct RunOutput {
   ResultBundle bundle;
   std::filesystem::path results_folder;
   common::OrderedMap<common::Value> region_metrics;
+  std::vector<MaskNote> mask_notes;  ///< what mask steps remarked, such as a picture without contrast
 };
 
 /// Runs workflows on captures. Stateless: one instance may serve one run after another. Virtual so that a test can put

@@ -11,13 +11,6 @@
 
 namespace orvexa::model {
 
-/// A remark that a mask step made about its run.
-struct MaskNote {
-  int step = 0;  ///< position in the workflow, counted from 0
-  std::string op;
-  std::string text;
-};
-
 /// What the files of numbers are made from.
 struct MetricsReport {
   std::string capture_name = {};
