@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "orvexa/model/region_set.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {
@@ -136,6 +137,17 @@ TEST(KeepRegions, MakesTheKeptOnesRegionsInRasterOrder) {
   EXPECT_EQ(result.labels()->image.at<std::int32_t>(0, 7), 2);
   EXPECT_EQ(result.labels()->image.at<std::int32_t>(0, 0), 0);
   EXPECT_EQ(applied("keep_regions", three_regions(), {{"min", 2}}).labels(), nullptr);
+}
+
+TEST(KeepRegions, GivenAStepThatGrowsTheMask_ThenTheRegionsKeepTheirPixels) {
+  // Of "#.##.###" the right two are kept; grown by 1 the mask has 7 of 8 pixels, the regions still 2 and 3.
+  const Mask kept_ones = applied("keep_regions", three_regions(), {{"min", 2}, {"make_regions", true}});
+  const Mask grown = applied("dilate", kept_ones);
+  EXPECT_EQ(grown.count(), 7);
+  const RegionSet regions(grown);
+  ASSERT_EQ(regions.regions().size(), 2u);
+  EXPECT_EQ(regions.regions()[0].area, 2);
+  EXPECT_EQ(regions.regions()[1].area, 3);
 }
 
 TEST(KeepRegions, SaysWhenNoRegionIsKept) {

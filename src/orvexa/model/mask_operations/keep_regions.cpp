@@ -233,8 +233,9 @@ const MaskOperationInfo& keep_regions_info() {
           "eigenvalues l1 >= l2 of the covariance of the pixels' centres; distance_to_point, from the centroid to the "
           "point, in pixels or mm; band_mean, the mean of the band in fractions of white, without pixels that are not "
           "a number. A region whose measure is undefined is not kept. With make_regions the kept regions are measured "
-          "on their own as ROI_1, ROI_2, ... in the order of their numbers. No region left gives an empty mask with "
-          "the note no_region.",
+          "on their own as ROI_1, ROI_2, ... in the order of their numbers; what a later step adds around them counts "
+          "for the "
+          "whole mask but for no region. No region left gives an empty mask with the note no_region.",
       .source =
           "A. Rosenfeld, J. L. Pfaltz, Sequential Operations in Digital Picture Processing, J. ACM 13(4), 1966, "
           "471-494; measures as in the operations area and shape_factors (ISO 9276-6)",
