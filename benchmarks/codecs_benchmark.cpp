@@ -7,7 +7,7 @@
 #include "orvexa/common/files.h"
 #include "orvexa/common/parallel.h"
 #include "orvexa/model/codecs/image_file.h"
-#include "orvexa/model/viewing.h"
+#include "orvexa/model/pictures/viewing.h"
 
 namespace orvexa::benchmarks {
 namespace {

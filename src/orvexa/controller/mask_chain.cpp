@@ -7,7 +7,7 @@
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
-#include "orvexa/model/overlay.h"
+#include "orvexa/model/pictures/overlay.h"
 
 namespace orvexa::controller {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "orvexa/model/viewing.h"
+#include "orvexa/model/pictures/viewing.h"
 #include "support/captures.h"
 
 namespace orvexa::model {

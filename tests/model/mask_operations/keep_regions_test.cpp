@@ -3,7 +3,7 @@
 
 #include <limits>
 
-#include "orvexa/model/region_set.h"
+#include "orvexa/model/measures/region_set.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {

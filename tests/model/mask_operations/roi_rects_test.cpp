@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "orvexa/model/region_set.h"
+#include "orvexa/model/measures/region_set.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {

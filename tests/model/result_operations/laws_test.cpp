@@ -7,9 +7,9 @@
 #include <map>
 #include <set>
 
-#include "orvexa/model/components.h"
 #include "orvexa/model/entities/capture_loader.h"
-#include "orvexa/model/shape_measures.h"
+#include "orvexa/model/measures/components.h"
+#include "orvexa/model/measures/shape_measures.h"
 #include "support/base_images.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <limits>
 
-#include "orvexa/model/heat_map.h"
+#include "orvexa/model/pictures/heat_map.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
 

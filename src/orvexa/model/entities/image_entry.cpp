@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "orvexa/model/viewing.h"
+#include "orvexa/model/pictures/viewing.h"
 
 namespace orvexa::model {
 

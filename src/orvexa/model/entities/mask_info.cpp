@@ -1,6 +1,6 @@
 #include "orvexa/model/entities/mask_info.h"
 
-#include "orvexa/model/viewing.h"
+#include "orvexa/model/pictures/viewing.h"
 
 namespace orvexa::model {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "orvexa/model/components.h"
+#include "orvexa/model/measures/components.h"
 
 namespace orvexa::model {
 

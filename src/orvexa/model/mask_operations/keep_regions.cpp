@@ -6,12 +6,12 @@
 #include <string>
 
 #include "orvexa/common/parallel.h"
-#include "orvexa/model/bands.h"
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/units.h"
-#include "orvexa/model/shape_measures.h"
+#include "orvexa/model/measures/bands.h"
+#include "orvexa/model/measures/shape_measures.h"
 
 namespace orvexa::model {
 

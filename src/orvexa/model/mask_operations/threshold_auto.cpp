@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cmath>
 
-#include "orvexa/model/auto_threshold.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
+#include "orvexa/model/measures/auto_threshold.h"
 
 namespace orvexa::model {
 

@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "orvexa/model/color.h"
-#include "orvexa/model/color_planes.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
+#include "orvexa/model/measures/color.h"
+#include "orvexa/model/measures/color_planes.h"
 
 namespace orvexa::model {
 

@@ -4,12 +4,12 @@
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
-#include "orvexa/model/auto_threshold.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
-#include "orvexa/model/role_bands.h"
-#include "orvexa/model/spectral_indices.h"
+#include "orvexa/model/measures/auto_threshold.h"
+#include "orvexa/model/measures/role_bands.h"
+#include "orvexa/model/measures/spectral_indices.h"
 
 namespace orvexa::model {
 

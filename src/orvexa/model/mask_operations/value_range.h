@@ -2,7 +2,7 @@
 
 #include <opencv2/core.hpp>
 
-#include "orvexa/model/bands.h"
+#include "orvexa/model/measures/bands.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {

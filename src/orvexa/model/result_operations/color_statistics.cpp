@@ -3,8 +3,8 @@
 #include <cmath>
 #include <numbers>
 
-#include "orvexa/model/color.h"
-#include "orvexa/model/color_planes.h"
+#include "orvexa/model/measures/color.h"
+#include "orvexa/model/measures/color_planes.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
 

@@ -2,11 +2,11 @@
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
-#include "orvexa/model/heat_map.h"
+#include "orvexa/model/measures/role_bands.h"
+#include "orvexa/model/measures/spectral_indices.h"
+#include "orvexa/model/pictures/heat_map.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
-#include "orvexa/model/role_bands.h"
-#include "orvexa/model/spectral_indices.h"
 
 namespace orvexa::model {
 

@@ -1,7 +1,7 @@
+#include "orvexa/model/measures/shape_measures.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/region_shapes.h"
 #include "orvexa/model/result_operations/result_rows.h"
-#include "orvexa/model/shape_measures.h"
 
 namespace orvexa::model {
 

@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
-#include "orvexa/model/heat_map.h"
+#include "orvexa/model/pictures/heat_map.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "orvexa/model/components.h"
+#include "orvexa/model/measures/components.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/region_shapes.h"
 #include "orvexa/model/result_operations/result_rows.h"

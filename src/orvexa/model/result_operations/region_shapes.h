@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "orvexa/common/parallel.h"
-#include "orvexa/model/region_set.h"
+#include "orvexa/model/measures/region_set.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {

@@ -9,8 +9,8 @@
 
 #include "orvexa/model/entities/capture_set.h"
 #include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/measures/region_set.h"
 #include "orvexa/model/operation_base.h"
-#include "orvexa/model/region_set.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {

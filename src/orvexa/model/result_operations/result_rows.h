@@ -5,9 +5,9 @@
 #include <string_view>
 
 #include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/measures/region_pixels.h"
+#include "orvexa/model/measures/region_set.h"
 #include "orvexa/model/operation_base.h"
-#include "orvexa/model/region_pixels.h"
-#include "orvexa/model/region_set.h"
 
 namespace orvexa::model {
 

@@ -2,8 +2,8 @@
 
 #include <vector>
 
-#include "orvexa/model/bands.h"
 #include "orvexa/model/entities/result_bundle.h"
+#include "orvexa/model/measures/bands.h"
 #include "orvexa/model/operation_base.h"
 
 namespace orvexa::model {

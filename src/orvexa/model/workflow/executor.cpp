@@ -24,7 +24,7 @@
 #include "orvexa/model/codecs/image_file.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
-#include "orvexa/model/region_set.h"
+#include "orvexa/model/measures/region_set.h"
 #include "orvexa/model/result_operations/registry.h"
 #include "orvexa/model/run_context.h"
 #include "orvexa/model/workflow/metrics_files.h"

@@ -1,0 +1,336 @@
+#include "orvexa/model/measures/region_pixels.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <numeric>
+#include <type_traits>
+
+namespace orvexa::model {
+
+namespace {
+
+std::size_t length(const RegionPixels::Run& run) {
+  return static_cast<std::size_t>(run.x1 - run.x0);
+}
+
+template <typename T>
+constexpr std::size_t bins_of = std::size_t{std::numeric_limits<T>::max()} + 1;
+
+/// One plane of an image of whole numbers, where it lies: a channel of a colour image is not copied.
+template <typename T>
+class CountPlane {
+ public:
+  explicit CountPlane(const Band& band)
+      : _pixels(band.channel == Band::grey_channel ? band.plane() : band.image),
+        _offset(_pixels.is_color() ? static_cast<std::size_t>(band.channel) : 0) {}
+
+  /// From one pixel to the next.
+  [[nodiscard]] std::size_t step() const { return static_cast<std::size_t>(_pixels.channels()); }
+  [[nodiscard]] const T* first(const RegionPixels::Run& run) const {
+    return _pixels.row<T>(run.y).data() + static_cast<std::size_t>(run.x0) * step() + _offset;
+  }
+
+ private:
+  Image _pixels;
+  std::size_t _offset;
+};
+
+std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::int32_t first) {
+  std::vector<ValueCount> values;
+  values.reserve(bins.size());
+  for (std::size_t bin = 0; bin < bins.size(); ++bin) {
+    if (bins[bin] != 0) values.push_back({first + static_cast<std::int32_t>(bin), bins[bin]});
+  }
+  return values;
+}
+
+/// Sorts by the low byte, then by the high byte: two passes instead of a dozen comparisons a number.
+void sort_counts(std::span<std::uint16_t> counts) {
+  std::vector<std::uint16_t> other(counts.size());
+  std::span<std::uint16_t> from = counts;
+  std::span<std::uint16_t> to = other;
+  for (const int shift : {0, 8}) {
+    std::array<std::size_t, 256> next{};
+    for (const std::uint16_t count : from) ++next[(count >> shift) & 255U];
+    std::exclusive_scan(next.begin(), next.end(), next.begin(), std::size_t{0});
+    for (const std::uint16_t count : from) to[next[(count >> shift) & 255U]++] = count;
+    std::swap(from, to);
+  }
+}
+
+void sort_counts(std::span<std::uint8_t> counts) {
+  std::sort(counts.begin(), counts.end());
+}
+
+/// Statistics of a short list of counts: through a table where the counts lie close together, otherwise sorted.
+template <typename T>
+Statistics describe_list(std::span<T> counts) {
+  if (counts.empty()) return {};
+  const auto [low, high] = std::minmax_element(counts.begin(), counts.end());
+  const T first = *low;
+  const std::size_t range = static_cast<std::size_t>(*high - first) + 1;
+  if (range <= 4 * counts.size()) {
+    std::vector<std::uint32_t> bins(range, 0);
+    for (const T count : counts) ++bins[static_cast<std::size_t>(count - first)];
+    return describe_counts(filled_bins(bins, first));
+  }
+  sort_counts(counts);
+  std::vector<ValueCount> values;
+  values.reserve(counts.size());
+  for (const T count : counts) {
+    if (values.empty() || values.back().value != count) values.push_back({count, 0});
+    ++values.back().count;
+  }
+  return describe_counts(values);
+}
+
+}  // namespace
+
+RegionPixels::RegionPixels(const RegionSet& regions, const RunContext& context) : _regions(regions) {
+  const int height = regions.shape().height;
+  const int width = regions.shape().width;
+  const int rows_a_stripe = stripe_height(width);
+  const auto none = static_cast<std::uint32_t>(group_count() - 1);
+  _runs.resize(static_cast<std::size_t>(stripe_count(height, width)));
+  for_each_stripe(height, width, context, [&](int y0, int y1) {
+    std::vector<Run>& runs = _runs[static_cast<std::size_t>(y0 / rows_a_stripe)];
+    for (int y = y0; y < y1; ++y) {
+      const std::uint8_t* row = regions.mask().row(y).data();
+      const std::uint8_t* const end = row + width;
+      for (const std::uint8_t* at = row; at < end;) {
+        at = static_cast<const std::uint8_t*>(std::memchr(at, 255, static_cast<std::size_t>(end - at)));
+        if (at == nullptr) break;
+        const auto* stop = static_cast<const std::uint8_t*>(std::memchr(at, 0, static_cast<std::size_t>(end - at)));
+        if (stop == nullptr) stop = end;
+        int x = static_cast<int>(at - row);
+        const int x1 = static_cast<int>(stop - row);
+        at = stop;
+        if (regions.is_single()) {
+          runs.push_back({y, x, x1, 0});
+          continue;
+        }
+        const std::int32_t* const labels = regions.label_row(y).data();
+        while (x < x1) {
+          const int first = x;
+          const std::int32_t label = labels[x];
+          while (x < x1 && labels[x] == label) ++x;
+          runs.push_back({y, first, x, label == 0 ? none : static_cast<std::uint32_t>(label - 1)});
+        }
+      }
+    }
+  });
+
+  _starts.assign(group_count() + 1, 0);
+  std::int64_t in_regions = 0;
+  for (std::size_t k = 0; k < regions.regions().size(); ++k) {
+    _starts[k + 1] = _starts[k] + static_cast<std::size_t>(regions.regions()[k].area);
+    in_regions += regions.regions()[k].area;
+  }
+  if (!regions.is_single()) {
+    _starts.back() = _starts[group_count() - 1] + static_cast<std::size_t>(regions.whole().area - in_regions);
+  }
+  std::vector<std::size_t> next(_starts.begin(), _starts.end() - 1);
+  for (const std::vector<Run>& runs : _runs) {
+    std::vector<std::size_t>& places = _places.emplace_back();
+    places.reserve(runs.size());
+    for (const Run& run : runs) {
+      places.push_back(next[run.group]);
+      next[run.group] += length(run);
+    }
+  }
+}
+
+std::size_t RegionPixels::group_count() const {
+  return _regions.is_single() ? 1 : _regions.regions().size() + 1;
+}
+
+std::vector<std::uint32_t> RegionPixels::count(
+    std::size_t size, const RunContext& context,
+    const std::function<void(std::span<const Run>, std::span<std::uint32_t>)>& fill) const {
+  std::vector<std::unique_ptr<std::vector<std::uint32_t>>> idle;
+  std::mutex guard;
+  common::parallel_for(_runs.size(), [&](std::size_t stripe) {
+    context.check();
+    std::unique_ptr<std::vector<std::uint32_t>> table;
+    {
+      const std::lock_guard lock(guard);
+      if (!idle.empty()) {
+        table = std::move(idle.back());
+        idle.pop_back();
+      }
+    }
+    if (!table) table = std::make_unique<std::vector<std::uint32_t>>(size, 0);
+    fill(_runs[stripe], *table);
+    const std::lock_guard lock(guard);
+    idle.push_back(std::move(table));
+  });
+  std::vector<std::uint32_t> total = idle.empty() ? std::vector<std::uint32_t>(size, 0) : std::move(*idle.front());
+  for (std::size_t k = 1; k < idle.size(); ++k) {
+    for (std::size_t i = 0; i < size; ++i) total[i] += (*idle[k])[i];
+  }
+  return total;
+}
+
+/// The values of all pixels, sorted by group and within a group in raster order.
+template <typename T, typename ReadRun>
+std::vector<T> RegionPixels::gathered(const RunContext& context, const ReadRun& read_run) const {
+  std::vector<T> values(_starts.back());
+  common::parallel_for(_runs.size(), [&](std::size_t stripe) {
+    context.check();
+    const std::vector<Run>& runs = _runs[stripe];
+    for (std::size_t k = 0; k < runs.size(); ++k) {
+      read_run(runs[k], std::span<T>(values).subspan(_places[stripe][k], length(runs[k])));
+    }
+  });
+  return values;
+}
+
+template <typename T>
+std::vector<std::uint32_t> RegionPixels::value_table(const Band& band, const RunContext& context) const {
+  constexpr std::size_t bin_count = bins_of<T>;
+  const std::size_t size = group_count() * bin_count;
+  // 16 MiB a thread; beyond that there are more bins than pixels to fill them.
+  if (size > std::size_t{1} << 22) return {};
+  // Neighbours are often equal, and adding to the same bin again has to wait: four tables take turns.
+  const std::size_t turns = size <= 1024 ? 4 : 1;
+  const CountPlane<T> plane(band);
+  const std::size_t step = plane.step();
+  std::vector<std::uint32_t> table =
+      count(size * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
+        for (const Run& run : runs) {
+          std::uint32_t* own = bins.data() + run.group * bin_count;
+          const T* at = plane.first(run);
+          std::size_t left = length(run);
+          if (turns == 4) {
+            for (; left >= 4; left -= 4, at += 4 * step) {
+              ++own[at[0]];
+              ++own[size + at[step]];
+              ++own[2 * size + at[2 * step]];
+              ++own[3 * size + at[3 * step]];
+            }
+          }
+          for (; left > 0; --left, at += step) ++own[*at];
+        }
+      });
+  for (std::size_t turn = 1; turn < turns; ++turn) {
+    for (std::size_t i = 0; i < size; ++i) table[i] += table[turn * size + i];
+  }
+  table.resize(size);
+  return table;
+}
+
+std::vector<std::uint32_t> RegionPixels::count_values(const Band& band, const RunContext& context) const {
+  switch (band.image.type()) {
+    case PixelType::u8:
+      return value_table<std::uint8_t>(band, context);
+    case PixelType::u16:
+      return value_table<std::uint16_t>(band, context);
+    case PixelType::f32:
+      break;
+  }
+  return {};
+}
+
+template <typename T>
+RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext& context) const {
+  constexpr std::size_t bin_count = bins_of<T>;
+  RegionStatistics result;
+  result.regions.resize(_regions.regions().size());
+  const std::vector<std::uint32_t> table = value_table<T>(band, context);
+  if (!table.empty()) {
+    std::vector<std::uint32_t> whole(bin_count, 0);
+    for (std::size_t i = 0; i < table.size(); ++i) whole[i % bin_count] += table[i];
+    result.whole = describe_counts(filled_bins(whole, 0));
+    if (_regions.is_single()) {
+      result.regions.front() = result.whole;
+      return result;
+    }
+    common::parallel_for(result.regions.size(), [&](std::size_t k) {
+      result.regions[k] = describe_counts(filled_bins(std::span(table).subspan(k * bin_count, bin_count), 0));
+    });
+    return result;
+  }
+
+  const CountPlane<T> plane(band);
+  const std::size_t step = plane.step();
+  std::vector<T> values = gathered<T>(context, [&](const Run& run, std::span<T> out) {
+    const T* at = plane.first(run);
+    for (T& value : out) {
+      value = *at;
+      at += step;
+    }
+  });
+  const std::vector<std::uint32_t> whole =
+      count(bin_count, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
+        for (const Run& run : runs) {
+          const T* at = plane.first(run);
+          for (std::size_t left = length(run); left > 0; --left, at += step) ++bins[*at];
+        }
+      });
+  result.whole = describe_counts(filled_bins(whole, 0));
+  common::parallel_for(result.regions.size(), [&](std::size_t k) {
+    context.check();
+    result.regions[k] = describe_list(std::span(values).subspan(_starts[k], _starts[k + 1] - _starts[k]));
+  });
+  return result;
+}
+
+template <typename ReadRun>
+RegionStatistics RegionPixels::measure_values(const RunContext& context, const ReadRun& read_run) const {
+  std::vector<double> values = gathered<double>(context, read_run);
+  // Valid values move up within the list; the groups' places move with them.
+  std::vector<std::size_t> starts = _starts;
+  std::size_t kept = 0;
+  for (std::size_t group = 0; group + 1 < _starts.size(); ++group) {
+    starts[group] = kept;
+    for (std::size_t i = _starts[group]; i < _starts[group + 1]; ++i) {
+      if (std::isfinite(values[i])) values[kept++] = values[i];
+    }
+  }
+  starts.back() = kept;
+
+  RegionStatistics result;
+  result.whole = describe_values(std::span(values).first(kept), context);
+  result.whole.n_invalid = static_cast<std::int64_t>(values.size() - kept);
+  if (_regions.is_single()) {
+    result.regions = {result.whole};
+    return result;
+  }
+  result.regions.resize(_regions.regions().size());
+  common::parallel_for(result.regions.size(), [&](std::size_t k) {
+    const std::size_t n = starts[k + 1] - starts[k];
+    result.regions[k] = describe_values(std::span(values).subspan(starts[k], n), context);
+    result.regions[k].n_invalid = static_cast<std::int64_t>(_starts[k + 1] - _starts[k] - n);
+  });
+  return result;
+}
+
+RegionStatistics RegionPixels::measure(const Band& band, const RunContext& context) const {
+  switch (band.image.type()) {
+    case PixelType::u8:
+      return measure_counts<std::uint8_t>(band, context);
+    case PixelType::u16:
+      return measure_counts<std::uint16_t>(band, context);
+    case PixelType::f32:
+      break;
+  }
+  const Image plane = band.plane();
+  return measure_values(context, [&](const Run& run, std::span<double> out) {
+    const float* row = plane.row<float>(run.y).data();
+    std::copy(row + run.x0, row + run.x1, out.begin());
+  });
+}
+
+RegionStatistics RegionPixels::measure(const cv::Mat& map, const RunContext& context) const {
+  return measure_values(context, [&](const Run& run, std::span<double> out) {
+    const double* row = map.ptr<double>(run.y);
+    std::copy(row + run.x0, row + run.x1, out.begin());
+  });
+}
+
+}  // namespace orvexa::model

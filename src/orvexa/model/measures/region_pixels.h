@@ -1,0 +1,92 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+#include "orvexa/common/parallel.h"
+#include "orvexa/model/measures/bands.h"
+#include "orvexa/model/measures/region_set.h"
+#include "orvexa/model/measures/statistics.h"
+#include "orvexa/model/run_context.h"
+
+namespace orvexa::model {
+
+/// Statistics of one plane over the whole mask and over each region, in the regions' order.
+struct RegionStatistics {
+  Statistics whole;
+  std::vector<Statistics> regions;
+};
+
+/// The pixels of all regions as runs along the rows, found once and then read for any number of planes: every plane is
+/// passed over once, however many regions there are.
+class RegionPixels {
+ public:
+  /// @param regions  must live as long as this.
+  RegionPixels(const RegionSet& regions, const RunContext& context);
+
+  /// Pixels [x0, x1) of a row that belong to one group.
+  struct Run {
+    int y = 0;
+    int x0 = 0;
+    int x1 = 0;
+    std::uint32_t group = 0;
+  };
+
+  [[nodiscard]] const RegionSet& regions() const { return _regions; }
+  /// One group for each region in the regions' order, and last one for the pixels of the mask that are in no region. A
+  /// mask without regions of its own has one group, which is also its whole.
+  [[nodiscard]] std::size_t group_count() const;
+
+  /// Tables of numbers of pixels, filled by several threads: `fill(runs, table)` adds the runs of a stripe to a table
+  /// of `size` numbers that starts with zeros. Sums of whole numbers are the same in any order.
+  [[nodiscard]] std::vector<std::uint32_t> count(
+      std::size_t size, const RunContext& context,
+      const std::function<void(std::span<const Run> runs, std::span<std::uint32_t> table)>& fill) const;
+
+  /// Sums that are not whole numbers: `fill(runs, partial)` adds the runs of a stripe to one `Partial` a group, and the
+  /// partial results of a group are added to its `Total` in the order of the stripes, whatever the number of threads.
+  template <typename Partial, typename Total>
+  [[nodiscard]] std::vector<Total> reduce(
+      const RunContext& context,
+      const std::function<void(std::span<const Run> runs, std::span<Partial> partial)>& fill) const {
+    std::vector<std::vector<Partial>> partial(_runs.size());
+    common::parallel_for(_runs.size(), [&](std::size_t stripe) {
+      context.check();
+      partial[stripe].resize(group_count());
+      fill(_runs[stripe], partial[stripe]);
+    });
+    std::vector<Total> totals(group_count());
+    for (const std::vector<Partial>& stripe : partial) {
+      for (std::size_t group = 0; group < totals.size(); ++group) totals[group].add(stripe[group]);
+    }
+    return totals;
+  }
+
+  /// How often each count of an integer plane occurs: 256 or 65536 numbers for each group, one group after the other.
+  /// Empty for a float plane, and where there are so many groups that tables do not pay.
+  [[nodiscard]] std::vector<std::uint32_t> count_values(const Band& band, const RunContext& context) const;
+
+  /// In counts. Infinite values and NaN are invalid.
+  [[nodiscard]] RegionStatistics measure(const Band& band, const RunContext& context) const;
+  /// Of a height x width map of doubles; infinite values and NaN are invalid.
+  [[nodiscard]] RegionStatistics measure(const cv::Mat& map, const RunContext& context) const;
+
+ private:
+  template <typename T, typename ReadRun>
+  [[nodiscard]] std::vector<T> gathered(const RunContext& context, const ReadRun& read_run) const;
+  template <typename T>
+  [[nodiscard]] std::vector<std::uint32_t> value_table(const Band& band, const RunContext& context) const;
+  template <typename T>
+  [[nodiscard]] RegionStatistics measure_counts(const Band& band, const RunContext& context) const;
+  template <typename ReadRun>
+  [[nodiscard]] RegionStatistics measure_values(const RunContext& context, const ReadRun& read_run) const;
+
+  const RegionSet& _regions;
+  std::vector<std::vector<Run>> _runs;            ///< by stripe
+  std::vector<std::vector<std::size_t>> _places;  ///< by stripe: where a run's pixels stand in a list sorted by group
+  std::vector<std::size_t> _starts;               ///< of each group in that list, and its end
+};
+
+}  // namespace orvexa::model
