@@ -116,7 +116,7 @@ LogLevel Logger::level() const {
   return LogLevel::off;
 }
 
-void Logger::write(LogRecord record) const {
+void Logger::write(const LogRecord& record) const {
   {
     Observers& all = observers();
     const std::lock_guard lock(all.mutex);

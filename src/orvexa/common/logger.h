@@ -30,7 +30,7 @@ class Logger {
   [[nodiscard]] LogLevel level() const;
 
  private:
-  void write(LogRecord record) const;
+  void write(const LogRecord& record) const;
 };
 
 inline constexpr Logger logger{};

@@ -8,7 +8,8 @@ namespace orvexa::model {
 
 cv::Mat unshared(cv::Mat pixels) {
   const bool is_only_owner = pixels.u != nullptr && pixels.u->refcount == 1;
-  return is_only_owner && pixels.isContinuous() ? pixels : pixels.clone();
+  if (!is_only_owner || !pixels.isContinuous()) pixels = pixels.clone();
+  return pixels;
 }
 
 Image::Image(cv::Mat pixels) {

@@ -97,9 +97,9 @@ cv::Mat expanded_palette(const Input& input, const char* kind, const cv::Mat& in
 
 cv::Mat single_band_where_grey(cv::Mat rgb) {
   for (int y = 0; y < rgb.rows; ++y) {
-    const std::uint8_t* row = rgb.ptr<std::uint8_t>(y);
+    const auto* row = rgb.ptr<cv::Vec3b>(y);
     for (int x = 0; x < rgb.cols; ++x) {
-      if (row[3 * x] != row[3 * x + 1] || row[3 * x] != row[3 * x + 2]) return rgb;
+      if (row[x][0] != row[x][1] || row[x][0] != row[x][2]) return rgb;
     }
   }
   cv::Mat grey;

@@ -129,7 +129,7 @@ class Reader {
     std::vector<GifPixelType> line(static_cast<std::size_t>(frame.Width));
     const auto read_line = [&](int y) {
       expect(DGifGetLine(_gif.get(), line.data(), frame.Width));
-      std::uint8_t* to = pixels.ptr<std::uint8_t>(frame.Top + y) + 3 * frame.Left;
+      std::uint8_t* to = pixels.ptr<std::uint8_t>(frame.Top + y, frame.Left);
       for (const GifPixelType index : line) {
         if (index != _transparent) {
           if (index >= map->ColorCount) damaged("a pixel has a colour that is not in the palette");

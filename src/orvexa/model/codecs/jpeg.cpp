@@ -1,10 +1,12 @@
 #include <fmt/format.h>
 #include <turbojpeg.h>
 
-#include <cstring>
+#include <array>
 #include <memory>
 #include <new>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "orvexa/model/codecs/decoder.h"
@@ -35,11 +37,10 @@ Segments scan_segments(std::span<const std::byte> bytes) {
     const std::size_t length = at(i + 2) << 8 | at(i + 3);
     if (length < 2 || length > bytes.size() - i - 2) break;
     const std::span<const std::byte> content = bytes.subspan(i + 4, length - 2);
-    const auto begins = [&](const char* text, std::size_t size) {
-      return content.size() >= size && std::memcmp(content.data(), text, size) == 0;
-    };
-    if (marker == 0xe1 && found.exif.empty() && begins("Exif\0\0", 6)) found.exif = content;
-    if (marker == 0xee && begins("Adobe", 5)) found.has_adobe_marker = true;
+    const auto begins = [&](std::string_view text) { return common::as_text(content).starts_with(text); };
+    static constexpr std::array<char, 6> exif_mark{'E', 'x', 'i', 'f', 0, 0};
+    if (marker == 0xe1 && found.exif.empty() && begins({exif_mark.data(), exif_mark.size()})) found.exif = content;
+    if (marker == 0xee && begins("Adobe")) found.has_adobe_marker = true;
     if (marker >= 0xc9 && marker <= 0xcb) found.is_arithmetic = true;
     i += 2 + length;
   }

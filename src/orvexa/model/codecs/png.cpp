@@ -136,6 +136,7 @@ std::vector<Colour> stored_palette(Reader& reader) {
   int count = 0;
   png_get_PLTE(reader.png, reader.info, &entries, &count);
   std::vector<Colour> palette;
+  palette.reserve(static_cast<std::size_t>(count));
   for (int i = 0; i < count; ++i) palette.push_back({entries[i].red, entries[i].green, entries[i].blue});
   return palette;
 }
