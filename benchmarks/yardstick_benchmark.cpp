@@ -10,7 +10,7 @@ namespace {
 void copy_picture(benchmark::State& state) {
   const auto shape = shape_of(state.range(0));
   const auto capture = drawn_capture(shape);
-  const cv::Mat& picture = capture->find_image("CLR", "RGB")->read_only();
+  const cv::Mat picture = capture->find_image("CLR", "RGB").value().read_only();
   cv::Mat copy(picture.size(), picture.type());
   for (auto _ : state) {
     picture.copyTo(copy);
