@@ -162,7 +162,8 @@ class Viewer {
   [[nodiscard]] std::uint8_t level(double value) const {
     if (!(value > _low)) return 0;
     if (value >= _high) return 255;
-    return static_cast<std::uint8_t>((value - _low) * _scale + 0.5);
+    const double place = (value - _low) * _scale + 0.5;  // cut below: the nearest level
+    return static_cast<std::uint8_t>(place);
   }
 
   template <typename T, typename Level>
