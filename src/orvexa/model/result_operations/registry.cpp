@@ -67,6 +67,7 @@ const ResultOperationInfo& get_result_operation(std::string_view key) {
   const auto& operations = ResultRegistryAccess::operations(key);
   if (const ResultOperationInfo* info = ResultRegistryAccess::find(key, operations)) return *info;
   std::vector<std::string> known;
+  known.reserve(operations.size());
   for (const ResultOperationInfo* info : operations) known.push_back(info->key);
   throw std::invalid_argument("There is no result operation \"" + std::string(key) + "\"" +
                               common::did_you_mean(key, known) + ".");

@@ -10,7 +10,8 @@ namespace {
 
 std::int64_t level_of(const Image& image, int channel, int y, int x) {
   const auto at = [&](int c) -> std::int64_t {
-    const auto index = static_cast<std::size_t>(x * image.channels() + c);
+    const auto index =
+        static_cast<std::size_t>(x) * static_cast<std::size_t>(image.channels()) + static_cast<std::size_t>(c);
     return image.type() == PixelType::u8 ? image.row<std::uint8_t>(y)[index] : image.row<std::uint16_t>(y)[index];
   };
   constexpr int grey = 3;

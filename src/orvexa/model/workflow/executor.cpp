@@ -271,11 +271,12 @@ void add_overlays(const CaptureSet& capture, const RunFindings& found, std::vect
   for (const auto& [measurement_name, measurement] : capture.measurements) {
     for (const auto& [image_name, image] : measurement->images) {
       if (!image.is_array()) continue;
-      files.push_back({.paths = {Path("overlays") / (names.unique(measurement_name + "_" + image_name) + ".png")},
-                       .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 3),
-                       .content = [overlay = info.get_mask_overlay_image(image)](const RunContext& context) {
-                         return encode_png(overlay.pixels(), context);
-                       }});
+      files.push_back(
+          {.paths = {Path("overlays") / (names.unique(fmt::format("{}_{}", measurement_name, image_name)) + ".png")},
+           .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 3),
+           .content = [overlay = info.get_mask_overlay_image(image)](const RunContext& context) {
+             return encode_png(overlay.pixels(), context);
+           }});
     }
   }
 }
@@ -284,7 +285,7 @@ void add_images(const ResultBundle& bundle, std::vector<OutputFile>& files) {
   FileNames names;
   for (const auto& [operation, result] : bundle.results) {
     for (const auto& [image_name, image] : result.images) {
-      const Path path = Path("images") / names.unique(operation + "_" + image_name);
+      const Path path = Path("images") / names.unique(fmt::format("{}_{}", operation, image_name));
       files.push_back(
           {.paths = {Path(path) += ".png"},
            .largest_bytes = encoded_at_most(static_cast<std::int64_t>(image.picture.bytes())),
@@ -300,8 +301,8 @@ void add_numbers(const MetricsReport& report, std::vector<OutputFile>& files) {
   FileNames names;
   for (const auto& [operation, result] : report.bundle.results) {
     for (const auto& [table_name, table] : result.tables) {
-      files.push_back(
-          text_file(Path("tables") / (names.unique(operation + "_" + table_name) + ".tsv"), table_text(table)));
+      files.push_back(text_file(Path("tables") / (names.unique(fmt::format("{}_{}", operation, table_name)) + ".tsv"),
+                                table_text(table)));
     }
   }
 }

@@ -1,5 +1,7 @@
 #include "orvexa/model/workflow/metrics_files.h"
 
+#include <fmt/format.h>
+
 #include <cmath>
 #include <utility>
 
@@ -49,7 +51,8 @@ std::string field(const Value& value) {
 /// Adds the entries of one operation; a name that is taken gets the operation's key before it.
 void merge(Value& into, const Value& from, const std::string& operation) {
   if (!from.is_object()) return;
-  for (const auto& [name, value] : from.items()) into[into.contains(name) ? operation + "." + name : name] = value;
+  for (const auto& [name, value] : from.items())
+    into[into.contains(name) ? fmt::format("{}.{}", operation, name) : name] = value;
 }
 
 /// Lists have no place in a table with one field a metric; where a list is undefined its name tells that it is one.

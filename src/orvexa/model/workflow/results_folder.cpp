@@ -254,7 +254,7 @@ fs::path ResultsFolder::publish() {
   to_flush.emplace_back();  // the folder itself
   flush_side_by_side(to_flush);
   for (int number = 1;; ++number) {
-    const fs::path target = with_number(_base, _name, number);
+    fs::path target = with_number(_base, _name, number);
     try {
       if (!rename_to_free_name(_partial, target)) continue;
     } catch (const std::system_error& failure) {
