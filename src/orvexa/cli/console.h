@@ -12,6 +12,7 @@ namespace orvexa::cli {
 inline constexpr int exit_done = 0;
 inline constexpr int exit_failed = 1;
 inline constexpr int exit_wrong_usage = 2;
+inline constexpr int exit_nothing_succeeded = 3;
 inline constexpr int exit_interrupted = 130;
 
 /// The command was called in a way that it does not have; `what()` is the sentence for the user.

@@ -12,9 +12,11 @@
 #include "orvexa/common/files.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/value.h"
+#include "orvexa/controller/batch_summary.h"
 #include "orvexa/controller/panel.h"
 #include "orvexa/controller/state.h"
 #include "orvexa/controller/ui_event_bus.h"
+#include "orvexa/controller/viewer_geometry.h"
 #include "orvexa/controller/watcher.h"
 #include "orvexa/model/entities/capture_loader.h"
 #include "orvexa/model/entities/capture_set.h"
@@ -36,7 +38,8 @@ using common::Value;
 /// from them, and a UI may use them to split an operation over threads.
 ///
 /// Unless an operation says otherwise it catches every failure, logs it, puts a text into `state.error` and returns a
-/// neutral value. Everything runs on the UI thread but `generate_results_v2`, which is made for a worker thread.
+/// neutral value. Everything runs on the UI thread but `generate_results_v2` and `run_batch_processing`, which are made
+/// for a worker thread.
 class Controller {
  public:
   Controller() : Controller(std::make_unique<AppState>()) {}
@@ -54,13 +57,15 @@ class Controller {
   UIEventBus events;
 
  protected:
-  std::unique_ptr<FileWatcher> _watcher;
+  std::unique_ptr<Watcher> _watcher;
 
  public:
   /// Loads everything that is not an ordinary image file.
   model::CaptureLoader capture_loader;
   /// Loads ordinary image files.
   model::CaptureLoader image_loader;
+  /// Makes the watcher that `start_watcher` starts.
+  WatcherMaker watcher_maker;
 
  protected:
   std::vector<Panel*> _ui_panels;  ///< in the order of registration
@@ -107,6 +112,16 @@ class Controller {
   /// Clears the work on the current capture, refreshes the panels of the mode that is left, and stores the new mode. A
   /// panel's failure reaches the caller.
   void set_processing_mode(const std::string& mode_str);
+
+  // ---- Reset and navigation (navigation.cpp) -----------------------------------------------------------------------
+
+  /// Clears workflow, capture, masks, previews and results. Folder, file, processing mode, panels and watcher stay.
+  void reset_system_state();
+  /// Makes a folder current and no file. Failures of this and the next two reach the caller.
+  void set_current_folder(const Path& folder);
+  /// Makes a file current without loading it; another file than before clears the work on the one before.
+  void set_current_file(const std::optional<Path>& file);
+  void set_pipeline_step(std::optional<int> index);
 
   // ---- Capture loading (capture_loading.cpp) ------------------------------------------------------------------------
 
@@ -158,6 +173,54 @@ class Controller {
   /// Whether the step was there and is gone.
   bool remove_mask_from_workflow(int mask_index);
 
+  // ---- Mask preview (mask_preview.cpp) ------------------------------------------------------------------------------
+
+  /// Chooses the operation that is tuned, with its defaults overlaid by `params`, and previews it.
+  /// @throws std::invalid_argument for an unknown operation (nothing is changed then) or wrong parameters.
+  void set_mask_operation(const std::string& operation_name, const std::optional<Value>& params = std::nullopt);
+  /// Changes parameters of the operation that is tuned and previews it; does nothing when none is.
+  /// @throws std::invalid_argument for wrong parameters.
+  void update_mask_operation_params(const Value& params);
+  /// Previews the operation that is tuned on the bare capture, without the workflow's steps.
+  void update_mask_preview();
+  void toggle_mask_preview(bool show);
+  /// What `update_mask_preview` left, by measurement.
+  [[nodiscard]] const std::optional<common::OrderedMap<PreviewImages>>& get_mask_preview_images() const;
+
+  struct MaskPreview {
+    std::optional<model::Mask> mask;
+    std::unique_ptr<model::MaskOperation> operation;  ///< with what it made on the way: overlay, note
+  };
+  /// An operation on top of the workflow's steps before the first one with its key (a region of interest: on the bare
+  /// capture). Changes no state, logs nothing.
+  /// @param cancel_event  may be null; must outlive the call.
+  /// @throws std::runtime_error, std::invalid_argument, CancelledError: every failure reaches the caller.
+  [[nodiscard]] MaskPreview run_mask_preview(const std::string& operation_name, const Value& params,
+                                             const common::CancelEvent* cancel_event = nullptr) const;
+  /// Recipes of what the mask leaves of each image of the current capture; pixels are made when somebody reads them.
+  [[nodiscard]] common::OrderedMap<PreviewImages> _generate_mask_preview_images(const model::Mask& mask_array,
+                                                                                const std::string& operation_name,
+                                                                                const Value& operation_params) const;
+
+  // ---- Intermediate results (intermediate_results.cpp) --------------------------------------------------------------
+
+  struct MaskIntermediate {
+    model::Mask mask;
+    common::OrderedMap<model::ImageMap> masked_images;  ///< by measurement; copies of the maps
+    model::MaskOperationConfig mask_operation;
+  };
+  /// What the workflow's mask steps up to and including this one leave; absent when there is no such step, silently, or
+  /// when it failed, which is logged. Changes no state, as the next.
+  [[nodiscard]] std::optional<MaskIntermediate> generate_mask_intermediate_results(int mask_index);
+
+  struct OperationIntermediate {
+    model::OperationResult operation_result;
+    model::ResultOperationConfig operation_config;
+    std::shared_ptr<model::CaptureSet> masked_capture_used;
+  };
+  /// What one result operation finds under all mask steps; absent as above.
+  [[nodiscard]] std::optional<OperationIntermediate> generate_operation_intermediate_results(int operation_index);
+
   // ---- Availability of result operations (result_availability.cpp) --------------------------------------------------
 
   /// Keys of the result operations that the current capture and the workflow's masks allow, in the registry's order;
@@ -202,6 +265,70 @@ class Controller {
   /// Failures of these two reach the caller.
   void export_workflow_yaml(const Path& file_path);
   std::shared_ptr<model::Workflow> import_workflow_yaml(const Path& file_path);
+
+  // ---- Batch inputs (batch_inputs.cpp) ------------------------------------------------------------------------------
+
+  /// Makes a folder of captures the batch input and lists its `HDR_*.INF` files; the work on a single file is cleared.
+  void set_batch_input_folder(const std::optional<Path>& folder);
+  /// The same for a folder of ordinary images.
+  void set_batch_input_image_folder(const std::optional<Path>& folder);
+  /// The files directly inside a folder, in ascending order; a folder that cannot be searched has none, which is
+  /// logged.
+  [[nodiscard]] std::vector<Path> _find_batch_hdr_files(const Path& folder) const;
+  [[nodiscard]] std::vector<Path> _find_batch_image_files(const Path& folder) const;
+  void set_batch_output_folder(const std::optional<Path>& folder);
+  void set_batch_file_list(const std::optional<std::vector<Path>>& file_list = std::nullopt);
+
+  // ---- Batch run (batch_run.cpp) ------------------------------------------------------------------------------------
+
+  struct BatchRun {
+    std::vector<Path> selected_files = {};
+    Path output_folder = {};                           ///< the run folder is made inside it
+    BatchProgressCallback progress_callback = {};      ///< before each file; may be empty, as the other two
+    model::ProgressCallback overlay_progress_cb = {};  ///< steps inside a file
+    const common::CancelEvent* cancel_event = nullptr;
+    BatchFileCallback batch_file_done = {};
+  };
+  /// Runs the current workflow on the files, one after another, into a new run folder with reports. A failing file is
+  /// recorded and the run goes on. Runs on the caller's thread, usually a worker, and calls the callbacks there; the
+  /// current capture and file are the same before and after.
+  /// @throws std::runtime_error when the run folder cannot be made.
+  BatchSummary run_batch_processing(const BatchRun& run);
+
+  // ---- Folder watcher (watcher_control.cpp) -------------------------------------------------------------------------
+
+  /// Takes effect at the next start.
+  void configure_watcher(const WatcherConfig& config);
+  [[nodiscard]] bool is_watcher_running() const;
+  /// @throws std::runtime_error when the configuration is not complete, and what the watcher throws.
+  void start_watcher();
+  void stop_watcher();
+
+  // ---- Picking on the image (pick_mode.cpp) -------------------------------------------------------------------------
+
+  /// The viewer of the first panel that has one, or null.
+  [[nodiscard]] ImageViewer* _get_image_viewer() const;
+  /// Hands the viewer a drawing tool and disables every panel without a viewer. Failures of this and the next reach the
+  /// caller.
+  void enter_pick_mode(const model::Interaction& interaction, const std::string& operation_key, PickCallback callback,
+                       int existing_count = 0);
+  /// Restores viewer and panels, then tells who asked what was drawn; without a geometry nobody is told.
+  void exit_pick_mode(const std::optional<ViewerGeometry>& geometry = std::nullopt);
+  /// Viewer pixels as fractions of the image; absent for a mode without a geometry and for an image without pixels.
+  /// @param image_shape  height and width. @throws std::invalid_argument when it has another length.
+  [[nodiscard]] std::optional<PickGeometry> _qt_geometry_to_pick(const std::string& mode,
+                                                                 const ViewerGeometry& qt_geometry,
+                                                                 const std::vector<int>& image_shape) const;
+
+  // ---- Image display (image_display.cpp) ----------------------------------------------------------------------------
+
+  /// Asks the viewer, over the event bus, to show an image.
+  /// @param context_info  the tab it belongs to, "Raw Images > CLR".
+  void show_image_in_viewer(const model::ImageEntry& image_data, const std::string& context_info,
+                            const std::string& measurement_type = "Unknown", const std::string& image_key = "Unknown");
+  void show_image_in_viewer_without_refresh(const model::ImageEntry& image_data, const std::string& context_info,
+                                            const std::string& measurement_type = "Unknown",
+                                            const std::string& image_key = "Unknown");
 };
 
 }  // namespace orvexa::controller

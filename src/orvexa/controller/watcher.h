@@ -1,6 +1,10 @@
 #pragma once
 
+#include <functional>
+#include <memory>
 #include <string>
+
+#include "orvexa/model/entities/capture_loader.h"
 
 namespace orvexa::controller {
 
@@ -14,13 +18,24 @@ struct WatcherConfig {
 };
 
 /// Processes the captures that appear in a folder, in the background.
-class FileWatcher {
+class Watcher {
  public:
-  virtual ~FileWatcher() = default;
+  virtual ~Watcher() = default;
   /// Begins watching and returns.
   virtual void start() = 0;
   /// Ends watching; nothing is processed once it has returned.
   virtual void stop() = 0;
 };
+
+/// What a watcher is made from.
+struct WatcherArguments {
+  std::string input_dir = {};
+  std::string output_dir = {};
+  std::string workflow_yaml_path = {};
+  model::CaptureLoader capture_loader = {};
+  double poll_seconds = 2.0;
+};
+
+using WatcherMaker = std::function<std::unique_ptr<Watcher>(const WatcherArguments&)>;
 
 }  // namespace orvexa::controller
