@@ -1,39 +1,21 @@
 #pragma once
 
-#include <optional>
-#include <string>
-#include <vector>
+#include <span>
 
-#include "orvexa/cli/console.h"
+#include "orvexa/cli/command_info.h"
 
 namespace orvexa::cli {
 
-// Each command takes its arguments as the user gave them, checked for presence only, and gives the exit code. What
-// goes wrong is an exception: UsageError for the call, any other for the work.
+// A command is described and carried out in the file of its name.
 
-struct RunArguments {
-  std::string workflow;
-  std::string capture;
-  std::string output_folder;
-};
-/// `orvexa run`: one capture into one results folder.
-[[nodiscard]] int run_command(Console& console, const RunArguments& arguments);
+const CommandInfo& info_command_info();
+const CommandInfo& ops_command_info();
+const CommandInfo& run_command_info();
+const CommandInfo& sample_command_info();
+const CommandInfo& workflow_check_command_info();
+const CommandInfo& workflow_command_info();
 
-/// `orvexa info`: what a capture holds.
-[[nodiscard]] int info_command(Console& console, const std::string& capture);
-
-/// `orvexa ops`: every operation, or all about one.
-[[nodiscard]] int ops_command(Console& console, const std::optional<std::string>& key);
-
-/// `orvexa workflow check`: what is wrong with workflow files.
-[[nodiscard]] int workflow_check_command(Console& console, const std::vector<std::string>& files);
-
-struct SampleArguments {
-  std::string folder;
-  int count = 0;  ///< small numbered plots besides
-  bool force = false;
-};
-/// `orvexa sample`: captures drawn by the program, and workflows for them.
-[[nodiscard]] int sample_command(Console& console, const SampleArguments& arguments);
+/// Every command, in the order of help, man page and completion; a group stands before its commands.
+[[nodiscard]] std::span<const CommandInfo* const> all_commands();
 
 }  // namespace orvexa::cli

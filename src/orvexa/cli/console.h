@@ -1,6 +1,5 @@
 #pragma once
 
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,12 +13,6 @@ inline constexpr int exit_failed = 1;
 inline constexpr int exit_wrong_usage = 2;
 inline constexpr int exit_nothing_succeeded = 3;
 inline constexpr int exit_interrupted = 130;
-
-/// The command was called in a way that it does not have; `what()` is the sentence for the user.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 /// Where a command speaks: answers go to standard output, everything else to standard error.
 class Console {

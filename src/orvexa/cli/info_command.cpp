@@ -116,12 +116,10 @@ std::string capture_text(const common::Value& document) {
   return facts.text() + "\n" + images.text() + "\n" + files.text();
 }
 
-}  // namespace
-
-int info_command(Console& console, const std::string& capture) {
+int info_command(Console& console, const GivenWords& given) {
   controller::Controller controller;
   controller.set_processing_mode("batch");
-  load_capture(controller, capture);
+  load_capture(controller, given.text("CAPTURE"));
   const common::Value document = capture_document(*controller.state.current_capture);
   if (console.json) {
     console.answer_json(document);
@@ -129,6 +127,20 @@ int info_command(Console& console, const std::string& capture) {
     console.answer(capture_text(document));
   }
   return exit_done;
+}
+
+}  // namespace
+
+const CommandInfo& info_command_info() {
+  static const CommandInfo info{
+      .name = "info",
+      .summary = "Show what a capture holds: measurements, images, sizes, types, white level, date",
+      .arguments = {{.name = "CAPTURE",
+                     .help = "A header file HDR_*.INF, or an ordinary image file",
+                     .kind = WordKind::file}},
+      .examples = {"orvexa info captures/HDR_plot_0007.INF"},
+      .run = info_command};
+  return info;
 }
 
 }  // namespace orvexa::cli

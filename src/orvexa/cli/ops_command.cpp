@@ -137,14 +137,13 @@ std::string list_text(const common::Value& operations) {
   return text;
 }
 
-}  // namespace
-
-int ops_command(Console& console, const std::optional<std::string>& key) {
+int ops_command(Console& console, const GivenWords& given) {
+  const std::string& key = given.text("KEY");
   controller::Controller controller;
   const auto masks = controller.get_mask_operation_infos();
   const auto results = controller.get_available_result_operations();
 
-  if (!key) {
+  if (key.empty()) {
     common::Value mask_list = common::Value::array();
     for (const model::MaskOperationInfo* info : masks) mask_list.push_back(summary_document(*info, "mask"));
     common::Value result_list = common::Value::array();
@@ -165,15 +164,15 @@ int ops_command(Console& console, const std::optional<std::string>& key) {
   common::Value document;
   for (const model::MaskOperationInfo* info : masks) {
     known.push_back(info->key);
-    if (info->key == *key) document = full_document(*info, "mask");
+    if (info->key == key) document = full_document(*info, "mask");
   }
   for (const auto& [name, info] : results) {
     known.push_back(name);
-    if (name == *key) document = full_document(*info, "result");
+    if (name == key) document = full_document(*info, "result");
   }
   if (document.is_null()) {
-    throw UsageError(fmt::format("There is no operation \"{}\"{}; orvexa ops lists them all.", *key,
-                                 common::did_you_mean(*key, known)));
+    throw UsageError(fmt::format("There is no operation \"{}\"{}; orvexa ops lists them all.", key,
+                                 common::did_you_mean(key, known)));
   }
   if (console.json) {
     console.answer_json(document);
@@ -181,6 +180,20 @@ int ops_command(Console& console, const std::optional<std::string>& key) {
     console.answer(full_text(document));
   }
   return exit_done;
+}
+
+}  // namespace
+
+const CommandInfo& ops_command_info() {
+  static const CommandInfo info{.name = "ops",
+                                .summary = "List every operation, or show one with its parameters",
+                                .arguments = {{.name = "KEY",
+                                               .help = "The operation to show",
+                                               .kind = WordKind::operation,
+                                               .may_be_left_out = true}},
+                                .examples = {"orvexa ops", "orvexa ops threshold_auto"},
+                                .run = ops_command};
+  return info;
 }
 
 }  // namespace orvexa::cli

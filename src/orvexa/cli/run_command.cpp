@@ -95,13 +95,12 @@ std::string report(const std::string& folder, const std::string& capture, const 
   return text + fmt::format("Results: {}\n", folder);
 }
 
-}  // namespace
-
-int run_command(Console& console, const RunArguments& arguments) {
+int run_command(Console& console, const GivenWords& given) {
   handle_interrupts();
-  const std::vector<model::WorkflowProblem> problems = workflow_problems(arguments.workflow);
+  const std::string& workflow = given.text("WORKFLOW");
+  const std::vector<model::WorkflowProblem> problems = workflow_problems(workflow);
   if (!problems.empty()) {
-    const std::string file = common::path_text(arguments.workflow);
+    const std::string file = common::path_text(workflow);
     for (const model::WorkflowProblem& problem : problems) console.error(problem_sentence(file, problem));
     if (console.json) {
       console.answer_json({{"error", file + ": the workflow cannot run."}, {"problems", problems_document(problems)}});
@@ -111,13 +110,13 @@ int run_command(Console& console, const RunArguments& arguments) {
 
   controller::Controller controller;
   controller.set_processing_mode("batch");
-  load_workflow(controller, arguments.workflow);
-  console.progress("Loading " + common::path_text(arguments.capture));
-  load_capture(controller, arguments.capture);
+  load_workflow(controller, workflow);
+  console.progress("Loading " + common::path_text(given.text("CAPTURE")));
+  load_capture(controller, given.text("CAPTURE"));
   if (interrupt_event().is_set()) return interrupted(console);
 
   const bool is_done = controller.generate_results_v2(
-      arguments.output_folder, [&](const std::string& text) { console.progress(text); }, &interrupt_event());
+      given.text("--output"), [&](const std::string& text) { console.progress(text); }, &interrupt_event());
   console.end_progress();
   if (!is_done) {
     if (controller.state.error) throw std::runtime_error(*controller.state.error);
@@ -148,6 +147,29 @@ int run_command(Console& console, const RunArguments& arguments) {
     console.answer(report(folder, capture, results));
   }
   return has_failed ? exit_failed : exit_done;
+}
+
+}  // namespace
+
+const CommandInfo& run_command_info() {
+  static const CommandInfo info{
+      .name = "run",
+      .summary = "Run a workflow on one capture and write a results folder",
+      .arguments = {{.name = "WORKFLOW", .help = "A workflow file", .kind = WordKind::file},
+                    {.name = "CAPTURE",
+                     .help = "A header file HDR_*.INF, or an ordinary image file",
+                     .kind = WordKind::file}},
+      .options = {{.name = "--output",
+                   .letter = "-o",
+                   .value = "DIR",
+                   .help = "The folder to make the results folder in",
+                   .kind = WordKind::folder,
+                   .is_required = true}},
+      .remarks =
+          "The results folder is made inside DIR and named after the capture. It appears complete or not at all.\n",
+      .examples = {"orvexa run leaves.yaml captures/HDR_plot_0007.INF -o results"},
+      .run = run_command};
+  return info;
 }
 
 }  // namespace orvexa::cli

@@ -72,15 +72,15 @@ std::vector<Path> new_files(const Path& draft, const Path& folder, bool may_over
   return files;
 }
 
-}  // namespace
-
-int sample_command(Console& console, const SampleArguments& arguments) {
+int sample_command(Console& console, const GivenWords& given) {
+  constexpr int max_samples = 100'000;
+  const int count = given.whole_number("--count", 0, 0, max_samples);
   handle_interrupts();
-  const Path folder = arguments.folder;
+  const Path folder = given.text("DIR");
   const DraftFolder draft(folder);
   console.progress("Drawing the samples");
-  const std::vector<model::SampleReport> reports = model::write_samples(draft.path(), {.count = arguments.count});
-  const std::vector<Path> files = new_files(draft.path(), folder, arguments.force);
+  const std::vector<model::SampleReport> reports = model::write_samples(draft.path(), {.count = count});
+  const std::vector<Path> files = new_files(draft.path(), folder, given.flag("--force"));
   if (interrupt_event().is_set()) {
     console.error("Interrupted; no samples were written.");
     return exit_interrupted;
@@ -124,6 +124,25 @@ int sample_command(Console& console, const SampleArguments& arguments) {
   text += files.empty() ? "Everything was there already.\n" : fmt::format("{} files written.\n", files.size());
   console.answer(text);
   return exit_done;
+}
+
+}  // namespace
+
+const CommandInfo& sample_command_info() {
+  static const CommandInfo info{
+      .name = "sample",
+      .summary = "Write captures drawn by the program, with known answers, and workflows for them",
+      .arguments = {{.name = "DIR",
+                     .help = "The folder to write into; made when it is not there",
+                     .kind = WordKind::folder}},
+      .options = {{.name = "--count",
+                   .value = "N",
+                   .help = "Besides, write N small numbered plots into DIR/series, for trying a batch (default 0)"},
+                  {.name = "--force", .help = "Overwrite files of another content"}},
+      .remarks = "Files of another content are never overwritten without --force.\n",
+      .examples = {"orvexa sample samples"},
+      .run = sample_command};
+  return info;
 }
 
 }  // namespace orvexa::cli
