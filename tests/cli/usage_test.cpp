@@ -31,13 +31,14 @@ TEST_P(Help, ShowsUsageTheCommonOptionsAndAnExample) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryCommand, Help,
-                         testing::Values(HelpCase{"TheProgram", {}}, HelpCase{"Run", {"run"}},
-                                         HelpCase{"Info", {"info"}}, HelpCase{"Ops", {"ops"}},
-                                         HelpCase{"Workflow", {"workflow"}},
-                                         HelpCase{"WorkflowCheck", {"workflow", "check"}},
-                                         HelpCase{"Sample", {"sample"}}),
-                         [](const auto& test) { return std::string(test.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    EveryCommand, Help,
+    testing::Values(HelpCase{"TheProgram", {}}, HelpCase{"Run", {"run"}}, HelpCase{"Info", {"info"}},
+                    HelpCase{"Ops", {"ops"}}, HelpCase{"Workflow", {"workflow"}},
+                    HelpCase{"WorkflowNew", {"workflow", "new"}}, HelpCase{"WorkflowAdd", {"workflow", "add"}},
+                    HelpCase{"WorkflowRemove", {"workflow", "remove"}}, HelpCase{"WorkflowShow", {"workflow", "show"}},
+                    HelpCase{"WorkflowCheck", {"workflow", "check"}}, HelpCase{"Sample", {"sample"}}),
+    [](const auto& test) { return std::string(test.param.name); });
 
 struct UsageCase {
   const char* name;

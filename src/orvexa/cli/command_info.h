@@ -19,7 +19,7 @@ class UsageError : public std::runtime_error {
 };
 
 /// What a word on the command line stands for: completion in a shell offers such words.
-enum class WordKind { text, file, folder, operation, mask_operation };
+enum class WordKind { text, file, folder, operation, mask_operation, parameter };
 
 /// A word that a command takes by its place.
 struct ArgumentInfo {

@@ -187,8 +187,11 @@ std::optional<std::string> parse(Parser& parser, int argc, char** argv) try {
 } catch (const CLI::ArgumentMismatch& mismatch) {
   const CommandInfo& command = parser.command_of(parser.chosen());
   const std::string text = mismatch.what();
-  throw UsageError(fmt::format("{}: the option {} needs one value, given once{}", full_name(command),
-                               text.substr(0, text.find_first_of(": ")), see_help(command)));
+  const std::string name = text.substr(0, text.find_first_of(": "));
+  const auto option = std::ranges::find(command.options, name, &OptionInfo::name);
+  const bool repeats = option != command.options.end() && option->repeats;
+  throw UsageError(fmt::format("{}: the option {} needs {}{}", full_name(command), name,
+                               repeats ? "a value" : "one value, given once", see_help(command)));
 } catch (const CLI::ParseError&) {
   const CommandInfo& command = parser.command_of(parser.chosen());
   throw UsageError(fmt::format("{}: these arguments cannot be understood{}", full_name(command), see_help(command)));

@@ -1,11 +1,32 @@
 #include "orvexa/cli/session.h"
 
+#include <fmt/format.h>
+
 #include <stdexcept>
+#include <string>
+
+#include "orvexa/common/files.h"
 
 namespace orvexa::cli {
 
 void load_workflow(controller::Controller& controller, const std::filesystem::path& file) {
   if (!controller.load_workflow_from_file(file)) throw std::runtime_error(controller.state.error.value());
+}
+
+std::shared_ptr<model::Workflow> import_workflow(controller::Controller& controller,
+                                                 const std::filesystem::path& file) {
+  try {
+    return controller.import_workflow_yaml(file);
+  } catch (const std::exception& failure) {
+    // A failure to read the file names it; one about what a workflow is does not.
+    const std::string text = failure.what();
+    if (text.starts_with(common::path_text(file))) throw;
+    throw std::runtime_error(fmt::format("{}: {}", common::path_text(file), text));
+  }
+}
+
+void save_workflow(controller::Controller& controller, const std::filesystem::path& file) {
+  if (!controller.save_workflow_to_file(file)) throw std::runtime_error(controller.state.error.value());
 }
 
 void load_capture(controller::Controller& controller, const std::filesystem::path& file) {

@@ -4,7 +4,10 @@ namespace orvexa::cli {
 
 const CommandInfo& workflow_command_info() {
   static const CommandInfo info{
-      .name = "workflow", .summary = "Look after workflow files", .examples = {"orvexa workflow check leaves.yaml"}};
+      .name = "workflow",
+      .summary = "Make, edit and check workflow files",
+      .examples = {"orvexa workflow new leaves.yaml", "orvexa workflow add leaves.yaml threshold_auto",
+                   "orvexa workflow add leaves.yaml area", "orvexa workflow show leaves.yaml"}};
   return info;
 }
 

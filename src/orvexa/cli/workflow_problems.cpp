@@ -2,9 +2,7 @@
 
 #include <fmt/format.h>
 
-#include <stdexcept>
-
-#include "orvexa/common/files.h"
+#include "orvexa/cli/session.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
 
@@ -13,14 +11,7 @@ namespace orvexa::cli {
 std::vector<model::WorkflowProblem> workflow_problems(const std::filesystem::path& file) {
   // A controller of its own, so that looking at a file changes nothing of what the caller has loaded.
   controller::Controller controller;
-  try {
-    return model::check_workflow(*controller.import_workflow_yaml(file));
-  } catch (const std::exception& failure) {
-    // A failure to read the file names it; one about what a workflow is does not.
-    const std::string text = failure.what();
-    if (text.starts_with(common::path_text(file))) throw;
-    throw std::runtime_error(fmt::format("{}: {}", common::path_text(file), text));
-  }
+  return model::check_workflow(*import_workflow(controller, file));
 }
 
 std::string problem_sentence(const std::string& file, const model::WorkflowProblem& problem) {

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "orvexa/common/value.h"
+#include "orvexa/controller/controller.h"
+#include "orvexa/model/operation_base.h"
+
+namespace orvexa::cli {
+
+/// An operation that a word of the command line names.
+struct NamedOperation {
+  std::string key;
+  bool is_mask = false;
+  model::ParameterList parameters;
+};
+
+/// @throws UsageError with the nearest key when there is no such operation.
+[[nodiscard]] NamedOperation find_operation(const controller::Controller& controller, std::string_view key);
+/// The same, where only a mask operation will do.
+[[nodiscard]] NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view key);
+
+/// Parameters from words "name=value"; not completed, and not yet checked against their ranges.
+/// @throws UsageError for a word without "=", an unknown name (with the nearest one), a name that is given twice and a
+/// value of another type.
+[[nodiscard]] common::Value parameters_from_words(const NamedOperation& operation, std::span<const std::string> words);
+
+/// The value's spelling after the "=", in its short form where there is one.
+[[nodiscard]] std::string value_word(const common::Value& value);
+
+/// Parameters as such words, separated by blanks and quoted where a shell needs it: "low=0.5 bands='RED GREEN'".
+[[nodiscard]] std::string parameter_words(const common::Value& params);
+
+}  // namespace orvexa::cli
