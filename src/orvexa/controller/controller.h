@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <map>
 #include <memory>
 #include <optional>
@@ -12,6 +13,7 @@
 #include "orvexa/common/files.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/value.h"
+#include "orvexa/controller/batch_journal.h"
 #include "orvexa/controller/batch_summary.h"
 #include "orvexa/controller/panel.h"
 #include "orvexa/controller/state.h"
@@ -281,13 +283,20 @@ class Controller {
 
   // ---- Batch run (batch_run.cpp) ------------------------------------------------------------------------------------
 
+  /// Metrics whose name ends so are lists and no columns of the combined table.
+  static constexpr std::array<std::string_view, 1> BATCH_AGGREGATION_EXCLUDED_METRIC_SUFFIXES{".histogram.bins"};
+
   struct BatchRun {
     std::vector<Path> selected_files = {};
     Path output_folder = {};                           ///< the run folder is made inside it
     BatchProgressCallback progress_callback = {};      ///< before each file; may be empty, as the other two
     model::ProgressCallback overlay_progress_cb = {};  ///< steps inside a file
     const common::CancelEvent* cancel_event = nullptr;
+    /// After each file, when its line is in the journal; one that fails is logged and the run goes on.
     BatchFileCallback batch_file_done = {};
+    /// Of an earlier run that this one goes on with: taken into the journal and the combined table, not into the
+    /// summary.
+    BatchTakeover earlier = {};
   };
   /// Runs the current workflow on the files, one after another, into a new run folder with reports. A failing file is
   /// recorded and the run goes on. Runs on the caller's thread, usually a worker, and calls the callbacks there; the
