@@ -4,6 +4,7 @@
 
 #include "orvexa/common/files.h"
 #include "orvexa/common/logger.h"
+#include "orvexa/controller/applied_masks.h"
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
 
@@ -12,16 +13,6 @@ namespace orvexa::controller {
 using common::logger;
 using common::path_text;
 using model::failure_text;
-
-namespace {
-
-std::size_t applied_mask_count(const model::CaptureSet& capture) {
-  std::size_t count = 0;
-  for (const auto& [name, measurement] : capture.measurements) count += measurement->masks.size();
-  return count;
-}
-
-}  // namespace
 
 void Controller::load_capture_from_file(const std::optional<Path>& file_path) {
   const std::string file_text = file_path ? path_text(*file_path) : "None";
