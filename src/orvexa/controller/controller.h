@@ -154,8 +154,10 @@ class Controller {
                                                                       const model::MaskOperationConfig& mask_op_config);
   /// The last mask of the chain run on the bare images, up to but not including the first step with the given key (all
   /// steps when absent or empty). A failing step is logged and passed over. Absent when no step gave a mask.
+  /// @param cancel_event  may be null; must outlive the call. @throws CancelledError once it is set.
   [[nodiscard]] std::optional<model::Mask> build_accumulated_mask(
-      const std::optional<std::string>& up_to_but_not_including = std::nullopt) const;
+      const std::optional<std::string>& up_to_but_not_including = std::nullopt,
+      const common::CancelEvent* cancel_event = nullptr) const;
   /// A capture whose measurements show their images under their mask of that index; a measurement without it is the
   /// same object. Failures reach the caller.
   [[nodiscard]] std::shared_ptr<model::CaptureSet> _create_masked_capture_for_index(const model::CaptureSet& capture,
@@ -194,7 +196,8 @@ class Controller {
     std::unique_ptr<model::MaskOperation> operation;  ///< with what it made on the way: overlay, note
   };
   /// An operation on top of the workflow's steps before the first one with its key (a region of interest: on the bare
-  /// capture). Changes no state, logs nothing.
+  /// capture). What earlier steps removed is not shown, even where the operation starts the chain afresh. Changes no
+  /// state; of the steps before it a failing one is logged and passed over.
   /// @param cancel_event  may be null; must outlive the call.
   /// @throws std::runtime_error, std::invalid_argument, CancelledError: every failure reaches the caller.
   [[nodiscard]] MaskPreview run_mask_preview(const std::string& operation_name, const Value& params,
@@ -211,8 +214,8 @@ class Controller {
     common::OrderedMap<model::ImageMap> masked_images;  ///< by measurement; copies of the maps
     model::MaskOperationConfig mask_operation;
   };
-  /// What the workflow's mask steps up to and including this one leave; absent when there is no such step, silently, or
-  /// when it failed, which is logged. Changes no state, as the next.
+  /// What the workflow's mask steps up to and including this one leave; absent past the last step, silently, or when it
+  /// failed, which is logged; an index below 0 is a failure. Changes no state, as the next.
   [[nodiscard]] std::optional<MaskIntermediate> generate_mask_intermediate_results(int mask_index);
 
   struct OperationIntermediate {

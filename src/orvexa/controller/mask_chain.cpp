@@ -99,8 +99,8 @@ std::shared_ptr<model::CaptureSet> Controller::_compute_mask_step(int mask_index
   return new_capture;
 }
 
-std::optional<model::Mask> Controller::build_accumulated_mask(
-    const std::optional<std::string>& up_to_but_not_including) const {
+std::optional<model::Mask> Controller::build_accumulated_mask(const std::optional<std::string>& up_to_but_not_including,
+                                                              const common::CancelEvent* cancel_event) const {
   const auto capture = state.current_capture;
   const auto workflow = state.current_workflow;
   if (!capture || !workflow || workflow->mask_operations.empty()) return std::nullopt;
@@ -111,8 +111,11 @@ std::optional<model::Mask> Controller::build_accumulated_mask(
     if (has_end && mask_op_config.op == *up_to_but_not_including) break;
     try {
       const auto op = model::get_mask_operation(mask_op_config.op)();
+      op->set_context({.cancel_event = cancel_event, .progress = {}});
       current_mask =
           op->apply({.image_stack = image_stack, .current_mask = current_mask, .params = mask_op_config.params});
+    } catch (const model::CancelledError&) {
+      throw;
     } catch (...) {
       logger.error(
           fmt::format("Controller.build_accumulated_mask: Failed on {} - {}", mask_op_config.op, failure_text()));
