@@ -24,6 +24,18 @@ int GivenWords::whole_number(std::string_view option, int usual, int min, int ma
   return value;
 }
 
+double GivenWords::positive_number(std::string_view option, double usual, double max) const {
+  const std::string& given = text(option);
+  if (given.empty()) return usual;
+  double value = 0;
+  const char* const end = given.data() + given.size();
+  const auto [stopped, failure] = std::from_chars(given.data(), end, value);
+  if (failure != std::errc{} || stopped != end || !(value > 0 && value <= max)) {
+    throw UsageError(fmt::format("{} is \"{}\"; a number above 0 and at most {} is expected.", option, given, max));
+  }
+  return value;
+}
+
 const GivenWords::Slot& GivenWords::slot(std::string_view name) const {
   const auto found = _slots.find(name);
   if (found == _slots.end()) throw std::out_of_range(fmt::format("The command has no {}.", name));
@@ -31,12 +43,13 @@ const GivenWords::Slot& GivenWords::slot(std::string_view name) const {
 }
 
 const CommandInfo& program_info() {
-  static const CommandInfo info{
-      .name = "",
-      .summary = "Measures things in camera pictures.",
-      .options = {{.name = "--version", .help = "Show the version"}},
-      .remarks = "Exit codes: 0 all done; 1 failed, or some operations failed; 2 wrong usage; 130 interrupted.\n",
-      .examples = {"orvexa sample samples", "orvexa ops threshold_auto"}};
+  static const CommandInfo info{.name = "",
+                                .summary = "Measures things in camera pictures.",
+                                .options = {{.name = "--version", .help = "Show the version"}},
+                                .remarks =
+                                    "Exit codes: 0 all done; 1 failed, or some operations failed; 2 wrong usage;\n"
+                                    "3 none of several captures was done; 130 interrupted.\n",
+                                .examples = {"orvexa sample samples", "orvexa ops threshold_auto"}};
   return info;
 }
 
@@ -60,6 +73,7 @@ std::string full_name(const CommandInfo& command) {
 std::string usage_text(const CommandInfo& command) {
   std::string text = full_name(command);
   if (!command.run) return text + " COMMAND [ARGUMENTS] [OPTIONS]";
+  if (!command.usage.empty()) return text + " " + command.usage;
   for (const ArgumentInfo& argument : command.arguments) {
     const std::string word = argument.name + (argument.repeats ? "..." : "");
     text += argument.may_be_left_out ? " [" + word + "]" : " " + word;

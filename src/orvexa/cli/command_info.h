@@ -62,6 +62,10 @@ class GivenWords {
   /// @throws UsageError when it is no whole number from `min` to `max`.
   [[nodiscard]] int whole_number(std::string_view option, int usual, int min, int max) const;
 
+  /// @param usual  when the option was left out.
+  /// @throws UsageError when it is no number above 0 and at most `max`.
+  [[nodiscard]] double positive_number(std::string_view option, double usual, double max) const;
+
   /// The place for what is given under a name; made on first use, and stays where it is.
   [[nodiscard]] Slot& place(const std::string& name) { return _slots[name]; }
 
@@ -77,6 +81,7 @@ struct CommandInfo {
   std::string summary;  ///< one line without a full stop
   std::vector<ArgumentInfo> arguments = {};
   std::vector<OptionInfo> options = {};
+  std::string usage = {};                  ///< what follows the name, where it is not what stands above
   std::string remarks = {};                ///< sentences on lines of their own, each ended by a line feed
   std::vector<std::string> examples = {};  ///< whole command lines
   /// Does the work and gives the exit code; what is required is there. What goes wrong is an exception: UsageError for

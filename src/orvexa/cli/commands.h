@@ -12,6 +12,7 @@ const CommandInfo& info_command_info();
 const CommandInfo& ops_command_info();
 const CommandInfo& run_command_info();
 const CommandInfo& sample_command_info();
+const CommandInfo& watch_command_info();
 const CommandInfo& workflow_add_command_info();
 const CommandInfo& workflow_check_command_info();
 const CommandInfo& workflow_command_info();

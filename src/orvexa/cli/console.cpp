@@ -60,6 +60,12 @@ void Console::answer_json(const common::Value& document) {
   answer(common::json_text(whole));
 }
 
+void Console::answer_json_line(const common::Value& document) {
+  common::Value whole = {{"format", 1}};
+  whole.update(document);
+  answer(common::json_line(whole) + "\n");
+}
+
 void Console::error(std::string_view sentence) {
   end_progress();
   // Nobody can be told when standard error itself cannot be written.

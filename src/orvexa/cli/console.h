@@ -30,6 +30,8 @@ class Console {
   void answer(std::string_view text);
   /// The one document of `--json`, with its format version first.
   void answer_json(const common::Value& document);
+  /// The same on one line, for a command that answers with one document an event.
+  void answer_json_line(const common::Value& document);
   /// One line for the user on standard error.
   void error(std::string_view sentence);
   /// The same, but not with `--quiet`.

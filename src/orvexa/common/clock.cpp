@@ -25,6 +25,10 @@ std::string local_time_text(TimePoint time, const char* pattern) {
   return {buffer.data(), std::strftime(buffer.data(), buffer.size(), pattern, &broken_down)};
 }
 
+std::string time_stamp_text(TimePoint time) {
+  return local_time_text(time, "%Y-%m-%dT%H:%M:%S%z");
+}
+
 ClockOverride::ClockOverride(std::function<TimePoint()> source)
     : _previous(std::exchange(clock_source(), std::move(source))) {}
 

@@ -14,6 +14,9 @@ using TimePoint = std::chrono::system_clock::time_point;
 /// Local time written with a strftime pattern, for example "%Y-%m-%d %H:%M:%S".
 [[nodiscard]] std::string local_time_text(TimePoint time, const char* pattern);
 
+/// The time as files keep it: local time with its offset from UTC, "2024-05-21T10:32:11+0200".
+[[nodiscard]] std::string time_stamp_text(TimePoint time);
+
 /// While it lives, `now()` asks the given function: a test owns the time. Not for use while other threads read the
 /// clock.
 class ClockOverride {

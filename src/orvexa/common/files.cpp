@@ -14,6 +14,7 @@
 #include <system_error>
 #include <utility>
 
+#include "orvexa/common/descriptor.h"
 #include "orvexa/common/text.h"
 #include "orvexa/common/utf8.h"
 
@@ -54,27 +55,13 @@ bool is_flush_failure(int error) {
   return error != EINVAL && error != ENOSYS && error != ENOTSUP;
 }
 
-class Descriptor {
- public:
-  explicit Descriptor(int number) : _number(number) {}
-  ~Descriptor() {
-    if (_number >= 0) ::close(_number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int number() const { return _number; }
-
- private:
-  int _number;
-};
-
 template <typename Container>
 Container read_whole(const Path& file, std::uintmax_t max_bytes) {
   // Not blocking: opening a pipe that nobody writes to would wait for ever.
-  const Descriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (descriptor.number() < 0) fail_reading(file, errno);
+  const Descriptor descriptor(file, O_RDONLY | O_NONBLOCK);
+  if (!descriptor.is_open()) fail_reading(file, errno);
   struct stat status {};
-  if (::fstat(descriptor.number(), &status) != 0) fail_reading(file, errno);
+  if (::fstat(descriptor.get(), &status) != 0) fail_reading(file, errno);
   if (S_ISDIR(status.st_mode)) fail(file, "this is a folder, not a file");
   if (!S_ISREG(status.st_mode)) fail(file, "this is not an ordinary file");
   const auto refuse_size = [&] {
@@ -89,7 +76,7 @@ Container read_whole(const Path& file, std::uintmax_t max_bytes) {
   std::size_t filled = 0;
   for (;;) {
     if (filled == content.size()) content.resize(content.size() + content.size() / 2 + 4096);
-    const ssize_t count = ::read(descriptor.number(), content.data() + filled, content.size() - filled);
+    const ssize_t count = ::read(descriptor.get(), content.data() + filled, content.size() - filled);
     if (count < 0) {
       if (errno == EINTR) continue;
       fail_reading(file, errno);
@@ -187,10 +174,10 @@ void write_file_atomically(const Path& target, std::span<const std::byte> bytes)
 }
 
 void flush_folder(const Path& folder) {
-  const Descriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  const Descriptor descriptor(folder, O_RDONLY | O_DIRECTORY);
   // A folder that one may write to but not list cannot be opened, and so not be flushed.
-  if (descriptor.number() < 0 && errno == EACCES) return;
-  if (descriptor.number() < 0 || (::fsync(descriptor.number()) != 0 && is_flush_failure(errno))) {
+  if (!descriptor.is_open() && errno == EACCES) return;
+  if (!descriptor.is_open() || (::fsync(descriptor.get()) != 0 && is_flush_failure(errno))) {
     fail(folder, "the folder cannot be flushed to disk: " + reason(errno));
   }
 }

@@ -3,6 +3,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "orvexa/controller/file_watcher.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/result_operations/registry.h"
 
@@ -13,7 +14,8 @@ Controller::Controller(std::unique_ptr<AppState> own_state)
       state(*_state),
       executor(std::make_unique<model::Executor>()),
       capture_loader(model::get_default_capture_loader()),
-      image_loader(model::load_capture_from_image) {}
+      image_loader(model::load_capture_from_image),
+      watcher_maker([](const WatcherArguments& arguments) { return std::make_unique<FileWatcher>(arguments); }) {}
 
 std::shared_ptr<model::Workflow> Controller::_wf() {
   if (!_state->current_workflow) throw std::runtime_error("No workflow loaded");

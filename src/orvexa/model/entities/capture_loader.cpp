@@ -262,6 +262,10 @@ std::shared_ptr<CaptureSet> load_capture_from_image(const Path& path) {
   return capture;
 }
 
+Path file_of_image_name(const Path& path) {
+  return existing_file_or_page(path).file;
+}
+
 bool is_image_file_name(const Path& path) {
   constexpr std::array suffixes{".jpg", ".jpeg", ".png", ".tif", ".tiff", ".bmp", ".gif"};
   const std::string suffix = common::to_lower_ascii(path.extension().string());

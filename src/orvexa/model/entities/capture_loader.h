@@ -19,6 +19,10 @@ using CaptureLoader = std::function<std::shared_ptr<CaptureSet>(const std::files
 /// @throws std::runtime_error with one sentence that names the file.
 [[nodiscard]] std::shared_ptr<CaptureSet> load_capture_from_image(const std::filesystem::path& path);
 
+/// The file that the name of an image means: the file of this very name where there is one, else for a name with a page
+/// (`stack.tif[2]`) the file before the bracket.
+[[nodiscard]] std::filesystem::path file_of_image_name(const std::filesystem::path& path);
+
 /// Whether the suffix, in any case, is one of an ordinary image file: .png .jpg .jpeg .tif .tiff .bmp .gif
 [[nodiscard]] bool is_image_file_name(const std::filesystem::path& path);
 

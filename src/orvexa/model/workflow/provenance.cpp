@@ -26,10 +26,6 @@ Value steps_value(const std::vector<StepRecord>& steps) {
   return list;
 }
 
-std::string time_text(common::TimePoint time) {
-  return common::local_time_text(time, "%Y-%m-%dT%H:%M:%S%z");
-}
-
 std::string absolute_text(const std::filesystem::path& path) {
   std::error_code error;
   const std::filesystem::path absolute = std::filesystem::absolute(path, error);
@@ -59,8 +55,8 @@ Value provenance_document(const ProvenanceRecord& record) {
           {"libraries", library_versions()},
           {"capture", common::to_valid_utf8(record.capture_name)},
           {"inputs", std::move(inputs)},
-          {"started", time_text(record.started)},
-          {"finished", time_text(record.finished)},
+          {"started", common::time_stamp_text(record.started)},
+          {"finished", common::time_stamp_text(record.finished)},
           {"duration_seconds", static_cast<double>(duration.count()) / 1000},
           {"threads", common::thread_count()},
           {"mask_operations", steps_value(record.mask_steps)},

@@ -16,37 +16,19 @@
 #include <thread>
 #include <utility>
 
+#include "orvexa/common/descriptor.h"
 #include "orvexa/common/logger.h"
 
 namespace orvexa::model {
 
 namespace fs = std::filesystem;
+using common::Descriptor;
 using common::path_text;
 
 namespace {
 
 constexpr std::string_view partial_mark = ".partial-";
 constexpr std::size_t random_digits = 8;
-
-/// An open file or folder that is closed at the end.
-class Descriptor {
- public:
-  Descriptor(const fs::path& path, int flags, mode_t mode = 0) : _number(open(path.c_str(), flags | O_CLOEXEC, mode)) {}
-  ~Descriptor() {
-    if (_number >= 0) ::close(_number);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  [[nodiscard]] bool is_open() const { return _number >= 0; }
-  [[nodiscard]] int get() const { return _number; }
-  [[nodiscard]] int release() { return std::exchange(_number, -1); }
-  /// Some file systems report a failed write only here.
-  [[nodiscard]] bool close() { return ::close(release()) == 0; }
-
- private:
-  int _number;
-};
 
 std::string reason_text(int error) {
   return std::generic_category().message(error);
@@ -59,8 +41,8 @@ int flush_error(const fs::path& path) {
   return fsync(opened.get()) == 0 || errno == EINVAL || errno == ENOTSUP ? 0 : errno;
 }
 
-std::runtime_error folder_error(const fs::path& folder, std::string_view what, int error) {
-  return std::runtime_error(fmt::format("The folder \"{}\" {}: {}.", path_text(folder), what, reason_text(error)));
+ResultsFolderError folder_error(const fs::path& folder, std::string_view what, int error) {
+  return ResultsFolderError(fmt::format("The folder \"{}\" {}: {}.", path_text(folder), what, reason_text(error)));
 }
 
 /// Whether the path still leads to the folder that is open: another process may have removed or renamed it.
@@ -78,11 +60,12 @@ bool is_partial_name(std::string_view name) {
   return before.ends_with(partial_mark) && digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
-fs::path with_number(const fs::path& base, const std::string& name, int number) {
-  return base / (number == 1 ? name : fmt::format("{}_{}", name, number));
-}
-
 }  // namespace
+
+fs::path results_folder_path(const fs::path& output_base_dir, std::string_view capture_name, int number) {
+  const std::string name = common::safe_file_name(capture_name);
+  return output_base_dir / (number == 1 ? name : fmt::format("{}_{}", name, number));
+}
 
 std::string size_text(std::uintmax_t bytes) {
   static constexpr const char* units[] = {"bytes", "kB", "MB", "GB", "TB"};
@@ -156,7 +139,7 @@ void ResultsFolder::make_hidden_folder() {
     _lock = opened.release();
     return;
   }
-  throw std::runtime_error(fmt::format(
+  throw ResultsFolderError(fmt::format(
       "The folder \"{}\" cannot be written to: other runs keep removing what is made in it.", path_text(_base)));
 }
 
@@ -184,7 +167,7 @@ void ResultsFolder::expect_free_space(std::uintmax_t bytes) const {
   if (statvfs(_partial.c_str(), &space) != 0) return;  // unknown: writing will tell
   const std::uintmax_t available = std::uintmax_t{space.f_bavail} * space.f_frsize;
   if (available < bytes) {
-    throw std::runtime_error(fmt::format("The folder \"{}\" has {} left, and the results may need {}.",
+    throw ResultsFolderError(fmt::format("The folder \"{}\" has {} left, and the results may need {}.",
                                          path_text(_base), size_text(available), size_text(bytes)));
   }
 }
@@ -242,8 +225,8 @@ void ResultsFolder::flush_side_by_side(const std::vector<fs::path>& relative) co
   }
 }
 
-std::runtime_error ResultsFolder::write_error(const fs::path& relative, int error) const {
-  return std::runtime_error(fmt::format("{} cannot be written into \"{}\": {}.",
+ResultsFolderError ResultsFolder::write_error(const fs::path& relative, int error) const {
+  return ResultsFolderError(fmt::format("{} cannot be written into \"{}\": {}.",
                                         relative.empty() ? _name : path_text(relative), path_text(_base),
                                         reason_text(error)));
 }
@@ -254,7 +237,7 @@ fs::path ResultsFolder::publish() {
   to_flush.emplace_back();  // the folder itself
   flush_side_by_side(to_flush);
   for (int number = 1;; ++number) {
-    fs::path target = with_number(_base, _name, number);
+    fs::path target = results_folder_path(_base, _name, number);
     try {
       if (!rename_to_free_name(_partial, target)) continue;
     } catch (const std::system_error& failure) {

@@ -15,6 +15,12 @@
 
 namespace orvexa::model {
 
+/// The folder of results cannot be made, written to or given its name: nothing is wrong with the capture.
+class ResultsFolderError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 /// The folder that a run fills. While it is being filled it is a hidden sibling `.NAME.partial-<random>` that holds a
 /// lock of its own (flock on the folder, which ends with the process); `publish()` gives it its name in one step. So a
 /// folder that can be seen is complete, and a run that ends otherwise leaves nothing: the destructor removes the hidden
@@ -24,25 +30,25 @@ class ResultsFolder {
  public:
   /// Makes the hidden folder, and `output_base_dir` with its parents where it is missing.
   /// @param capture_name  any text; the folder's name is made from it by `safe_file_name`.
-  /// @throws std::runtime_error with a sentence that names the folder and the system's reason.
+  /// @throws ResultsFolderError with a sentence that names the folder and the system's reason.
   ResultsFolder(std::filesystem::path output_base_dir, std::string_view capture_name);
   ~ResultsFolder();
   ResultsFolder(const ResultsFolder&) = delete;
   ResultsFolder& operator=(const ResultsFolder&) = delete;
 
-  /// @throws std::runtime_error with a sentence that says how much is needed and how much is there, when the file
+  /// @throws ResultsFolderError with a sentence that says how much is needed and how much is there, when the file
   /// system has less than `bytes` left for this user.
   void expect_free_space(std::uintmax_t bytes) const;
 
   /// Writes one file. Thread-safe. Looks at the cancellation flag after every megabyte.
   /// @param relative  "metrics.json", "masks/final.png"; must not exist yet.
-  /// @throws std::runtime_error with a sentence that names the file and the system's reason; CancelledError.
+  /// @throws ResultsFolderError with a sentence that names the file and the system's reason; CancelledError.
   void write(const std::filesystem::path& relative, std::span<const std::byte> bytes, const RunContext& context);
 
   /// Flushes all files and folders to disk and renames the hidden one to NAME, or NAME_2, NAME_3, ... where that is
   /// taken, without ever replacing anything.
   /// @return `output_base_dir` / the name it got.
-  /// @throws std::runtime_error with a sentence that names the file or folder and the system's reason.
+  /// @throws ResultsFolderError with a sentence that names the file or folder and the system's reason.
   [[nodiscard]] std::filesystem::path publish();
 
   /// Where files are while the run lasts.
@@ -53,7 +59,7 @@ class ResultsFolder {
   void make_base_folder();
   void remove_what_was_made() noexcept;
   void flush_side_by_side(const std::vector<std::filesystem::path>& relative) const;
-  [[nodiscard]] std::runtime_error write_error(const std::filesystem::path& relative, int error) const;
+  [[nodiscard]] ResultsFolderError write_error(const std::filesystem::path& relative, int error) const;
 
   std::filesystem::path _base;
   std::string _name;
@@ -64,6 +70,10 @@ class ResultsFolder {
   std::vector<std::filesystem::path> _written;
   int _lock = -1;
 };
+
+/// What a run on a capture of that name publishes when the first `number` - 1 names are taken: NAME, NAME_2, NAME_3...
+[[nodiscard]] std::filesystem::path results_folder_path(const std::filesystem::path& output_base_dir,
+                                                        std::string_view capture_name, int number);
 
 /// Removes hidden folders of runs that died in `output_base_dir`: those that nobody holds locked. What cannot be
 /// removed stays and is logged as a warning.

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <utility>
+
+namespace orvexa::common {
+
+/// An open file or folder that is closed at the end.
+class Descriptor {
+ public:
+  Descriptor() = default;
+  Descriptor(const std::filesystem::path& path, int flags, mode_t mode = 0)
+      : _number(::open(path.c_str(), flags | O_CLOEXEC, mode)) {}
+  ~Descriptor() {
+    if (_number >= 0) ::close(_number);
+  }
+  Descriptor(Descriptor&& other) noexcept : _number(other.release()) {}
+  Descriptor& operator=(Descriptor&& other) noexcept {
+    std::swap(_number, other._number);
+    return *this;
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+
+  [[nodiscard]] bool is_open() const { return _number >= 0; }
+  [[nodiscard]] int get() const { return _number; }
+  [[nodiscard]] int release() { return std::exchange(_number, -1); }
+  /// Some file systems report a failed write only here.
+  [[nodiscard]] bool close() { return ::close(release()) == 0; }
+
+ private:
+  int _number = -1;
+};
+
+}  // namespace orvexa::common

@@ -1,0 +1,108 @@
+#include "orvexa/controller/watch_scan.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <stdexcept>
+#include <system_error>
+#include <tuple>
+
+#include "orvexa/common/text.h"
+#include "orvexa/model/entities/capture_header_file.h"
+#include "orvexa/model/entities/capture_loader.h"
+
+namespace orvexa::controller {
+
+namespace fs = std::filesystem;
+using common::Path;
+
+namespace {
+
+bool is_header_name(const std::string& name) {
+  return common::fnmatch(name, "HDR_*.INF");
+}
+
+bool is_image_name(const std::string& name) {
+  return !name.starts_with('.') && model::is_image_file_name(name);
+}
+
+}  // namespace
+
+std::optional<FileStamp> stamp_of(const Path& file) {
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  constexpr std::int64_t second = 1'000'000'000;
+  return FileStamp{.bytes = static_cast<std::uintmax_t>(status.st_size),
+                   .modified_ns = std::int64_t{status.st_mtim.tv_sec} * second + status.st_mtim.tv_nsec,
+                   .inode = status.st_ino};
+}
+
+std::vector<FoundFile> find_files_to_watch(const Path& folder) {
+  std::vector<FoundFile> found;
+  std::error_code failure;
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end; entry.increment(failure)) {
+    const std::string name = entry->path().filename().string();
+    const bool is_header = is_header_name(name);
+    if (!is_header && !is_image_name(name)) continue;
+    if (const auto stamp = stamp_of(entry->path())) found.push_back({name, *stamp, is_header});
+  }
+  if (failure) {
+    throw std::runtime_error(
+        fmt::format("The input folder \"{}\" cannot be read: {}.", common::path_text(folder), failure.message()));
+  }
+  std::sort(found.begin(), found.end(), [](const FoundFile& a, const FoundFile& b) {
+    return std::tie(a.stamp.modified_ns, a.name) < std::tie(b.stamp.modified_ns, b.name);
+  });
+  return found;
+}
+
+bool holds_header(const Path& folder) {
+  std::error_code failure;
+  for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end; entry.increment(failure)) {
+    if (is_header_name(entry->path().filename().string())) return true;
+  }
+  return false;
+}
+
+std::vector<std::string> images_named_by(const Path& header) {
+  std::vector<std::string> images;
+  try {
+    const std::string text = common::read_text_file(header, model::max_header_bytes);
+    const auto parsed = model::parse_capture_header(text, common::path_text(header.filename()));
+    for (const auto& measurement : parsed.measurements) {
+      for (const auto& image : measurement.images) {
+        const Path relative = Path(image.file).lexically_normal();
+        if (relative.is_absolute() || relative.empty() || *relative.begin() == "..") return {};
+        images.push_back(relative.string());
+      }
+    }
+  } catch (const std::runtime_error&) {
+    return {};
+  }
+  return images;
+}
+
+CaptureFiles capture_files(const Path& folder, const FoundFile& main_file, const std::vector<std::string>& images) {
+  CaptureFiles capture;
+  capture.files.push_back({main_file.name, main_file.stamp});
+  for (const std::string& image : images) {
+    std::string name = image;
+    auto stamp = stamp_of(folder / name);
+    if (!stamp) {
+      name = model::file_of_image_name(folder / image).lexically_relative(folder).string();
+      if (name != image) stamp = stamp_of(folder / name);
+    }
+    const auto is_this = [&](const WatchedFile& file) { return file.name == name; };
+    if (!stamp) {
+      if (std::find(capture.missing.begin(), capture.missing.end(), name) == capture.missing.end()) {
+        capture.missing.push_back(name);
+      }
+    } else if (std::none_of(capture.files.begin(), capture.files.end(), is_this)) {
+      capture.files.push_back({name, *stamp});
+    }
+  }
+  return capture;
+}
+
+}  // namespace orvexa::controller
