@@ -201,5 +201,74 @@ TEST(MaskChainLaw, StepsAppliedOneByOneGiveTheChainOfTheWholeWorkflow) {
   }
 }
 
+TEST(MaskChainLaw, ThePreviewOfAnOperationOnTopOfTheChainIsTheStepOnceCommitted) {
+  const model::ResultRegistryOverride no_result_operations({});
+  int on_the_chain = 0;
+  int telling_masks = 0;
+  for (unsigned seed = 2000; seed < 2300; ++seed) {
+    Dice dice(seed);
+    const auto capture = random_capture(dice);
+    const auto workflow = random_workflow(dice);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", its last step is tuned\n" << text_of(*workflow));
+    const auto before = base_image_hashes(*capture);
+    const model::MaskOperationConfig tuned = workflow->mask_operations.back();
+    workflow->mask_operations.pop_back();
+    Probe tuning;
+    tuning.state.current_capture = capture;
+    tuning.state.current_workflow = workflow;
+
+    // An operation that the workflow has already is tuned where it first stands.
+    Probe committing;
+    committing.state.current_capture = capture;
+    committing.state.current_workflow = workflow_of({});
+    auto& steps = committing.state.current_workflow->mask_operations;
+    for (const auto& step : workflow->mask_operations) {
+      if (step.op == tuned.op) break;
+      steps.push_back(step);
+    }
+    const auto accumulated = committing.build_accumulated_mask();
+
+    const model::MaskOperationInfo& info = model::get_mask_operation(tuned.op);
+    if (info.needs_mask && !accumulated) {
+      EXPECT_THROW(static_cast<void>(tuning.run_mask_preview(tuned.op, tuned.params)), std::runtime_error);
+      EXPECT_EQ(committing.apply_mask_to_workflow(tuned.op, tuned.params), nullptr);
+      continue;
+    }
+    const auto preview = tuning.run_mask_preview(tuned.op, tuned.params);
+    ASSERT_TRUE(preview.mask);
+    EXPECT_EQ(base_image_hashes(*capture), before);
+    const auto committed = committing.apply_mask_to_workflow(tuned.op, tuned.params);
+    ASSERT_NE(committed, nullptr) << committing.state.error.value_or("");
+    const bool is_afresh = model::resets_mask_chain(tuned.params) && !info.needs_mask;
+    if (!info._is_roi_operation && !is_afresh) {
+      EXPECT_EQ(difference(*preview.mask, *committed->mask), "");
+      if (accumulated) ++on_the_chain;
+    } else if (accumulated) {
+      // A region of interest is previewed on the bare capture; one that starts afresh within what the chain left.
+      EXPECT_EQ(*preview.mask & *accumulated, *committed->mask & *accumulated);
+    }
+    if (preview.mask->count() > 0 && preview.mask->count() < capture->get_shape().pixels()) ++telling_masks;
+    if (testing::Test::HasFailure()) return;
+  }
+  EXPECT_GT(on_the_chain, 100);
+  EXPECT_GT(telling_masks, 150);
+}
+
+TEST(MaskChainLaw, ThePreviewOfTheStateIsTheFirstStepOfAWorkflow) {
+  for (unsigned seed = 3000; seed < 3060; ++seed) {
+    Dice dice(seed);
+    Probe controller;
+    const auto capture = random_capture(dice);
+    const auto workflow = random_workflow(dice);
+    SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
+    controller.state.current_capture = capture;
+    controller.state.current_workflow = workflow;
+    const auto& first = workflow->mask_operations.front();
+    controller.set_mask_operation(first.op, first.params);
+    ASSERT_TRUE(controller.state.preview_mask) << controller.state.error.value_or("");
+    EXPECT_EQ(difference(*controller.state.preview_mask, *controller.get_mask_result(0)->mask), "");
+  }
+}
+
 }  // namespace
 }  // namespace orvexa::test

@@ -60,6 +60,65 @@ TEST(Session, InteractiveWorkLeadsFromAPictureToSavedResultsAndABatchRunOfItsWor
   EXPECT_THAT(read_all(folder / "numbers.txt"), testing::HasSubstr("\narea=12\n"));
 }
 
+TEST(Session, WhatWasTunedWithPreviewsIsWhatIsCommittedInspectedAndFinallyReset) {
+  const TemporaryFolder folder;
+  const auto dish = write_dish(folder);
+  Probe desk;
+  desk.set_current_folder(dish.parent_path());
+  desk.set_current_file(dish);
+  desk.load_capture_from_file(dish);
+  ASSERT_TRUE(desk.state.current_capture) << desk.state.error.value_or("");
+  desk.sync_result_operations_to_workflow({"area"});
+
+  // The rectangle has 200 / 255 = 0.78 of white.
+  desk.set_mask_operation("threshold_range", Value{{"low", 0.9}});
+  EXPECT_EQ(desk.state.message, "Warning: Generated mask is empty - no regions detected with current parameters");
+  desk.update_mask_operation_params({{"low", 0.5}});
+  EXPECT_EQ(desk.state.message, "Mask preview updated: Threshold: range (12 pixels)");
+  const model::Image tinted = desk.get_mask_preview_images()->at("GRY").overlay_images.at("GRY").pixels();
+  EXPECT_EQ(tinted.row<std::uint8_t>(3)[3 * 2], 255) << "the rectangle's corner is outlined";
+  EXPECT_EQ(tinted.row<std::uint8_t>(0)[0], 10);
+  const auto threshold =
+      desk.apply_mask_to_workflow(*desk.state.current_mask_operation, desk.state.mask_operation_params);
+  ASSERT_TRUE(threshold) << desk.state.error.value_or("");
+  EXPECT_EQ(threshold->mask, desk.state.preview_mask);
+
+  // Of 3 x 4 pixels the inner 1 x 2 are left.
+  const Value shape = {{"radius", 1}, {"shape", "square"}};
+  const auto preview = desk.run_mask_preview("erode", shape);
+  EXPECT_EQ(preview.mask->count(), 2);
+  const auto eroded = desk.apply_mask_to_workflow("erode", shape);
+  ASSERT_TRUE(eroded) << desk.state.error.value_or("");
+  EXPECT_EQ(eroded->mask, preview.mask);
+
+  EXPECT_EQ(desk.generate_mask_intermediate_results(0)->mask.count(), 12);
+  EXPECT_EQ(desk.generate_mask_intermediate_results(1)->mask.count(), 2);
+  const auto area = desk.generate_operation_intermediate_results(0);
+  ASSERT_TRUE(area);
+  EXPECT_EQ(area->operation_result.metrics.at("area"), 2);
+
+  // The two left columns of the rectangle, picked on the picture of 8 rows of 10 pixels.
+  std::optional<model::Mask> picked;
+  desk.enter_pick_mode(
+      {.mode = "rect"}, "roi_rect",
+      [&](const std::string& key, const model::Interaction&, const controller::PickGeometry& pick) {
+        const auto& rect = std::get<model::PickRect>(pick);
+        picked = desk.run_mask_preview(key, {{"rect", {rect.cx_norm, rect.cy_norm, rect.w_norm, rect.h_norm}}}).mask;
+      });
+  desk.exit_pick_mode(controller::ViewerRect(2, 3, 2, 3));
+  ASSERT_TRUE(picked);
+  EXPECT_EQ(picked->count(), 6);
+  EXPECT_TRUE(picked->at(3, 2) && picked->at(5, 3) && !picked->at(3, 4));
+
+  desk.reset_system_state();
+  EXPECT_EQ(desk.state.message, "System state reset - ready for new file/folder");
+  EXPECT_FALSE(desk.state.current_capture || desk.state.current_workflow || desk.state.preview_mask);
+  EXPECT_EQ(desk.state.current_file, dish);
+  EXPECT_EQ(desk.get_mask_result(0), nullptr);
+  desk.load_capture_from_file(dish);
+  EXPECT_TRUE(desk.state.current_workflow && desk.state.current_workflow->mask_operations.empty());
+}
+
 TEST(Session, AHeaderFileGoesThroughTheStandardLoader) {
   const TemporaryFolder folder;
   write_dish(folder);
