@@ -49,12 +49,12 @@ TEST(Info, GivenFilesBelowTheCurrentFolder_ThenTheirPathsAreShort) {
   const TemporaryFolder folder;
   write_plot(folder);
   const Outcome below =
-      Process({"sh", "-c", "cd \"$1\" && exec \"$2\" info HDR_plot.INF", "sh", folder.path().string(), ORVEXA_COMMAND})
+      Process({"sh", "-c", "cd \"$1\" && exec \"$2\" info HDR_plot.INF", "sh", folder.path().string(), test::program()})
           .wait();
   EXPECT_THAT(below.out, HasSubstr("\nplot_NIR.tif"));
   const TemporaryFolder another;
   const Outcome elsewhere = Process({"sh", "-c", "cd \"$3\" && exec \"$2\" info \"$1\"", "sh",
-                                     (folder / "HDR_plot.INF").string(), ORVEXA_COMMAND, another.path().string()})
+                                     (folder / "HDR_plot.INF").string(), test::program(), another.path().string()})
                                 .wait();
   EXPECT_THAT(elsewhere.out, HasSubstr((folder / "plot_NIR.tif").string()));
 }

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "orvexa/common/value.h"
+#include "support/places.h"
 
 extern char** environ;
 
@@ -134,7 +135,7 @@ class Process {
 
 /// Runs the real `orvexa` to its end.
 inline Outcome orvexa_command(std::vector<std::string> arguments, const std::string& output_file = {}) {
-  arguments.insert(arguments.begin(), ORVEXA_COMMAND);
+  arguments.insert(arguments.begin(), program());
   return Process(arguments, output_file).wait();
 }
 

@@ -100,7 +100,7 @@ TEST(Run, GivenInfoLines_ThenTheStepsAppearOnStandardError) {
 /// What a terminal receives when `orvexa run` is typed there; `script` of the base system is the terminal.
 std::string on_a_terminal(const RunSetup& run, const std::string& option) {
   const auto quoted = [](const std::filesystem::path& path) { return "'" + path.string() + "' "; };
-  const std::string line = quoted(ORVEXA_COMMAND) + "run " + quoted(run.workflow) + quoted(run.capture) + "-o " +
+  const std::string line = quoted(test::program()) + "run " + quoted(run.workflow) + quoted(run.capture) + "-o " +
                            quoted(run.output) + option;
   return Process({"script", "--quiet", "--return", "--command", line, "/dev/null"}).wait().out;
 }
@@ -247,7 +247,7 @@ Outcome run_on_a_file_system(const RunSetup& run, const std::string& options) {
       "ls -A \"$2\" >&2\n"
       "exit $code";
   return Process({"unshare", "--mount", "--map-root-user", "sh", "-c", script, "sh", options, run.output.string(),
-                  ORVEXA_COMMAND, run.workflow.string(), run.capture.string()})
+                  test::program(), run.workflow.string(), run.capture.string()})
       .wait();
 }
 
@@ -293,7 +293,7 @@ struct LongRun : RunSetup {
                             "  - {op: area}\n");
   }
   [[nodiscard]] std::vector<std::string> words() const {
-    return {ORVEXA_COMMAND, "run", workflow.string(), capture.string(), "-o", output.string(), "--log-level", "info"};
+    return {test::program(), "run", workflow.string(), capture.string(), "-o", output.string(), "--log-level", "info"};
   }
 };
 

@@ -110,7 +110,7 @@ TEST(Version, IsOneLine) {
 }
 
 TEST(Output, GivenAReaderThatHasGone_ThenTheCommandEndsQuietly) {
-  Process process({ORVEXA_COMMAND, "ops"});
+  Process process({test::program(), "ops"});
   process.close_output();
   const Outcome outcome = process.wait();
   EXPECT_EQ(outcome.exit_code, 0) << outcome.err;

@@ -355,7 +355,7 @@ TEST(WorkflowShow, EachParameterCanBeTypedIntoAShellAsItIsPrinted) {
         "\"$copy\" "
         "\"$key\" \"$@\"; }; orvexa=$0 copy=$1; add " +
         step;
-    const Outcome outcome = Process({"sh", "-c", script, ORVEXA_COMMAND, copy}).wait();
+    const Outcome outcome = Process({"sh", "-c", script, test::program(), copy}).wait();
     EXPECT_EQ(outcome.exit_code, 0) << step << "\n" << outcome.err;
     ++steps;
   }

@@ -11,6 +11,8 @@
 
 #include "orvexa/common/files.h"
 
+#include "support/places.h"
+
 namespace orvexa::test {
 
 /// A new empty folder that is removed with everything in it at the end. Its name has a blank and an umlaut on purpose.
@@ -58,7 +60,7 @@ inline std::string read_all(const std::filesystem::path& file) {
 /// The folder of real pictures beside the project, if this machine has it. Tests that use it skip aloud without it:
 /// `if (!real_data()) GTEST_SKIP() << "no folder shared/data beside the project";`
 inline std::optional<std::filesystem::path> real_data() {
-  const auto folder = std::filesystem::path(ORVEXA_SOURCE_DIR).parent_path() / "shared" / "data";
+  const auto folder = source_folder().parent_path() / "shared" / "data";
   if (std::filesystem::is_directory(folder)) return folder;
   return std::nullopt;
 }

@@ -268,7 +268,7 @@ TEST(CaptureHeaderFile, ANameMadeOfAStemHasNoControlCharacters) {
 
 /// The first block ```language of the manual's page.
 std::string block_of_manual(const std::string& language) {
-  const std::string page = test::read_all(std::filesystem::path(ORVEXA_SOURCE_DIR) / "docs" / "captures.md");
+  const std::string page = test::read_all(test::source_folder() / "docs" / "captures.md");
   const std::string begin = "```" + language + "\n";
   const std::size_t from = page.find(begin) + begin.size();
   return page.substr(from, page.find("```", from) - from);
