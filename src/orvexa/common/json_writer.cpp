@@ -54,34 +54,17 @@ class Writer {
   Writer(std::string& text, const JsonStyle& style) : _text(text), _style(style) {}
 
   void write(const Value& value, int depth) {
-    switch (value.type()) {
-      case Value::value_t::null:
-        _text += "null";
-        return;
-      case Value::value_t::boolean:
-        _text += value.get<bool>() ? "true" : "false";
-        return;
-      case Value::value_t::number_integer:
-        _text += std::to_string(value.get<std::int64_t>());
-        return;
-      case Value::value_t::number_unsigned:
-        _text += std::to_string(value.get<std::uint64_t>());
-        return;
-      case Value::value_t::number_float:
-        if (!_style.allows_non_finite && !std::isfinite(value.get<double>())) {
-          throw std::invalid_argument("JSON has no word for the number " + number_text(value.get<double>()) + ".");
-        }
-        _text += number_text(value.get<double>());
-        return;
-      case Value::value_t::string:
-        _text += json_quoted(value.get_ref<const std::string&>());
-        return;
-      case Value::value_t::array:
-      case Value::value_t::object:
-        write_container(value, depth + 1);
-        return;
-      default:
-        throw std::invalid_argument("JSON has no form for binary data.");
+    if (append_plain_scalar(_text, value)) return;
+    if (value.is_structured()) {
+      write_container(value, depth + 1);
+    } else if (value.is_string()) {
+      _text += json_quoted(value.get_ref<const std::string&>());
+    } else if (!value.is_number_float()) {
+      throw std::invalid_argument("JSON has no form for binary data.");
+    } else if (_style.allows_non_finite) {
+      _text += number_text(value.get<double>());
+    } else {
+      throw std::invalid_argument("JSON has no word for the number " + number_text(value.get<double>()) + ".");
     }
   }
 
@@ -120,6 +103,29 @@ class Writer {
 };
 
 }  // namespace
+
+bool append_plain_scalar(std::string& text, const Value& value) {
+  switch (value.type()) {
+    case Value::value_t::null:
+      text += "null";
+      return true;
+    case Value::value_t::boolean:
+      text += value.get<bool>() ? "true" : "false";
+      return true;
+    case Value::value_t::number_integer:
+      text += std::to_string(value.get<std::int64_t>());
+      return true;
+    case Value::value_t::number_unsigned:
+      text += std::to_string(value.get<std::uint64_t>());
+      return true;
+    case Value::value_t::number_float:
+      if (!std::isfinite(value.get<double>())) return false;
+      text += number_text(value.get<double>());
+      return true;
+    default:
+      return false;
+  }
+}
 
 std::string json_quoted(std::string_view text) {
   std::string quoted = "\"";

@@ -17,6 +17,10 @@ struct JsonStyle {
 /// @throws std::invalid_argument for a non-finite real that is not allowed, binary data, or more than 64 levels.
 void append_json(std::string& text, const Value& value, const JsonStyle& style);
 
+/// Appends what JSON and YAML write alike: null, booleans, integers and finite reals (by `number_text`).
+/// @return whether the value is one of these; otherwise nothing is appended.
+[[nodiscard]] bool append_plain_scalar(std::string& text, const Value& value);
+
 /// A text as a JSON string with its quotes. YAML's double-quoted scalars understand it too.
 [[nodiscard]] std::string json_quoted(std::string_view text);
 

@@ -600,52 +600,36 @@ class YamlWriter {
 
   void write_inline(const Value& value) {
     count_node();
-    switch (value.type()) {
-      case Value::value_t::null:
-        _text += "null";
-        return;
-      case Value::value_t::boolean:
-        _text += value.get<bool>() ? "true" : "false";
-        return;
-      case Value::value_t::number_integer:
-        _text += std::to_string(value.get<std::int64_t>());
-        return;
-      case Value::value_t::number_unsigned:
-        _text += std::to_string(value.get<std::uint64_t>());
-        return;
-      case Value::value_t::number_float:
-        write_real(value.get<double>());
-        return;
-      case Value::value_t::string:
-        write_text(value.get_ref<const std::string&>());
-        return;
-      case Value::value_t::object:
-        _text += "{}";
-        return;
-      case Value::value_t::array: {
-        _text += '[';
-        std::string_view separator;
-        for (const Value& item : value) {
-          _text += separator;
-          separator = ", ";
-          write_inline(item);
-        }
-        _text += ']';
-        return;
-      }
-      default:
-        throw std::invalid_argument("YAML has no form for binary data here.");
+    if (append_plain_scalar(_text, value)) return;
+    if (value.is_string()) {
+      write_text(value.get_ref<const std::string&>());
+    } else if (value.is_number_float()) {
+      write_non_finite(value.get<double>());
+    } else if (value.is_structured()) {
+      write_flow(value);
+    } else {
+      throw std::invalid_argument("YAML has no form for binary data here.");
     }
   }
 
-  void write_real(double value) {
+  void write_non_finite(double value) {
     if (std::isnan(value)) {
       _text += ".nan";
-    } else if (std::isinf(value)) {
-      _text += value < 0 ? "-.inf" : ".inf";
     } else {
-      _text += number_text(value);
+      _text += value < 0 ? "-.inf" : ".inf";
     }
+  }
+
+  /// A list of numbers, or an empty list or map.
+  void write_flow(const Value& value) {
+    _text += value.is_object() ? '{' : '[';
+    std::string_view separator;
+    for (const Value& item : value) {
+      _text += separator;
+      separator = ", ";
+      write_inline(item);
+    }
+    _text += value.is_object() ? '}' : ']';
   }
 
   void write_text(const std::string& text) { _text += is_safe_plain(text) ? text : json_quoted(text); }
