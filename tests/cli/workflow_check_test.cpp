@@ -56,11 +56,24 @@ TEST(WorkflowCheck, GivenAFileThatIsNoWorkflow_ThenTheOthersAreCheckedAllTheSame
 
 TEST(WorkflowCheck, GivenAFileInAnotherFolder_ThenItIsNamedOnceByItsPath) {
   const TemporaryFolder folder;
-  const std::string newer = folder.write("newer.yaml", "format: 99\n").string();
+  const std::string list = folder.write("list.yaml", "- erode\n").string();
   const std::string cut = folder.write("cut.yaml", "mask_operations: [\n").string();
-  const Outcome outcome = orvexa_command({"workflow", "check", newer, cut});
-  EXPECT_EQ(outcome.err.find(newer + ": The workflow has format 99"), 0u) << outcome.err;
+  const Outcome outcome = orvexa_command({"workflow", "check", list, cut});
+  EXPECT_EQ(outcome.err.find(list + ": A workflow is a map"), 0u) << outcome.err;
   EXPECT_THAT(outcome.err, HasSubstr("\n" + cut + ", line "));
+}
+
+TEST(WorkflowCheck, GivenANewerFormat_ThenItIsNamedBesideTheOtherProblems) {
+  const TemporaryFolder folder;
+  const std::string newer =
+      folder.write("newer.yaml", "format: 99\nmask_operations: [{op: threshold_rnage}]\n").string();
+  const Outcome outcome = orvexa_command({"workflow", "check", newer});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_EQ(outcome.err, "");
+  EXPECT_THAT(outcome.out, testing::StartsWith(newer +
+                                               ": format: The workflow has format 99; this program reads format 1 and "
+                                               "older.\n" +
+                                               newer + ": mask_operations[0] (threshold_rnage): "));
 }
 
 TEST(WorkflowCheck, GivenAFileThatIsNotThere_ThenTheSentenceNamesIt) {

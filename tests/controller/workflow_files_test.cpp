@@ -211,6 +211,19 @@ TEST_F(WorkflowFiles, LoadingInstallsTheWorkflowOfTheFileAndNamesIt) {
   EXPECT_THAT(log.lines(), IsEmpty()) << "there was no workflow to clear";
 }
 
+TEST_F(WorkflowFiles, AFileInANewerFormatIsLoadedAndEditedAndKeepsWhatThisProgramDoesNotKnow) {
+  const auto file = folder.write("w.yaml", "format: 2\ntitle: Tray\nmask_operations: []\ninvented_later: [1, two]\n");
+  ASSERT_TRUE(controller.load_workflow_from_file(file));
+  EXPECT_EQ(state.error, std::nullopt);
+  EXPECT_EQ(state.message, "Workflow loaded from w.yaml");
+  state.current_workflow->mask_operations.push_back(model::mask_op("erode"));
+  ASSERT_TRUE(controller.save_workflow_to_file(file));
+  const Value saved = common::load_yaml(file);
+  EXPECT_EQ(saved.at("format"), 2);
+  EXPECT_EQ(saved.at("invented_later"), Value::array({1, "two"}));
+  EXPECT_EQ(saved.at("mask_operations").at(0).at("op"), "erode");
+}
+
 TEST_F(WorkflowFiles, LoadingFirstEmptiesTheMaskStepsOfTheWorkflowThatWasCurrentAndSaysSo) {
   const auto file = folder.write("w.yaml", "title: Tray\n");
   const auto old = workflow_of({"erode", "dilate"}, {"area"});

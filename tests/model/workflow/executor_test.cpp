@@ -732,6 +732,13 @@ TEST_F(ExecutorWithFakes, AnUnknownOutputEndsTheRunBeforeAnythingIsMade) {
   EXPECT_THAT(place.entries(), IsEmpty());
 }
 
+TEST_F(ExecutorWithFakes, ANewerFormatEndsTheRunBeforeAnythingIsMade) {
+  Workflow workflow = small_workflow();
+  workflow.format = 2;
+  EXPECT_EQ(failure(workflow), "format: The workflow has format 2; this program reads format 1 and older.");
+  EXPECT_THAT(place.entries(), IsEmpty());
+}
+
 TEST_F(ExecutorTest, AMaskStepThatFailsLeavesNothing) {
   const auto broken =
       fake_mask("broken", [](FakeMask&, const ImageSource&, const Mask*, const Value&) -> std::optional<Mask> {

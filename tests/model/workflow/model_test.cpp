@@ -89,17 +89,32 @@ TEST_P(WorkflowFrom, GivenNoFormatOrAnOlderOne_ThenItIsRead) {
   EXPECT_EQ(read_yaml("title: old\n").to_dict().at("format"), 1);
 }
 
-TEST_P(WorkflowFrom, GivenANewerFormat_ThenItIsRefusedBeforeAnythingElseOfItIsLookedAt) {
-  EXPECT_EQ(refusal(Value::parse(R"({"invented_later": 1, "format": 2})")),
-            "The workflow has format 2; this program reads format 1 and older.");
-  EXPECT_EQ(refusal(Value::parse(R"({"format": 18446744073709551615})")),
-            "The workflow has format 18446744073709551615; this program reads format 1 and older.");
+TEST_P(WorkflowFrom, GivenANewerFormat_WhenWrittenBack_ThenItsNumberAndAllItBringsAreKept) {
+  const Value entries = common::parse_yaml(
+      "format: 2\n"
+      "title: from the future\n"
+      "mask_operations:\n"
+      "  - {op: invented_later, params: {a: 1}, when: always}\n"
+      "result_operations: []\n"
+      "outputs: everything\n"
+      "invented_later: {deep: [1, '2', null]}\n"
+      "mask_operation: text\n",
+      "w.yaml");
+  EXPECT_EQ(read(entries).to_dict().dump(), entries.dump());
+  EXPECT_EQ(read(Value::parse(R"({"format": 18446744073709551615})")).to_dict().at("format").dump(),
+            "18446744073709551615");
 }
 
-TEST_P(WorkflowFrom, GivenAFormatThatIsNoWholeNumber_ThenItIsRefused) {
-  EXPECT_EQ(refusal({{"format", "1"}}), "The workflow's format must be a whole number; it is a text.");
-  EXPECT_EQ(refusal({{"format", 1.5}}), "The workflow's format must be a whole number; it is 1.5.");
-  EXPECT_EQ(refusal({{"format", nullptr}}), "The workflow's format must be a whole number; it is nothing.");
+TEST_P(WorkflowFrom, GivenANewerFormat_ThenWhatIsNoStepIsRefusedAllTheSame) {
+  EXPECT_EQ(refusal(Value::parse(R"({"format": 2, "mask_operations": [{"params": {}}]})")),
+            "The workflow's step mask_operations[0] has no \"op\", the key of its operation.");
+}
+
+TEST_P(WorkflowFrom, GivenAFormatThatIsNoWholeNumber_ThenItIsKeptAsItWas) {
+  for (const Value& format : {Value("2"), Value(1.5), Value(nullptr)}) {
+    EXPECT_EQ(read({{"format", format}}).to_dict().at("format"), format);
+    EXPECT_EQ(refusal({{"format", format}, {"colour", "red"}}), "A workflow has no entry \"colour\".");
+  }
 }
 
 TEST_P(WorkflowFrom, GivenNoMap_ThenItIsRefused) {
@@ -346,6 +361,33 @@ TEST_F(CheckWorkflow, GivenAResultOperationThatStandsTwice_ThenTheLaterOneIsRepo
 
 TEST_F(CheckWorkflow, GivenAMaskOperationThatStandsTwice_ThenThatIsFine) {
   EXPECT_THAT(problems("mask_operations: [{op: level}, {op: level}]\n"), IsEmpty());
+}
+
+TEST_F(CheckWorkflow, GivenANewerFormat_ThenItIsReportedFirstAndWhatItBringsLast) {
+  EXPECT_THAT(
+      problems("colour: red\nformat: 2\nmask_operations: [{op: levle}]\n"),
+      ElementsAre(WorkflowProblem{"format", "The workflow has format 2; this program reads format 1 and older."},
+                  WorkflowProblem{"mask_operations[0] (levle)",
+                                  "There is no mask operation \"levle\" (did you mean \"level\"?)."},
+                  WorkflowProblem{"colour", "A workflow has no entry \"colour\"."}));
+  EXPECT_THAT(problems("format: 18446744073709551615\n"),
+              ElementsAre(WorkflowProblem{
+                  "format", "The workflow has format 18446744073709551615; this program reads format 1 and older."}));
+}
+
+TEST_F(CheckWorkflow, GivenAFormatThatIsNoWholeNumber_ThenItIsReported) {
+  EXPECT_THAT(problems("format: '1'\n"),
+              ElementsAre(WorkflowProblem{"format", "The workflow's format must be a whole number; it is a text."}));
+  EXPECT_THAT(problems("format: 1.5\n"),
+              ElementsAre(WorkflowProblem{"format", "The workflow's format must be a whole number; it is 1.5."}));
+  EXPECT_THAT(problems("format:\n"),
+              ElementsAre(WorkflowProblem{"format", "The workflow's format must be a whole number; it is nothing."}));
+}
+
+TEST_F(CheckWorkflow, GivenAnOlderFormatOrNone_ThenThereIsNothingToReport) {
+  for (const char* text : {"format: 1\n", "format: 0\n", "format: -7\n", "title: old\n"}) {
+    EXPECT_THAT(problems(text), IsEmpty()) << text;
+  }
 }
 
 TEST_F(CheckWorkflow, GivenBadOutputs_ThenEachIsReported) {

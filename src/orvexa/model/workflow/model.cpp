@@ -32,18 +32,16 @@ std::string title_from(const Value& value) {
   return value.is_null() ? std::string() : scalar_text(value);
 }
 
-void check_format(const Value& value) {
-  if (!value.is_number_integer()) {
-    refuse(fmt::format("The workflow's format must be a whole number; it is {}.",
-                       value.is_number() ? scalar_text(value) : kind_text(value)));
-  }
-  // Compared as what it is: the JSON library's own comparison takes 2^63 and above for negative.
-  const bool is_newer = value.is_number_unsigned() ? std::cmp_greater(value.get<std::uint64_t>(), workflow_format)
-                                                   : std::cmp_greater(value.get<std::int64_t>(), workflow_format);
-  if (is_newer) {
-    refuse(fmt::format("The workflow has format {}; this program reads format {} and older.", scalar_text(value),
-                       workflow_format));
-  }
+/// Above what this program writes. Compared as what it is: the JSON library's own comparison takes 2^63 and above for
+/// negative.
+bool is_newer(const Value& format) {
+  if (format.is_number_unsigned()) return std::cmp_greater(format.get<std::uint64_t>(), workflow_format);
+  return format.is_number_integer() && std::cmp_greater(format.get<std::int64_t>(), workflow_format);
+}
+
+/// An older workflow becomes one of this program's format; what this program does not know stays as it is.
+Value format_from(const Value& value) {
+  return value.is_number_integer() && !is_newer(value) ? Value(workflow_format) : value;
 }
 
 std::string step_name(std::string_view list, std::size_t index) {
@@ -107,8 +105,8 @@ Value list_of(const std::vector<Config>& steps) {
 const common::OrderedMap<Entry>& known_entries() {
   static const common::OrderedMap<Entry> known = {
       {"format",
-       {.read = [](Workflow&, const Value& value) { check_format(value); },
-        .write = [](const Workflow&) { return Value(workflow_format); }}},
+       {.read = [](Workflow& workflow, const Value& value) { workflow.format = format_from(value); },
+        .write = [](const Workflow& workflow) { return workflow.format; }}},
       {"title",
        {.read = [](Workflow& workflow, const Value& value) { workflow.title = title_from(value); },
         .write = [](const Workflow& workflow) { return Value(workflow.title); }}},
@@ -131,6 +129,12 @@ const common::OrderedMap<Entry>& known_entries() {
   return known;
 }
 
+std::string no_such_entry(const std::string& key) {
+  std::vector<std::string> names;
+  for (const auto& [name, unused] : known_entries()) names.push_back(name);
+  return fmt::format("A workflow has no entry \"{}\"{}.", key, did_you_mean(key, names));
+}
+
 /// The one reader behind both doors.
 Workflow read_workflow(const Value& entries) {
   if (entries.is_null()) refuse("The document is empty: a workflow is a map with \"title\" and lists of steps.");
@@ -139,17 +143,17 @@ Workflow read_workflow(const Value& entries) {
         fmt::format("A workflow is a map with \"title\" and lists of steps; this document is {}.", kind_text(entries)));
   }
   const auto& known = known_entries();
-  // The format first: what a newer one means by its other entries is not known here.
-  if (const auto format = entries.find("format"); format != entries.end()) check_format(*format);
+  const auto format = entries.find("format");
+  const bool may_have_more = format != entries.end() && is_newer(*format);
   Workflow workflow;
   for (const auto& [key, value] : entries.items()) {
-    const auto entry = known.find(key);
-    if (entry == known.end()) {
-      std::vector<std::string> names;
-      for (const auto& [name, unused] : known) names.push_back(name);
-      refuse(fmt::format("A workflow has no entry \"{}\"{}.", key, did_you_mean(key, names)));
+    if (const auto entry = known.find(key); entry != known.end()) {
+      entry->second.read(workflow, value);
+    } else if (may_have_more) {
+      workflow.others[key] = value;
+    } else {
+      refuse(no_such_entry(key));
     }
-    entry->second.read(workflow, value);
   }
   return workflow;
 }
@@ -161,13 +165,26 @@ class Checker {
   explicit Checker(const Workflow& workflow) : _workflow(workflow) {}
 
   std::vector<WorkflowProblem> run() {
+    check_format();
     for (std::size_t i = 0; i < _workflow.mask_operations.size(); ++i) check_mask_step(i);
     for (std::size_t i = 0; i < _workflow.result_operations.size(); ++i) check_result_step(i);
     check_outputs();
+    for (const auto& [key, value] : _workflow.others.items()) report(key, no_such_entry(key));
     return std::move(_problems);
   }
 
  private:
+  void check_format() {
+    const Value& format = _workflow.format;
+    if (is_newer(format)) {
+      report("format", fmt::format("The workflow has format {}; this program reads format {} and older.",
+                                   scalar_text(format), workflow_format));
+    } else if (!format.is_number_integer()) {
+      report("format", fmt::format("The workflow's format must be a whole number; it is {}.",
+                                   format.is_number() ? scalar_text(format) : kind_text(format)));
+    }
+  }
+
   void check_mask_step(std::size_t i) {
     const MaskOperationConfig& step = _workflow.mask_operations[i];
     const std::string name = named("mask_operations", i, step);
@@ -277,6 +294,7 @@ Value Workflow::to_dict() const {
   for (const auto& [key, entry] : known_entries()) {
     if (auto value = entry.write(*this)) map[key] = std::move(*value);
   }
+  map.update(others);
   return map;
 }
 

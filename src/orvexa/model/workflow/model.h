@@ -31,20 +31,25 @@ class Workflow {
  public:
   Workflow() = default;
   /// From named entries: `title`, `format`, `mask_operations`, `result_operations`, `outputs`; all optional.
-  /// @throws std::invalid_argument with a sentence when the entries are not a map, one of them is unknown, a list is
-  /// not a list, a step has no `op`, or the format is newer than this program.
+  /// A format that this program does not know is kept with all it brings, and `check_workflow` names it.
+  /// @throws std::invalid_argument with a sentence when the entries are not a map, one of them is unknown (in a newer
+  /// format it is kept), a list is not a list, or a step has no `op`.
   explicit Workflow(const Value& entries);
   /// The same from the map of `to_dict()`.
   static Workflow from_dict(const Value& map);
 
+  /// The format of the file, a whole number; anything else only where a file had it. An older one becomes the current.
+  Value format = workflow_format;
   std::string title;
   std::vector<MaskOperationConfig> mask_operations;
   std::vector<ResultOperationConfig> result_operations;
   /// Which outputs a run writes, among "masks", "overlays", "images", "numbers"; absent = all. Kept as the file has it.
   std::optional<Value> outputs;
+  /// Further entries of a file in a newer format, as they were.
+  Value others = Value::object();
 
   /// The content of a workflow file: {"format", "title", "mask_operations": [{"op", "params"}], "result_operations":
-  /// [...]} and "outputs" where there are any.
+  /// [...]}, "outputs" where there are any, and `others`.
   [[nodiscard]] Value to_dict() const;
 
   friend bool operator==(const Workflow&, const Workflow&) = default;
@@ -57,13 +62,13 @@ class Workflow {
 
 /// A thing that is wrong with a workflow, named with its step.
 struct WorkflowProblem {
-  std::string step;  ///< "mask_operations[1] (erode)", "result_operations[0] (areas)", "outputs"
+  std::string step;  ///< "mask_operations[1] (erode)", "result_operations[0] (areas)", "outputs", "format"
   std::string text;  ///< a sentence
 };
 
-/// Everything in a workflow that would make a run fail whatever the capture: unknown operations (with the nearest known
-/// key), bad parameters, result operations that stand twice, unknown outputs, a mask operation that needs a mask as the
-/// first step.
+/// Everything in a workflow that would make a run fail whatever the capture: a newer format, unknown operations (with
+/// the nearest known key), bad parameters, result operations that stand twice, unknown outputs, a mask operation that
+/// needs a mask as the first step.
 [[nodiscard]] std::vector<WorkflowProblem> check_workflow(const Workflow& workflow);
 
 }  // namespace orvexa::model
