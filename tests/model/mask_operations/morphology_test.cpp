@@ -169,6 +169,74 @@ TEST(Close, StaysInsideTheBounds) {
               ElementsAre("#####.#"));
 }
 
+// The limit. Every mask here is cut off by the bounds on its right.
+
+Value within(const char* limit, int iterations = 1) {
+  return {{"radius", 1}, {"shape", "square"}, {"iterations", iterations}, {"limit", limit}};
+}
+
+TEST(Erode, GivenTheRegionsOfInterestAsLimit_ThenTheMaskIsNotErodedWhereTheyCutIt) {
+  const Mask mask = test::mask({".###..", ".###..", ".###.."}).with_bounds(test::mask({"####..", "####..", "####.."}));
+  EXPECT_THAT(drawing(applied("erode", mask, within("image"))), ElementsAre("..#...", "..#...", "..#..."));
+  EXPECT_THAT(drawing(applied("erode", mask, within("roi"))), ElementsAre("..##..", "..##..", "..##.."));
+  EXPECT_THAT(drawing(applied("erode", mask, within("roi", 2))), ElementsAre("...#..", "...#..", "...#.."));
+}
+
+TEST(Open, GivenTheRegionsOfInterestAsLimit_ThenAStripAlongTheirRimIsNotTooNarrow) {
+  const Mask mask = test::mask({"#.##..", "..##..", "..##.."}).with_bounds(test::mask({"####..", "####..", "####.."}));
+  EXPECT_THAT(drawing(applied("open", mask, within("image"))), ElementsAre("......", "......", "......"));
+  EXPECT_THAT(drawing(applied("open", mask, within("roi"))), ElementsAre("..##..", "..##..", "..##.."));
+}
+
+TEST(Dilate, GivenTheRegionsOfInterestAsLimit_ThenItDoesNotGrowRoundThroughTheOutside) {
+  // Two chambers with a wall of one pixel between them, which several steps would cross.
+  const Mask mask = test::mask({"#....", "....."}).with_bounds(test::mask({"##.##", "....."}));
+  EXPECT_THAT(drawing(applied("dilate", mask, within("image", 4))), ElementsAre("##.##", "....."));
+  EXPECT_THAT(drawing(applied("dilate", mask, within("roi", 4))), ElementsAre("##...", "....."));
+}
+
+TEST(Close, GivenTheRegionsOfInterestAsLimit_ThenAGapAtTheirRimIsFilled) {
+  const Mask mask = test::mask({"###...", "###...", "###..."}).with_bounds(test::mask({"####..", "####..", "####.."}));
+  // Grown to four columns; in the image the erosion takes the fourth back, at the limit nothing erodes it.
+  EXPECT_THAT(drawing(applied("close", mask, within("image"))), ElementsAre("###...", "###...", "###..."));
+  EXPECT_THAT(drawing(applied("close", mask, within("roi"))), ElementsAre("####..", "####..", "####.."));
+}
+
+TEST(Morphology, GivenTheRegionsOfInterestAsLimitAndNone_ThenTheImageIsTheLimit) {
+  const Mask mask = test::random_mask(3, 30, 90, 0.7);
+  for (const char* key : {"erode", "dilate", "open", "close"}) {
+    EXPECT_EQ(applied(key, mask, within("roi")), applied(key, mask, within("image"))) << key;
+  }
+}
+
+TEST(Morphology, WithALimitMatchesTheDefinitionOnTheLimitAlone) {
+  // Where the limit is a rectangle it is the same as working on the picture of that rectangle alone.
+  for (unsigned seed = 0; seed < 20; ++seed) {
+    const cv::Rect roi(3 + static_cast<int>(seed) * 4, 2, 60, 20);
+    cv::Mat bounds = cv::Mat::zeros(30, 150, CV_8UC1);
+    bounds(roi).setTo(255);
+    const Mask limit{bounds};
+    const Mask mask = (test::random_mask(seed, 30, 150, seed % 2 == 0 ? 0.1 : 0.9) & limit).with_bounds(limit);
+    const Mask alone{mask.read_only()(roi).clone()};
+    Value params = element(1 + seed % 4, seed % 3 == 0 ? "square" : "disc", 1 + int(seed) % 2);
+    for (const char* key : {"erode", "dilate", "open", "close"}) {
+      const Mask expected = applied(key, alone, params);
+      Value limited = params;
+      limited["limit"] = "roi";
+      const Mask result = applied(key, mask, limited);
+      EXPECT_EQ(Mask(result.read_only()(roi).clone()), expected) << key << ", seed " << seed;
+      EXPECT_EQ(result.count(), expected.count()) << key << ", seed " << seed;
+    }
+  }
+}
+
+TEST(Morphology, RefusesAnotherLimit) {
+  EXPECT_EQ(test::refusal([] {
+              static_cast<void>(applied("erode", Mask::full({1, 3}), {{"limit", "ROI"}}));
+            }),
+            "erode: parameter \"limit\" is \"ROI\", but it must be one of image, roi (did you mean \"roi\"?).");
+}
+
 TEST(Morphology, ObeysItsLaws) {
   for (unsigned seed = 0; seed < 40; ++seed) {
     const Mask mask = test::random_mask(seed, 20 + int(seed), 90, seed % 2 == 0 ? 0.1 : 0.9);

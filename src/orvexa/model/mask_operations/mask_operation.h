@@ -78,7 +78,7 @@ class MaskOperation {
   Value chosen_bands = Value::object();
 
  protected:
-  /// @param current  the incoming mask or null; only its pixels may be looked at.
+  /// @param current  the incoming mask or null; only its pixels and bounds may be looked at.
   /// @param params  completed and checked.
   [[nodiscard]] virtual std::optional<Mask> compute(const ImageSource& source, const Mask* current,
                                                     const Value& params) = 0;

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -88,6 +89,10 @@ cv::Mat unpacked(const BitMask& mask, const RunContext& context) {
 void invert(BitMask& mask) {
   for (Word& word : mask.bits) word = ~word;
   for (int y = 0; y < mask.height; ++y) mask.row(y)[mask.words - 1] &= mask.last_word();
+}
+
+void intersect(BitMask& mask, const BitMask& other) {
+  for (std::size_t i = 0; i < mask.bits.size(); ++i) mask.bits[i] &= other.bits[i];
 }
 
 /// out = in, in moved by `shift` (1..63) to the left, and to the right.
@@ -183,8 +188,10 @@ class Morphology final : public MaskOperation {
     const auto iterations = params.at("iterations").get<std::size_t>();
     std::vector<MorphologyStep> steps;
     for (const MorphologyStep step : _steps) steps.insert(steps.end(), iterations, step);
-    return Mask(
-        morphology(current->read_only(), steps, is_disc ? disc_element(radius) : square_element(radius), context()));
+    std::optional<Mask> limit;
+    if (params.at("limit").get_ref<const std::string&>() == "roi") limit = current->bounds();
+    return Mask(morphology(current->read_only(), steps, is_disc ? disc_element(radius) : square_element(radius),
+                           limit ? limit->read_only() : cv::Mat(), context()));
   }
 
   std::vector<MorphologyStep> _steps;
@@ -216,52 +223,70 @@ StructuringElement square_element(double radius) {
 }
 
 cv::Mat morphology(const cv::Mat& mask, const std::vector<MorphologyStep>& steps, const StructuringElement& element,
-                   const RunContext& context) {
+                   const cv::Mat& limit, const RunContext& context) {
   BitMask bits = packed(mask, context);
+  std::optional<BitMask> inside;
+  if (!limit.empty()) inside = packed(limit, context);
+  const auto keep_inside = [&] {
+    if (inside) intersect(bits, *inside);
+  };
+  keep_inside();
   for (const MorphologyStep step : steps) {
-    // Erosion is the dilation of what is not in the mask; outside the image nothing is, so nothing comes in from there.
-    if (step == MorphologyStep::erosion) invert(bits);
+    // Erosion is the dilation of what is not in the mask; outside the limit nothing is, so nothing comes in from there.
+    const bool is_erosion = step == MorphologyStep::erosion;
+    if (is_erosion) invert(bits);
+    if (is_erosion) keep_inside();
     bits = dilated(bits, element, context);
-    if (step == MorphologyStep::erosion) invert(bits);
+    if (is_erosion) invert(bits);
+    keep_inside();
   }
   return unpacked(bits, context);
 }
 
 MaskOperationInfo morphology_info(const MorphologyOperation& operation) {
-  return {.key = operation.key,
-          .display_name = operation.display_name,
-          .category = "Shape of the mask",
-          .summary = operation.summary,
-          .description = std::string(operation.definition) +
-                         " The element B is a disc, dx^2 + dy^2 <= r^2, or a square, |dx| <= r and |dy| <= r, with the "
-                         "radius r in pixels, or in millimetres by the capture's scale; r need not be whole, and r = 0 "
-                         "changes nothing. Outside the image counts as foreground for erosion and as background for "
-                         "dilation.",
-          .source =
-              "J. Serra, Image Analysis and Mathematical Morphology, Academic Press 1982; P. Soille, Morphological "
-              "Image Analysis, 2nd edition, Springer 2003",
-          .parameters = {{.name = "radius",
-                          .type = ParameterType::real,
-                          .default_value = 1.0,
-                          .min = 0.0,
-                          .max = 200.0,
-                          .unit = "px or mm",
-                          .help = "Radius of the element, in the unit chosen below."},
-                         length_unit_parameter(),
-                         {.name = "shape",
-                          .type = ParameterType::choice,
-                          .default_value = "disc",
-                          .help = "Shape of the element.",
-                          .choices = {"disc", "square"}},
-                         {.name = "iterations",
-                          .type = ParameterType::integer,
-                          .default_value = 1,
-                          .min = 1.0,
-                          .max = 50.0,
-                          .help = "How often the element is applied in each direction."}},
-          ._preview_unconstrained = operation.grows,
-          .needs_mask = true,
-          .make = [steps = operation.steps] { return std::make_unique<Morphology>(steps); }};
+  return {
+      .key = operation.key,
+      .display_name = operation.display_name,
+      .category = "Shape of the mask",
+      .summary = operation.summary,
+      .description = std::string(operation.definition) +
+                     " The element B is a disc, dx^2 + dy^2 <= r^2, or a square, |dx| <= r and |dy| <= r, with the "
+                     "radius r in pixels, or in millimetres by the capture's scale; r need not be whole, and r = 0 "
+                     "changes nothing. Outside the limit counts as foreground for erosion and as background for "
+                     "dilation, so that nothing is eroded from there. The limit is the border of the image or, where "
+                     "it is set to roi, the rim of the regions of interest chosen so far; whatever it is, the result "
+                     "stays inside these.",
+      .source =
+          "J. Serra, Image Analysis and Mathematical Morphology, Academic Press 1982; P. Soille, Morphological "
+          "Image Analysis, 2nd edition, Springer 2003",
+      .parameters = {{.name = "radius",
+                      .type = ParameterType::real,
+                      .default_value = 1.0,
+                      .min = 0.0,
+                      .max = 200.0,
+                      .unit = "px or mm",
+                      .help = "Radius of the element, in the unit chosen below."},
+                     length_unit_parameter(),
+                     {.name = "shape",
+                      .type = ParameterType::choice,
+                      .default_value = "disc",
+                      .help = "Shape of the element.",
+                      .choices = {"disc", "square"}},
+                     {.name = "iterations",
+                      .type = ParameterType::integer,
+                      .default_value = 1,
+                      .min = 1.0,
+                      .max = 50.0,
+                      .help = "How often the element is applied in each direction."},
+                     {.name = "limit",
+                      .type = ParameterType::choice,
+                      .default_value = "image",
+                      .help = "Where the element's world ends: at the border of the image, or at the rim of the "
+                              "regions of interest, so that what they cut off is not eroded at the cut.",
+                      .choices = {"image", "roi"}}},
+      ._preview_unconstrained = operation.grows,
+      .needs_mask = true,
+      .make = [steps = operation.steps] { return std::make_unique<Morphology>(steps); }};
 }
 
 }  // namespace orvexa::model

@@ -23,15 +23,16 @@ struct StructuringElement {
 
 enum class MorphologyStep { erosion, dilation };
 
-/// The steps one after another, each with the same element. Outside the image is foreground for erosion and background
-/// for dilation. Exact; the work grows with the radius, not with its square, because a row is widened once for all rows
-/// that need it, 64 pixels at a time.
+/// The steps one after another, each with the same element. Outside the limit is foreground for erosion and background
+/// for dilation, and the result lies inside it. Exact; the work grows with the radius, not with its square, because a
+/// row is widened once for all rows that need it, 64 pixels at a time.
 /// @param mask  CV_8UC1 of 0 and 255.
+/// @param limit  of the same size and type; empty = the image is the limit.
 /// Source: J. Serra, Image Analysis and Mathematical Morphology, Academic Press 1982.
 [[nodiscard]] cv::Mat morphology(const cv::Mat& mask, const std::vector<MorphologyStep>& steps,
-                                 const StructuringElement& element, const RunContext& context);
+                                 const StructuringElement& element, const cv::Mat& limit, const RunContext& context);
 
-/// What the four operations share: parameters radius, unit, shape and iterations.
+/// What the four operations share: parameters radius, unit, shape, iterations and limit.
 struct MorphologyOperation {
   const char* key;
   const char* display_name;
