@@ -186,6 +186,20 @@ TEST(Run, GivenAStepThatRemarksTheLevelItFound_ThenThatIsNoWarning) {
   EXPECT_THAT(outcome.json().at("mask_notes").at(0).at("note").get<std::string>(), HasSubstr("level 1000 counts"));
 }
 
+TEST(Run, GivenAnIndexThatTheCaptureCannotGive_ThenTheOthersAreMeasuredAndTheScreenSaysWhy) {
+  RunSetup run;
+  run.workflow = run.folder.write("indices.yaml",
+                                  "result_operations:\n"
+                                  "  - op: index_statistics\n"
+                                  "    params: {indices: [gndvi, ndvi]}\n");
+  const Outcome outcome = run();
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_THAT(outcome.out, testing::ContainsRegex("ndvi\\.mean +0\\.125\n"));  // a quarter of the pixels has 0.5
+  // n, n_invalid, mean, sd, cv, min, max, median, mad, p5, p25, p75, p95, skew, kurtosis, sum and share_over_limit
+  EXPECT_THAT(outcome.out, testing::ContainsRegex(
+                               "gndvi\\.n and 16 more +- +No measurement of this capture has a band for the role G "));
+}
+
 struct FailureCase {
   const char* name;
   const char* workflow;

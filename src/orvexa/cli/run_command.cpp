@@ -7,6 +7,7 @@
 #include "orvexa/cli/session.h"
 #include "orvexa/cli/workflow_problems.h"
 #include "orvexa/common/files.h"
+#include "orvexa/common/ordered_map.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
 
@@ -41,7 +42,13 @@ common::Value results_document(const model::ResultMap& results) {
   return document;
 }
 
-/// Metrics over the whole mask: operation, metric, value, unit; an undefined one has its reason instead.
+common::OrderedMap<std::vector<std::string>> names_by_reason(const common::Value& reasons) {
+  common::OrderedMap<std::vector<std::string>> names;
+  for (const auto& [name, reason] : reasons.items()) names[common::scalar_text(reason)].push_back(name);
+  return names;
+}
+
+/// Metrics over the whole mask: operation, metric, value, unit; undefined ones have their reason instead.
 std::string results_text(const model::ResultMap& results) {
   TextTable table({false, false, true});
   for (const auto& [key, result] : results) {
@@ -52,14 +59,18 @@ std::string results_text(const model::ResultMap& results) {
         rows.push_back({"", name, short_value_text(value), result.units.value(name, "")});
       }
     }
-    for (const auto& [name, reason] : result.reasons.items()) {
-      rows.push_back({"", name, "-", common::visible_text(common::scalar_text(reason))});
+    if (rows.size() > rows_per_operation) {
+      const std::size_t left_out = rows.size() - rows_per_operation;
+      rows.resize(rows_per_operation);
+      rows.push_back({"", fmt::format("and {} more in metrics.json", left_out)});
     }
-    const std::size_t left_out = rows.size() > rows_per_operation ? rows.size() - rows_per_operation : 0;
-    rows.resize(rows.size() - left_out);
+    // Every reason once, whatever the number of metrics: an index or a band that is missing is not to be overlooked.
+    for (const auto& [reason, names] : names_by_reason(result.reasons)) {
+      const std::string more = names.size() > 1 ? fmt::format(" and {} more", names.size() - 1) : "";
+      rows.push_back({"", names.front() + more, "-", common::visible_text(reason)});
+    }
     if (!rows.empty()) rows.front().front() = key;
     for (auto& row : rows) table.add(std::move(row));
-    if (left_out > 0) table.add({"", fmt::format("and {} more in metrics.json", left_out)});
   }
   return table.text();
 }

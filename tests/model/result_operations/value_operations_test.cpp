@@ -84,6 +84,29 @@ TEST(BandStatistics, OnlyTheChosenPlanesAreLookedAtAndEachOnce) {
   EXPECT_EQ(two.chosen_bands.at("bands"), Value({"MSP.NIR", "CLR.RGB.grey"}));
 }
 
+TEST(BandStatistics, GivenOneBandOfTwoThatIsMissing_ThenTheOtherIsMeasuredAndItsMetricsHaveTheReason) {
+  const auto result = test::measured("band_statistics", *grey(digits), test::mask_of_regions({"1.3.................."}),
+                                     {{"bands", {"MSP.NIR", "GRY.GRY"}}});
+  const std::string reason = "There is no band \"MSP.NIR\" in this capture; it has GRY.GRY.";
+  EXPECT_EQ(result.metrics.size(), 16u);
+  EXPECT_TRUE(result.metrics.contains("GRY.GRY.mean"));
+  EXPECT_EQ(result.reasons.size(), 16u);
+  EXPECT_EQ(result.reasons.at("MSP.NIR.n"), reason);
+  EXPECT_EQ(result.units.at("MSP.NIR.mean"), "counts");
+  EXPECT_EQ(result.regions.at("ROI_1").reasons.at("MSP.NIR.sum"), reason);
+  EXPECT_TRUE(result.regions.at("ROI_1").metrics.contains("GRY.GRY.sum"));
+  EXPECT_EQ(result.chosen_bands.at("bands"), Value::array({"GRY.GRY"}));
+}
+
+TEST(BandStatistics, GivenThatAllBandsAreMissing_ThenTheErrorNamesEachOfThem) {
+  EXPECT_EQ(
+      test::refusal([] {
+        static_cast<void>(test::measured("band_statistics", *grey(digits), {}, {{"bands", {"MSP.NIR", "MSP.RED"}}}));
+      }),
+      "There is no band \"MSP.NIR\" in this capture; it has GRY.GRY. "
+      "There is no band \"MSP.RED\" in this capture; it has GRY.GRY.");
+}
+
 TEST(BandStatistics, AMissingBandIsAnErrorThatNamesIt) {
   EXPECT_THAT(test::refusal([] {
                 static_cast<void>(test::measured("band_statistics", *grey(digits), {}, {{"bands", {"MSP.NIR"}}}));
@@ -155,6 +178,18 @@ TEST(Histogram, ADeclaredWhiteLevelIsItsEnd) {
   const auto result = test::measured("histogram", *capture, {}, {{"bins", 2}});
   EXPECT_EQ(result.metrics.at("GRY.GRY.histogram.bins"), Value({2, 2}));
   EXPECT_EQ(result.metrics.at("GRY.GRY.histogram.overflow"), 1);
+}
+
+TEST(Histogram, GivenOneBandOfTwoThatIsMissing_ThenTheOtherIsCountedAndItsMetricsHaveTheReason) {
+  const auto result = test::measured("histogram", *grey(digits), {}, {{"bands", {"GRY.GRY", "MSP.NIR"}}, {"bins", 2}});
+  EXPECT_EQ(result.metrics.at("GRY.GRY.histogram.n"), 21);
+  EXPECT_EQ(result.tables.size(), 1u);
+  for (const char* name : {"n", "n_invalid", "underflow", "overflow", "bins"}) {
+    const std::string metric = std::string("MSP.NIR.histogram.") + name;
+    EXPECT_EQ(result.reasons.at(metric), "There is no band \"MSP.NIR\" in this capture; it has GRY.GRY.") << metric;
+    EXPECT_EQ(result.regions.at("ROI_1").reasons.at(metric), result.reasons.at(metric));
+    EXPECT_EQ(result.units.at(metric), "px");
+  }
 }
 
 TEST(Histogram, EveryRegionHasItsOwnAndTheyAddUp) {
@@ -295,11 +330,33 @@ TEST(IndexStatistics, AFixedRangeMakesMapsComparable) {
   EXPECT_EQ(color_at(3), heat_colors().back());
 }
 
-TEST(IndexStatistics, AnIndexWhoseBandIsMissingIsAnErrorThatNamesIt) {
-  EXPECT_THAT(test::refusal([] {
-                static_cast<void>(test::measured("index_statistics", *plot(), {}, {{"indices", {"ndvi", "gndvi"}}}));
-              }),
-              testing::AllOf(testing::StartsWith("gndvi: "), HasSubstr("role G (green)")));
+TEST(IndexStatistics, GivenOneIndexOfTwoThatCannotBeComputed_ThenTheOtherIsMeasuredAndItsMetricsHaveTheReason) {
+  const auto result = test::measured("index_statistics", *plot(), test::mask_of_regions({"12.."}),
+                                     {{"indices", {"savi", "ndvi", "gndvi"}}});
+  EXPECT_NEAR(number(result.regions.at("ROI_2"), "ndvi.mean"), -0.5, 1e-15);
+  EXPECT_EQ(result.metrics.size(), 17u);
+  EXPECT_EQ(result.reasons.at("savi.mean"), "needs reflectance: WhiteLevel or a reference is not declared");
+  EXPECT_THAT(result.reasons.at("gndvi.n").get<std::string>(), HasSubstr("role G (green)"));
+  for (const char* index : {"savi", "gndvi"}) {
+    const std::string metric = std::string(index) + ".share_over_limit";
+    EXPECT_EQ(result.reasons.at(metric), result.reasons.at(std::string(index) + ".mean"));
+    EXPECT_EQ(result.regions.at("ROI_1").reasons.at(metric), result.reasons.at(metric));
+    EXPECT_EQ(result.units.at(metric), result.units.at("ndvi.share_over_limit"));
+    EXPECT_FALSE(result.images.contains(index));
+  }
+  EXPECT_TRUE(result.images.contains("ndvi"));
+  EXPECT_EQ(result.tables.at("bands").rows.size(), 2u) << "N and R of ndvi";
+}
+
+TEST(IndexStatistics, GivenThatNoIndexCanBeComputed_ThenTheErrorNamesEachOfThem) {
+  const auto refused = [](const Value& indices) {
+    return test::refusal([&] {
+      static_cast<void>(test::measured("index_statistics", *plot(), {}, {{"indices", indices}}));
+    });
+  };
+  EXPECT_THAT(refused({"gndvi"}), testing::AllOf(testing::StartsWith("gndvi: "), HasSubstr("role G (green)")));
+  EXPECT_THAT(refused({"savi", "gndvi"}),
+              testing::StartsWith("savi: needs reflectance: WhiteLevel or a reference is not declared. gndvi: No "));
 }
 
 // With the named band (1800 - 600) / 2400 = 0.5 and (1800 - 900) / 2700 = 1 / 3.
@@ -376,6 +433,7 @@ TEST(Psii, WhatItsImagesDoNotGiveIsLeftOutWithTheReason) {
   EXPECT_EQ(result.reasons.at("phi_psii.mean"), "The measurement FLU has no image FS.");
   EXPECT_EQ(result.reasons.at("ql.n"), "The measurement FLU has no image FS.");
   EXPECT_EQ(result.regions.at("ROI_1").reasons.at("qp.sd"), "The measurement FLU has no image FS.");
+  EXPECT_EQ(result.units.at("phi_psii.n"), "px");
 }
 
 TEST(Psii, WithoutF0OrFmThereIsAnError) {

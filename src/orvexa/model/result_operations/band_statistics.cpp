@@ -14,11 +14,15 @@ OperationResult BandStatistics::compute(const CaptureSet& capture, const RegionS
   const bool in_fractions = params.at("unit").get<std::string>() == "fraction";
   OperationResult result;
   const RegionPixels pixels(regions, context());
-  for (const Band& band : wanted_bands(capture, params.at("bands"), result)) {
+  for (const auto& [name, band, reason] : wanted_bands(capture, params.at("bands"), result)) {
     context().check();
-    const StatisticsUnit unit =
-        in_fractions ? StatisticsUnit{"fraction of white", band.white.counts} : StatisticsUnit{"counts", 1};
-    add_statistics(result, regions, band.name, pixels.measure(band, context()), unit);
+    StatisticsUnit unit{in_fractions ? "fraction of white" : "counts"};
+    if (!band) {
+      add_undefined_statistics(result, regions, name, reason, unit);
+      continue;
+    }
+    if (in_fractions) unit.divisor = band->white.counts;
+    add_statistics(result, regions, name, pixels.measure(*band, context()), unit);
   }
   return result;
 }
@@ -34,7 +38,9 @@ const ResultOperationInfo& band_statistics_info() {
       .description =
           "For every chosen plane, as `<measurement>.<image>[.<channel>].<statistic>`: " + statistics_text() +
           " Values are counts as the file holds them or, when asked for, fractions of the white level (the "
-          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value.",
+          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value. A "
+          "chosen plane that the capture lacks is left out with its reason; when it lacks all of them, that is an "
+          "error.",
       .source =
           "R. J. Hyndman, Y. Fan, Sample quantiles in statistical packages, The American Statistician 50(4), 1996, "
           "361-365, doi:10.1080/00031305.1996.10473566",

@@ -77,6 +77,24 @@ std::vector<std::uint32_t> HistogramOperation::count_band(const RegionPixels& pi
                       });
 }
 
+std::vector<std::uint32_t> sum_of_groups(const std::vector<std::uint32_t>& table, const TableLayout& layout) {
+  std::vector<std::uint32_t> sum(layout.size(), 0);
+  for (std::size_t i = 0; i < table.size(); ++i) sum[i % layout.size()] += table[i];
+  return sum;
+}
+
+ResultTable table_of(const std::vector<std::uint32_t>& counts, std::int64_t n, double white,
+                     const TableLayout& layout) {
+  ResultTable table{.columns = {"from", "to", "count", "fraction"}, .rows = {}};
+  const double width = white / static_cast<double>(layout.bins);
+  for (std::size_t bin = 0; bin < layout.bins; ++bin) {
+    const Value fraction = n > 0 ? Value(counts[bin] / static_cast<double>(n)) : Value("");
+    table.rows.push_back(
+        {static_cast<double>(bin) * width, static_cast<double>(bin + 1) * width, counts[bin], fraction});
+  }
+  return table;
+}
+
 OperationResult HistogramOperation::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const TableLayout layout{params.at("bins").get<std::size_t>()};
   OperationResult result;
@@ -91,43 +109,34 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
         " numbers a band may have; choose fewer bins.");
   }
 
-  for (const Band& band : wanted_bands(capture, params.at("bands"), result)) {
-    const std::vector<std::uint32_t> table = count_band(pixels, band, layout);
-    const std::string prefix = band.name + ".histogram.";
-    for (const char* name : {"n", "n_invalid", "underflow", "overflow", "bins"}) result.units[prefix + name] = "px";
-
-    std::vector<std::uint32_t> whole(layout.size(), 0);
-    for (std::size_t i = 0; i < table.size(); ++i) whole[i % layout.size()] += table[i];
+  for (const auto& [name, band, reason] : wanted_bands(capture, params.at("bands"), result)) {
+    const std::string prefix = name + ".histogram.";
+    std::vector<std::string> metrics;
+    for (const char* metric : {"n", "n_invalid", "underflow", "overflow", "bins"}) metrics.push_back(prefix + metric);
+    for (const std::string& metric : metrics) result.units[metric] = "px";
+    if (!band) {
+      leave_out_everywhere(result, regions, metrics, reason);
+      continue;
+    }
+    const std::vector<std::uint32_t> table = count_band(pixels, *band, layout);
+    const std::vector<std::uint32_t> whole = sum_of_groups(table, layout);
     const auto own_counts = [&](int index) {
       if (index < 0 || regions.is_single()) return std::span<const std::uint32_t>(whole);
       return std::span(table).subspan(static_cast<std::size_t>(index) * layout.size(), layout.size());
     };
     write_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
       if (row.is_empty()) {
-        for (const char* name : {"n", "n_invalid", "underflow", "overflow", "bins"}) {
-          row.leave_out(prefix + name, row.empty_reason());
-        }
+        for (const std::string& metric : metrics) row.leave_out(metric, row.empty_reason());
         return;
       }
       const std::span<const std::uint32_t> counts = own_counts(index);
-      row.set(prefix + "n", Value(region.area - counts[layout.invalid()]));
-      row.set(prefix + "n_invalid", Value(counts[layout.invalid()]));
-      row.set(prefix + "underflow", Value(counts[layout.underflow()]));
-      row.set(prefix + "overflow", Value(counts[layout.overflow()]));
-      Value bins = Value::array();
-      for (const std::uint32_t count : counts.first(layout.bins)) bins.push_back(count);
-      row.set(prefix + "bins", std::move(bins));
+      row.set(metrics[0], Value(region.area - counts[layout.invalid()]));
+      row.set(metrics[1], Value(counts[layout.invalid()]));
+      row.set(metrics[2], Value(counts[layout.underflow()]));
+      row.set(metrics[3], Value(counts[layout.overflow()]));
+      row.set(metrics[4], Value(counts.first(layout.bins)));
     });
-
-    ResultTable& rows = result.tables[band.name];
-    rows.columns = {"from", "to", "count", "fraction"};
-    const double n = static_cast<double>(regions.whole().area - whole[layout.invalid()]);
-    const double width = band.white.counts / static_cast<double>(layout.bins);
-    for (std::size_t bin = 0; bin < layout.bins; ++bin) {
-      const Value fraction = n > 0 ? Value(whole[bin] / n) : Value("");
-      rows.rows.push_back(
-          {static_cast<double>(bin) * width, static_cast<double>(bin + 1) * width, whole[bin], fraction});
-    }
+    result.tables[name] = table_of(whole, regions.whole().area - whole[layout.invalid()], band->white.counts, layout);
   }
   return result;
 }
@@ -150,7 +159,9 @@ const ResultOperationInfo& histogram_info() {
           "overflow (above the white level), n (valid pixels, all of these) and n_invalid (not a number or infinite). "
           "The "
           "table of a plane has the edges in counts, the counts of the whole mask and their fractions of n. A mask or "
-          "region without pixels has none of them.",
+          "region without pixels has none of them. A chosen plane that the capture lacks is left out with its reason; "
+          "when "
+          "it lacks all of them, that is an error.",
       .source = "R. C. Gonzalez, R. E. Woods, Digital Image Processing, section on histogram processing",
       .parameters = {bands_parameter(),
                      {.name = "bins",

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <optional>
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
@@ -27,16 +28,28 @@ RoleBands named_bands(const Value& params) {
   return role_bands("index_statistics", params.at("bands"), params.at("indices").get<std::vector<std::string>>());
 }
 
-IndexMap map_of(const CaptureSet& capture, const SpectralIndex& index, const RoleBands& named,
-                const RunContext& context) {
+/// The map of an index, or why this capture has none.
+struct MapOrReason {
+  std::optional<IndexMap> map = std::nullopt;
+  std::string reason = {};
+};
+
+MapOrReason map_of(const CaptureSet& capture, const SpectralIndex& index, const RoleBands& named,
+                   const RunContext& context) {
   try {
-    return compute_index(capture, index, context, named);
+    return {.map = compute_index(capture, index, context, named)};
   } catch (const CancelledError&) {
     throw;
-  } catch (const std::exception& problem) {
-    throw std::runtime_error(index.key + ": " + problem.what());
+  } catch (const std::runtime_error& problem) {
+    return {.reason = problem.what()};
   }
 }
+
+std::string share_name(const SpectralIndex& index) {
+  return index.key + ".share_over_limit";
+}
+
+constexpr const char* share_unit = "fraction of the valid pixels";
 
 void add_share_over(OperationResult& result, const RegionPixels& pixels, const std::string& name, const cv::Mat& map,
                     double limit, const RegionStatistics& statistics, const RunContext& context) {
@@ -51,7 +64,7 @@ void add_share_over(OperationResult& result, const RegionPixels& pixels, const s
       });
   std::int64_t over_in_all = 0;
   for (const std::uint32_t count : over) over_in_all += count;
-  result.units[name] = "fraction of the valid pixels";
+  result.units[name] = share_unit;
   write_rows(result, pixels.regions(), [&](const Region&, int index, ResultRow& row) {
     const auto k = static_cast<std::size_t>(index);
     const std::int64_t n = index < 0 ? statistics.whole.n : statistics.regions[k].n;
@@ -95,16 +108,28 @@ OperationResult IndexStatistics::compute(const CaptureSet& capture, const Region
   ResultTable& bands = result.tables["bands"];
   bands.columns = {"index", "role", "band", "formula"};
   const RegionPixels pixels(regions, context());
+  std::size_t failures = 0;
+  std::string failure;
   for (const Value& key : params.at("indices")) {
     const SpectralIndex& index = get_spectral_index(key.get<std::string>());
-    const IndexMap map = map_of(capture, index, named, context());
+    const auto [found, reason] = map_of(capture, index, named, context());
+    if (!found) {
+      ++failures;
+      if (!failure.empty()) failure += failure.ends_with('.') ? " " : ". ";
+      failure += index.key + ": " + reason;
+      add_undefined_statistics(result, regions, index.key, reason, {});
+      result.units[share_name(index)] = share_unit;
+      leave_out_everywhere(result, regions, {share_name(index)}, reason);
+      continue;
+    }
+    const IndexMap& map = *found;
     result.chosen_bands[index.key] = map.bands;
     for (std::size_t k = 0; k < map.bands.size(); ++k) {
       bands.rows.push_back({index.key, index.roles[k], map.bands[k], index.formula});
     }
     const RegionStatistics statistics = pixels.measure(map.values, context());
     add_statistics(result, regions, index.key, statistics, {});
-    add_share_over(result, pixels, index.key + ".share_over_limit", map.values, limit, statistics, context());
+    add_share_over(result, pixels, share_name(index), map.values, limit, statistics, context());
     const HeatScale scale = map_range == "fixed" ? HeatScale{params.at("map_low").get<double>(),
                                                              params.at("map_high").get<double>(), index.key}
                                                  : scale_of_data(statistics.whole, index.key);
@@ -112,6 +137,7 @@ OperationResult IndexStatistics::compute(const CaptureSet& capture, const Region
         index.key, ResultImage{.picture = heat_map_picture(map.values, regions.mask(), scale, context()),
                                .numbers = map_numbers(map.values, regions.mask(), context())});
   }
+  if (failures == params.at("indices").size()) throw std::runtime_error(failure);
   return result;
 }
 
@@ -122,8 +148,8 @@ std::string description() {
       "finite value (such as a denominator of 0) are invalid. Bands are fractions of white; each index takes all its "
       "bands from one measurement, those named for its roles first, else by wavelength where the header declares it, "
       "else by name, and the table `bands` says which. An index whose band is missing, or that depends on the scale "
-      "while no white level is declared, is an error. The heat map has no colour outside the mask; its numbers are "
-      "saved as 32-bit float.";
+      "while no white level is declared, is left out with its reason; when none can be computed, that is an error. The "
+      "heat map has no colour outside the mask; its numbers are saved as 32-bit float.";
   for (const SpectralIndex& index : spectral_indices()) {
     text += " " + index.key + " = " + index.formula + ".";
   }

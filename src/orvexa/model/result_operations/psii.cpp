@@ -95,7 +95,8 @@ OperationResult Psii::compute(const CaptureSet& capture, const RegionSet& region
   for (const Photochemistry& parameter : parameters_of_psii()) {
     const auto missing = std::find_if_not(parameter.images.begin(), parameter.images.end(), has);
     if (missing != parameter.images.end()) {
-      add_undefined_statistics(result, regions, parameter.key, "The measurement FLU has no image " + *missing + ".");
+      add_undefined_statistics(result, regions, parameter.key, "The measurement FLU has no image " + *missing + ".",
+                               {});
       continue;
     }
     std::vector<Band> bands;

@@ -48,6 +48,14 @@ std::string joined_name(const std::string& prefix, std::string_view name) {
   return full;
 }
 
+void add_units(OperationResult& result, const std::string& prefix, const StatisticsUnit& unit) {
+  for (const StatisticRow& statistic : statistic_rows) {
+    const bool has_unit = statistic.kind == Kind::value;
+    result.units[joined_name(prefix, statistic.name)] =
+        has_unit ? unit.name : std::string(statistic.kind == Kind::pixels ? "px" : "");
+  }
+}
+
 void write_statistic(ResultRow& row, std::string name, const StatisticRow& statistic, const Statistics& s,
                      const StatisticsUnit& unit) {
   if (row.is_empty()) return row.leave_out(std::move(name), row.empty_reason());
@@ -111,11 +119,7 @@ void write_rows(OperationResult& result, const RegionSet& regions,
 
 void add_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
                     const RegionStatistics& statistics, const StatisticsUnit& unit) {
-  for (const StatisticRow& statistic : statistic_rows) {
-    const bool has_unit = statistic.kind == Kind::value;
-    result.units[joined_name(prefix, statistic.name)] =
-        has_unit ? unit.name : std::string(statistic.kind == Kind::pixels ? "px" : "");
-  }
+  add_units(result, prefix, unit);
   write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
     const Statistics& s = index < 0 ? statistics.whole : statistics.regions[static_cast<std::size_t>(index)];
     row.expect_more(statistic_rows.size());
@@ -126,9 +130,17 @@ void add_statistics(OperationResult& result, const RegionSet& regions, const std
 }
 
 void add_undefined_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
-                              std::string_view reason) {
+                              std::string_view reason, const StatisticsUnit& unit) {
+  add_units(result, prefix, unit);
+  std::vector<std::string> names;
+  for (const StatisticRow& statistic : statistic_rows) names.push_back(joined_name(prefix, statistic.name));
+  leave_out_everywhere(result, regions, names, reason);
+}
+
+void leave_out_everywhere(OperationResult& result, const RegionSet& regions, const std::vector<std::string>& names,
+                          std::string_view reason) {
   write_rows(result, regions, [&](const Region&, int, ResultRow& row) {
-    for (const StatisticRow& statistic : statistic_rows) row.leave_out(joined_name(prefix, statistic.name), reason);
+    for (const std::string& name : names) row.leave_out(name, reason);
   });
 }
 

@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "orvexa/model/entities/result_bundle.h"
 #include "orvexa/model/measures/region_pixels.h"
@@ -50,9 +51,13 @@ struct StatisticsUnit {
 /// `.p95`, `.skew`, `.kurtosis` and `.sum` with their units.
 void add_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
                     const RegionStatistics& statistics, const StatisticsUnit& unit);
-/// The same names, all left out for a reason.
+/// The same names and units, all left out for a reason.
 void add_undefined_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
-                              std::string_view reason);
+                              std::string_view reason, const StatisticsUnit& unit);
+
+/// Leaves metrics out of the whole and of every region for one reason.
+void leave_out_everywhere(OperationResult& result, const RegionSet& regions, const std::vector<std::string>& names,
+                          std::string_view reason);
 
 /// How the statistics are defined, for the description of an operation.
 [[nodiscard]] const std::string& statistics_text();

@@ -1,7 +1,10 @@
 #include "orvexa/model/result_operations/wanted_bands.h"
 
 #include <algorithm>
-#include <string>
+#include <stdexcept>
+#include <utility>
+
+#include "orvexa/common/text.h"
 
 namespace orvexa::model {
 
@@ -12,17 +15,31 @@ ParameterInfo bands_parameter() {
           .help = "Images or channels to look at, such as MSP.NIR or CLR.RGB.G; none means all of the capture."};
 }
 
-std::vector<Band> wanted_bands(const ImageSource& source, const Value& names, OperationResult& result) {
-  std::vector<Band> bands;
-  if (names.empty()) bands = all_bands(source);
-  for (const Value& name : names) {
-    Band band = find_band(source, name.get<std::string>());
-    const auto is_same = [&](const Band& other) { return other.name == band.name; };
-    if (std::none_of(bands.begin(), bands.end(), is_same)) bands.push_back(std::move(band));
+std::vector<WantedBand> wanted_bands(const ImageSource& source, const Value& names, OperationResult& result) {
+  std::vector<WantedBand> wanted;
+  const auto add = [&](WantedBand band) {
+    const auto is_same = [&](const WantedBand& other) { return other.name == band.name; };
+    if (std::none_of(wanted.begin(), wanted.end(), is_same)) wanted.push_back(std::move(band));
+  };
+  if (names.empty()) {
+    for (Band& band : all_bands(source)) add({.name = band.name, .band = std::move(band)});
   }
+  std::vector<std::string> reasons;
+  for (const Value& name : names) {
+    try {
+      Band band = find_band(source, name.get<std::string>());
+      add({.name = band.name, .band = std::move(band)});
+    } catch (const std::runtime_error& missing) {
+      reasons.emplace_back(missing.what());
+      add({.name = name.get<std::string>(), .reason = missing.what()});
+    }
+  }
+  if (!names.empty() && reasons.size() == names.size()) throw std::runtime_error(common::joined(reasons, " "));
   Value& chosen = result.chosen_bands["bands"] = Value::array();
-  for (const Band& band : bands) chosen.push_back(band.name);
-  return bands;
+  for (const WantedBand& band : wanted) {
+    if (band.band) chosen.push_back(band.name);
+  }
+  return wanted;
 }
 
 }  // namespace orvexa::model
