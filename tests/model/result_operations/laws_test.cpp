@@ -89,6 +89,14 @@ TEST_P(EveryOperation, GivesEachMetricAUnitAndNoListButTheBinsOfAHistogram) {
   EXPECT_FALSE(result.metrics.empty());
 }
 
+TEST_P(EveryOperation, GivesTheSameUnitsInTheSameOrderWhateverIsUndefined) {
+  const auto capture = rich_capture(3, 9, 8);
+  const auto full = test::measured(GetParam(), *capture, Mask::full({9, 8}), rich_parameters(GetParam()));
+  const auto none = test::measured(GetParam(), *capture, Mask::empty({9, 8}), rich_parameters(GetParam()));
+  EXPECT_EQ(none.units.dump(), full.units.dump());
+  for (const auto& [name, reason] : none.reasons.items()) EXPECT_TRUE(none.units.contains(name)) << name;
+}
+
 TEST_P(EveryOperation, GivesEveryRegionTheNamesOfTheWhole) {
   const Mask mask = test::mask_of_grid(test::random_mask(5, 20, 20, 0.4), 4, 4);
   const auto result = test::measured(GetParam(), *rich_capture(6, 20, 20), mask, rich_parameters(GetParam()));

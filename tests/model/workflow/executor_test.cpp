@@ -710,7 +710,7 @@ TEST_F(ExecutorTest, AValueThatIsNoNumberBecomesAReasonInEveryFile) {
   EXPECT_EQ(metrics.at("results").at("broken").at("reasons").dump(),
             R"({"ratio":"The value is not a finite number."})");
   EXPECT_EQ(test::read_all(output / "plot_0007/metrics.tsv"),
-            "Capture\tRegion\tDate\tTime\tn\tratio\nplot_0007\tROI_1\t2019-05-21\t10:32:11\t3\t\n");
+            "Capture\tRegion\tDate\tTime\tratio\tn\nplot_0007\tROI_1\t2019-05-21\t10:32:11\t\t3\n");
 }
 
 TEST_F(ExecutorWithFakes, WhatIsWrongWithAMaskStepEndsTheRunBeforeAnythingIsMade) {

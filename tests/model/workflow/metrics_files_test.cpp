@@ -94,6 +94,45 @@ TEST(MetricsTable, GivenARegionWithoutPixels_ThenTheListThatItLacksHasNoColumn) 
             "dish\tROI_2\t\t\t\n");
 }
 
+/// Two operations with two metrics each; what has no value has a reason.
+MetricsReport report_of(const Value& first, const Value& second) {
+  const Value units_of_shape{{"area", "px"}, {"area_mm2", "mm²"}};
+  const Value units_of_values{{"GRY.n", "px"}, {"GRY.mean", "counts"}, {"GRY.histogram.bins", "px"}};
+  MetricsReport report{.capture_name = "dish"};
+  report.bundle.results["shape"] = result_of({}, {{"ROI_1", first}});
+  report.bundle.results["shape"].units = units_of_shape;
+  report.bundle.results["values"] = result_of({}, {{"ROI_1", second}});
+  report.bundle.results["values"].units = units_of_values;
+  for (auto result = report.bundle.results.begin(); result != report.bundle.results.end(); ++result) {
+    RegionResult& region = result.value().regions["ROI_1"];
+    for (const auto& [name, unit] : result.value().units.items()) {
+      if (!region.metrics.contains(name)) region.reasons[name] = "undefined";
+    }
+  }
+  report.regions = gather_regions({"ROI_1"}, report.bundle);
+  return report;
+}
+
+TEST(MetricsTable, GivenCapturesInWhichOtherMetricsAreUndefined_ThenTheirColumnsAreTheSame) {
+  const std::string header = "Capture\tRegion\tDate\tTime\tarea\tarea_mm2\tGRY.n\tGRY.mean\n";
+  EXPECT_EQ(metrics_table(report_of({{"area", 1}, {"area_mm2", 2}}, {{"GRY.n", 3}, {"GRY.mean", 4}})),
+            header + "dish\tROI_1\t\t\t1\t2\t3\t4\n");
+  EXPECT_EQ(metrics_table(report_of({{"area_mm2", 2}}, {{"GRY.mean", 4}, {"GRY.n", 3}})),
+            header + "dish\tROI_1\t\t\t\t2\t3\t4\n");
+  EXPECT_EQ(metrics_table(report_of(Value::object(), {{"GRY.mean", 4}})), header + "dish\tROI_1\t\t\t\t\t\t4\n");
+}
+
+TEST(MetricsTable, GivenTwoOperationsWithOneNameForAMetric_ThenEachColumnStandsWithItsOperation) {
+  MetricsReport report{.capture_name = "dish"};
+  for (const char* operation : {"first", "second"}) {
+    report.bundle.results[operation] = result_of({}, {{"ROI_1", {{"late", 1}, {"n", 2}}}});
+    report.bundle.results[operation].units = {{"n", "px"}, {"late", ""}};
+  }
+  report.regions = gather_regions({"ROI_1"}, report.bundle);
+  EXPECT_EQ(metrics_table(report),
+            "Capture\tRegion\tDate\tTime\tn\tlate\tsecond.n\tsecond.late\ndish\tROI_1\t\t\t2\t1\t2\t1\n");
+}
+
 TEST(MetricsTable, IsReadBackByPythonFieldByField) {
   const test::TemporaryFolder folder;
   const auto file = folder.write("metrics.tsv", metrics_table(awkward_report()));

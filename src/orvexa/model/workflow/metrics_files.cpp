@@ -48,16 +48,53 @@ std::string field(const Value& value) {
   return value.is_null() ? std::string() : field(common::scalar_text(value));
 }
 
+/// The name of a metric whose own name another operation has already.
+std::string name_behind(const std::string& operation, const std::string& metric) {
+  return fmt::format("{}.{}", operation, metric);
+}
+
 /// Adds the entries of one operation; a name that is taken gets the operation's key before it.
 void merge(Value& into, const Value& from, const std::string& operation) {
   if (!from.is_object()) return;
-  for (const auto& [name, value] : from.items())
-    into[into.contains(name) ? fmt::format("{}.{}", operation, name) : name] = value;
+  for (const auto& [name, value] : from.items()) {
+    into[into.contains(name) ? name_behind(operation, name) : name] = value;
+  }
 }
 
 /// Lists have no place in a table with one field a metric; where a list is undefined its name tells that it is one.
 bool is_name_of_list(const std::string& metric) {
   return metric.ends_with(".histogram.bins");
+}
+
+/// The names of all scalar metrics of the regions, those without any value too, so that tables of several captures have
+/// the same columns: operation by operation, each in the order in which it gives its units.
+std::vector<std::string> columns_of(const MetricsReport& report) {
+  OrderedMap<bool> is_listed;
+  for (const auto& [name, region] : report.regions) {
+    for (const auto& [metric, value] : region.metrics.items()) {
+      if (!value.is_structured()) is_listed[metric] = false;
+    }
+    for (const auto& [metric, reason] : region.reasons.items()) {
+      if (!is_name_of_list(metric)) is_listed[metric] = false;
+    }
+  }
+  std::vector<std::string> columns;
+  const auto list = [&](const std::string& metric) {
+    auto found = is_listed.find(metric);
+    if (found == is_listed.end() || found->second) return;
+    found.value() = true;
+    columns.push_back(metric);
+  };
+  for (const auto& [operation, result] : report.bundle.results) {
+    for (const Value* names : {&result.units, &result.metrics, &result.reasons}) {
+      for (const auto& [metric, value] : names->items()) {
+        list(metric);
+        list(name_behind(operation, metric));
+      }
+    }
+  }
+  for (const auto& [metric, unused] : is_listed) list(metric);
+  return columns;
 }
 
 Value object_or_empty(const Value& value) {
@@ -113,22 +150,13 @@ Value metrics_document(const MetricsReport& report) {
 }
 
 std::string metrics_table(const MetricsReport& report) {
-  OrderedMap<bool> columns;
-  for (const auto& [name, region] : report.regions) {
-    for (const auto& [metric, value] : region.metrics.items()) {
-      if (!value.is_structured()) columns[metric] = true;
-    }
-    // Undefined everywhere still has its column, so that tables of several captures have the same ones.
-    for (const auto& [metric, reason] : region.reasons.items()) {
-      if (!is_name_of_list(metric)) columns[metric] = true;
-    }
-  }
+  const std::vector<std::string> columns = columns_of(report);
   std::string text = "Capture\tRegion\tDate\tTime";
-  for (const auto& [metric, is_there] : columns) text += '\t' + field(metric);
+  for (const std::string& metric : columns) text += '\t' + field(metric);
   text += '\n';
   for (const auto& [name, region] : report.regions) {
     text += field(report.capture_name) + '\t' + field(name) + '\t' + field(report.date) + '\t' + field(report.time);
-    for (const auto& [metric, is_there] : columns) {
+    for (const std::string& metric : columns) {
       const auto found = region.metrics.find(metric);
       text += '\t';
       if (found != region.metrics.end()) text += field(*found);

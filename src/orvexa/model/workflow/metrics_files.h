@@ -38,8 +38,9 @@ void drop_values_that_are_no_numbers(OperationResult& result);
 ///  "regions": {region: {"metrics", "reasons"}}, "mask_notes": [{"step", "op", "note"}]}
 [[nodiscard]] common::Value metrics_document(const MetricsReport& report);
 
-/// The content of metrics.tsv: columns Capture, Region, Date, Time and every scalar metric in the order in which it
-/// first appears; one row a region; an undefined metric is an empty field; lists are left out. UTF-8, line feeds.
+/// The content of metrics.tsv: columns Capture, Region, Date, Time and every scalar metric, operation by operation and
+/// within one in the order of its units, wherever it is undefined; one row a region; an undefined metric is an empty
+/// field; lists are left out. UTF-8, line feeds.
 [[nodiscard]] std::string metrics_table(const MetricsReport& report);
 
 /// A named table of a result operation as tab-separated text with a header line.
