@@ -9,6 +9,7 @@
 #include <set>
 
 #include "orvexa/common/parallel.h"
+#include "support/counting_event.h"
 
 namespace orvexa::model {
 namespace {
@@ -66,6 +67,29 @@ TEST(Stripes, GivenACancelledRun_ThenNoFurtherStripeBegins) {
                                }),
                CancelledError);
   EXPECT_EQ(begun, 3);
+}
+
+TEST(Pieces, CoverAListOnceInOrderWithALookBeforeEach) {
+  const test::CountingEvent event;
+  std::size_t next = 0;
+  for_each_piece(1'000'000, {.cancel_event = &event, .progress = {}}, [&](std::size_t begin, std::size_t end) {
+    EXPECT_EQ(begin, next);
+    EXPECT_LT(begin, end);
+    EXPECT_LE(end - begin, 262'144u);
+    next = end;
+  });
+  EXPECT_EQ(next, 1'000'000u);
+  EXPECT_EQ(event.looks(), 4);  // 1,000,000 / 262,144 rounded up
+  for_each_piece(0, {}, [](std::size_t, std::size_t) { FAIL() << "there is nothing to do"; });
+}
+
+TEST(Pieces, GivenACancelledRun_ThenNoFurtherPieceBegins) {
+  const test::CountingEvent event(2);
+  int begun = 0;
+  EXPECT_THROW(
+      for_each_piece(1'000'000, {.cancel_event = &event, .progress = {}}, [&](std::size_t, std::size_t) { ++begun; }),
+      CancelledError);
+  EXPECT_EQ(begun, 2);
 }
 
 }  // namespace

@@ -8,8 +8,11 @@ namespace orvexa::common {
 /// be called from a signal handler.
 class CancelEvent {
  public:
+  virtual ~CancelEvent() = default;
+
   void set() noexcept { _flag.store(true, std::memory_order_relaxed); }
-  [[nodiscard]] bool is_set() const noexcept { return _flag.load(std::memory_order_relaxed); }
+  /// Virtual so that a test can count the looks at the flag.
+  [[nodiscard]] virtual bool is_set() const noexcept { return _flag.load(std::memory_order_relaxed); }
 
  private:
   std::atomic<bool> _flag{false};

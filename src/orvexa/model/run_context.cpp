@@ -8,8 +8,13 @@
 
 namespace orvexa::model {
 
+namespace {
+
+constexpr int stripe_pixels = 1 << 18;
+
+}  // namespace
+
 int stripe_height(int width) {
-  constexpr int stripe_pixels = 1 << 18;
   return std::max(1, stripe_pixels / std::max(1, width));
 }
 
@@ -27,6 +32,14 @@ void for_each_stripe(int height, int width, const RunContext& context, const std
     const int y0 = static_cast<int>(stripe) * step;
     rows(y0, std::min(height, y0 + step));
   });
+}
+
+void for_each_piece(std::size_t count, const RunContext& context,
+                    const std::function<void(std::size_t, std::size_t)>& piece) {
+  for (std::size_t begin = 0; begin < count; begin += stripe_pixels) {
+    context.check();
+    piece(begin, std::min(count, begin + stripe_pixels));
+  }
 }
 
 }  // namespace orvexa::model

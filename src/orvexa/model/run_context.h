@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -30,6 +31,11 @@ struct RunContext {
 /// that adds one partial result a stripe in stripe order is the same every time.
 /// @param width  pixels a row, to choose the stripes' height (about a quarter of a megapixel each).
 void for_each_stripe(int height, int width, const RunContext& context, const std::function<void(int y0, int y1)>& rows);
+
+/// Calls `piece(begin, end)` for pieces that cover [0, count) in order, with a look at the flag before each: for loops
+/// over long lists that cannot run side by side.
+void for_each_piece(std::size_t count, const RunContext& context,
+                    const std::function<void(std::size_t begin, std::size_t end)>& piece);
 
 /// How many stripes that makes and which one a row begins: for arrays of partial results.
 [[nodiscard]] int stripe_count(int height, int width);

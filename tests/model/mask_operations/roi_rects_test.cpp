@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "orvexa/model/measures/region_set.h"
+#include "support/counting_event.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {
@@ -70,6 +71,28 @@ TEST(RoiRects, KeepGrowingStepsInsideTheRectangles) {
   const Mask rectangles = applied("roi_rects", *capture, {}, rects({{0.125, 0.5, 0.25, 1}, {0.5, 0.5, 0.25, 1}}));
   const Mask dot = rectangles & test::mask({"...#...."});
   EXPECT_THAT(drawing(applied("dilate", *capture, dot, {{"radius", 9}})), ElementsAre("##.##..."));
+}
+
+// 600 x 1,000 pixels are three stripes of 262 rows (2^18 / 1,000).
+TEST(RoiRects, CoverTheRowsOfSeveralStripes) {
+  const auto capture = blank_capture({600, 1000});
+  const Mask mask = applied("roi_rects", *capture, {}, rects({{0.5, 0.5, 0.5, 0.8}, {0.25, 0.5, 0.2, 0.1}}));
+  // Rows 60 to 539 and columns 250 to 749; then rows 270 to 329 and columns 150 to 349, of which 100 overlap.
+  EXPECT_EQ(mask.count(), 480 * 500 + 60 * 100);
+  const RegionSet regions(mask);
+  EXPECT_EQ(regions.regions()[0].area, 480 * 500 - 60 * 100);
+  EXPECT_EQ(regions.regions()[0].box, (PixelRect{250, 60, 750, 540}));
+  EXPECT_EQ(regions.regions()[1].box, (PixelRect{150, 270, 350, 330}));
+}
+
+TEST(RoiRects, GivenManyLargeRectangles_ThenTheFlagIsLookedAtForEachInEveryStripe) {
+  const auto capture = blank_capture({600, 1000});
+  const test::CountingEvent event;
+  const auto operation = get_mask_operation("roi_rects")();
+  operation->set_context({.cancel_event = &event, .progress = {}});
+  const Value params = rects(std::vector<std::vector<double>>(20, {0.5, 0.5, 1, 1}));
+  EXPECT_TRUE(operation->apply({.image_stack = *capture, .params = params}));
+  EXPECT_GE(event.looks(), 3 * 20);
 }
 
 TEST(RoiRects, ArePickedAsRectangles) {

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "orvexa/model/measures/bands.h"
+#include "support/counting_event.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
 
@@ -121,6 +122,38 @@ TEST(RegionPixels, ACancelledRunStops) {
   event.set();
   const RegionSet regions(Mask::full({4, 4}));
   EXPECT_THROW(RegionPixels(regions, {.cancel_event = &event, .progress = {}}), CancelledError);
+}
+
+// 1,000 x 1,000 pixels are 4 stripes (of 262 rows) and 4 pieces of a list.
+TEST(RegionPixels, GivenOneLargeRegion_ThenTheFlagIsLookedAtInEveryStripeOfEveryPass) {
+  const test::CountingEvent event;
+  const RunContext context{.cancel_event = &event, .progress = {}};
+  const RegionSet regions(test::mask_of_grid(Mask::full({1000, 1000}), 1, 1), context);
+  const RegionPixels pixels(regions, context);
+  const int before = event.looks();
+  EXPECT_GE(before, 3 * 4) << "regions, runs, places";
+  const cv::Mat map(1000, 1000, CV_64FC1, cv::Scalar(0.5));
+  EXPECT_EQ(pixels.measure(map, context).regions[0].n, 1'000'000);
+  // Gathered, those that are no numbers left out, then sums and deviations for the whole and for the region.
+  EXPECT_GE(event.looks() - before, 6 * 4);
+}
+
+// 70 groups of 65,536 counts are more than a table holds, so that the counts are gathered into lists.
+TEST(RegionPixels, GivenALargeRegionAmongMany_ThenTheFlagIsLookedAtInEveryPieceOfItsList) {
+  auto labels = std::make_shared<RegionLabels>();
+  labels->image = cv::Mat(1000, 1000, CV_32SC1, cv::Scalar(1));
+  for (int k = 1; k <= 70; ++k) {
+    labels->names.push_back(std::to_string(k));
+    labels->image.at<std::int32_t>(0, k) = k;
+  }
+  const RegionSet regions(Mask::full({1000, 1000}).with_labels(labels));
+  const RegionPixels pixels(regions, {});
+  const auto capture = test::capture("c", {{"GRY", {{"GRY", test::flat_image<std::uint16_t>(1000, 1000, 7)}}}});
+  const test::CountingEvent event;
+  const auto found = pixels.measure(find_band(*capture, "GRY.GRY"), RunContext{.cancel_event = &event, .progress = {}});
+  EXPECT_EQ(found.regions[0].n, 1'000'000 - 69);
+  // Gathered and counted for the whole; 70 regions; the extremes and the counts of the large one's list.
+  EXPECT_GE(event.looks(), 4 + 4 + 70 + 2 * 4);
 }
 
 }  // namespace

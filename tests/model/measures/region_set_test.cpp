@@ -4,6 +4,7 @@
 
 #include <random>
 
+#include "support/counting_event.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
 
@@ -87,6 +88,35 @@ TEST(RegionSet, AreasAndBoxesOfStripesAddUp) {
     sum += region.area;
   }
   EXPECT_EQ(sum, set.whole().area);
+}
+
+/// 2,000 x 2,000 pixels in one region: 2,000 rows in stripes of 131 (2^18 / 2,000) are 16 stripes.
+Mask one_large_region() {
+  return test::mask_of_grid(Mask::full({2000, 2000}), 1, 1);
+}
+
+TEST(RegionSet, GivenOneLargeRegion_ThenTheFlagIsLookedAtInEveryStripe) {
+  const test::CountingEvent event;
+  const RegionSet set(one_large_region(), {.cancel_event = &event, .progress = {}});
+  EXPECT_GE(event.looks(), 16);
+  const int before = event.looks();
+  EXPECT_EQ(cv::countNonZero(set.crop(set.regions()[0], {.cancel_event = &event, .progress = {}})), 4'000'000);
+  EXPECT_GE(event.looks() - before, 16);
+}
+
+TEST(RegionSet, GivenACancellationInTheMiddle_ThenNoFurtherStripeIsLookedAt) {
+  const test::ThreadCount one(1);
+  const RegionSet set(one_large_region());
+  for (const int looks : {0, 1, 7, 15}) {
+    const test::CountingEvent event(looks);
+    const RunContext context{.cancel_event = &event, .progress = {}};
+    EXPECT_THROW(RegionSet(set.mask(), context), CancelledError);
+    EXPECT_EQ(event.looks(), looks + 1);
+    const test::CountingEvent another(looks);
+    const RunContext cropping{.cancel_event = &another, .progress = {}};
+    EXPECT_THROW(static_cast<void>(set.crop(set.regions()[0], cropping)), CancelledError);
+    EXPECT_EQ(another.looks(), looks + 1);
+  }
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <random>
 
 #include "support/captures.h"
+#include "support/counting_event.h"
 
 namespace orvexa::model {
 namespace {
@@ -142,6 +143,19 @@ TEST(ShapeMeasures, EndWithoutAResultOnceCancelled) {
   EXPECT_THROW(static_cast<void>(corner_hull(picture, context)), CancelledError);
   EXPECT_THROW(static_cast<void>(fit_ellipse(picture, context)), CancelledError);
   EXPECT_THROW(static_cast<void>(measure_shape(picture, context)), CancelledError);
+}
+
+TEST(ShapeMeasures, LookAtTheFlagInEveryRow) {
+  const cv::Mat picture(500, 4, CV_8UC1, cv::Scalar(255));
+  const auto looks = [&](const auto& measure) {
+    const test::CountingEvent event;
+    static_cast<void>(measure(picture, RunContext{.cancel_event = &event, .progress = {}}));
+    return event.looks();
+  };
+  EXPECT_GE(looks(crofton_perimeter), 500);
+  EXPECT_GE(looks(chain_perimeter), 500);
+  EXPECT_GE(looks(corner_hull), 500);
+  EXPECT_GE(looks(fit_ellipse), 500);
 }
 
 TEST(ShapeMeasures, AQuarterTurnChangesNothing) {

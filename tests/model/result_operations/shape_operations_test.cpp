@@ -5,6 +5,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "support/counting_event.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
 
@@ -186,6 +187,37 @@ TEST(RegionCount, ARegionCountsItsOwnPartsInTheFullFrame) {
   EXPECT_EQ(result.regions.at("ROI_2").metrics.at("region_count"), 1);
   EXPECT_EQ(result.regions.at("ROI_3").reasons.at("region_count"), "The region has no pixel.");
   EXPECT_EQ(result.tables.at("areas").rows[0], (std::vector<Value>{1, 2, 1, 1, 1, 2}));
+}
+
+// ---- One huge region ----
+
+/// 2,000 x 2,000 pixels are 16 stripes. The regions are found, the one region is cut out, and its picture is looked at:
+/// at least one look a stripe each time, whatever the number of threads.
+TEST(ShapesOfOneLargeRegion, AreMeasuredWithALookAtTheFlagInEveryStripe) {
+  const auto capture = blank(2000, 2000)->apply_mask(test::mask_of_grid(Mask::full({2000, 2000}), 1, 1));
+  const std::vector<std::pair<std::string, Value>> operations{
+      {"perimeter", {{"chain", true}}}, {"shape_factors", Value::object()}, {"region_count", Value::object()}};
+  for (const auto& [key, params] : operations) {
+    const test::CountingEvent event;
+    const auto operation = get_result_operation(key)();
+    operation->set_context({.cancel_event = &event, .progress = {}});
+    static_cast<void>(operation->run({.source_capture = *capture, .params = params}));
+    EXPECT_GE(event.looks(), 4 * 16) << key << ": the whole mask is measured too";
+  }
+}
+
+TEST(ShapesOfOneLargeRegion, EndAtTheNextLookOnceCancelled) {
+  const test::ThreadCount one(1);
+  const auto capture = blank(2000, 2000)->apply_mask(test::mask_of_grid(Mask::full({2000, 2000}), 1, 1));
+  for (const char* key : {"perimeter", "shape_factors", "region_count"}) {
+    for (const int looks : {1, 10, 20, 40, 60}) {
+      const test::CountingEvent event(looks);
+      const auto operation = get_result_operation(key)();
+      operation->set_context({.cancel_event = &event, .progress = {}});
+      EXPECT_THROW(static_cast<void>(operation->run({.source_capture = *capture})), CancelledError) << key;
+      EXPECT_EQ(event.looks(), looks + 1) << key;
+    }
+  }
 }
 
 }  // namespace

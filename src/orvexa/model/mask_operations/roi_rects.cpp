@@ -13,23 +13,32 @@ namespace {
 class RoiRects final : public MaskOperation {
   std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {
     const Shape shape = source.get_shape();
-    cv::Mat pixels(shape.height, shape.width, CV_8UC1, cv::Scalar(0));
     auto labels = std::make_shared<RegionLabels>();
-    labels->image = cv::Mat(shape.height, shape.width, CV_32SC1, cv::Scalar(0));
+    std::vector<cv::Rect> rects;
     std::vector<std::string> outside;
     for (const Value& value : params.at("rects")) {
       const PixelRect rect = pixels_of(pick_rect_from(value), shape.height, shape.width);
       labels->names.push_back("ROI_" + std::to_string(labels->names.size() + 1));
       if (rect.is_empty()) outside.push_back(labels->names.back());
-      pixels(cv_rect(rect)).setTo(255);
-      labels->image(cv_rect(rect)).setTo(static_cast<int>(labels->names.size()));
+      rects.push_back(cv_rect(rect));
     }
     if (labels->names.empty()) {
       note = "no_rectangle: the list of rectangles is empty, so the mask is empty";
     } else if (!outside.empty()) {
       note = "outside_image: no pixel of the image is covered by " + common::joined(outside, ", ");
     }
-    context().check();
+    cv::Mat pixels(shape.height, shape.width, CV_8UC1);
+    labels->image.create(shape.height, shape.width, CV_32SC1);
+    for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
+      const cv::Rect rows(0, y0, shape.width, y1 - y0);
+      pixels(rows).setTo(0);
+      labels->image(rows).setTo(0);
+      for (std::size_t k = 0; k < rects.size(); ++k) {
+        context().check();
+        pixels(rects[k] & rows).setTo(255);
+        labels->image(rects[k] & rows).setTo(static_cast<int>(k) + 1);
+      }
+    });
     return Mask(std::move(pixels)).with_labels(std::move(labels));
   }
 };

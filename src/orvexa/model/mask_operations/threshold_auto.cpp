@@ -18,7 +18,7 @@ class ThresholdAuto final : public MaskOperation {
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const Band band = find_band(source, params.at("band").get<std::string>());
     chosen_bands["band"] = band.name;
-    const Band plane{band.plane(), 0, band.white, band.name, band.measurement};
+    const Band plane{band.plane(context()), 0, band.white, band.name, band.measurement};
     const auto& method = params.at("method").get_ref<const std::string&>();
     const Histogram histogram = masked_histogram(plane, current, context());
     const auto found = auto_threshold_level(histogram, auto_threshold_method(method));

@@ -15,7 +15,7 @@ class ThresholdRange final : public MaskOperation {
     const ValueRange range{.low = low_limit_in_counts(band, params.at("low").get<double>()),
                            .high = high_limit_in_counts(band, params.at("high").get<double>()),
                            .is_inverted = params.at("invert").get<bool>()};
-    return Mask(pixels_within(band.plane().read_only(), range, context()));
+    return Mask(pixels_within(band.plane(context()).read_only(), range, context()));
   }
 };
 

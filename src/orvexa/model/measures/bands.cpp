@@ -11,7 +11,6 @@
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/measures/color.h"
-#include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
 
@@ -43,9 +42,9 @@ void read_plane_row(const Image& image, int channel, int y, Out* out) {
 }
 
 template <typename T>
-Image plane_of(const Image& image, int channel) {
+Image plane_of(const Image& image, int channel, const RunContext& context) {
   cv::Mat plane(image.height(), image.width(), cv::DataType<T>::type);
-  for_each_stripe(image.height(), image.width(), {}, [&](int y0, int y1) {
+  for_each_stripe(image.height(), image.width(), context, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) read_plane_row<T>(image, channel, y, plane.ptr<T>(y));
   });
   return Image(std::move(plane));
@@ -286,17 +285,17 @@ void Band::read_normalised_row(int y, std::span<double> fractions) const {
   for (int x = 0; x < image.width(); ++x) fractions[static_cast<std::size_t>(x)] /= white.counts;
 }
 
-Image Band::plane() const {
+Image Band::plane(const RunContext& context) const {
   if (!image.is_color()) return image;
   switch (image.type()) {
     case PixelType::u8:
-      return plane_of<std::uint8_t>(image, channel);
+      return plane_of<std::uint8_t>(image, channel, context);
     case PixelType::u16:
-      return plane_of<std::uint16_t>(image, channel);
+      return plane_of<std::uint16_t>(image, channel, context);
     case PixelType::f32:
       break;
   }
-  return plane_of<float>(image, channel);
+  return plane_of<float>(image, channel, context);
 }
 
 Band find_band(const ImageSource& source, std::string_view name) {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "orvexa/model/image_source.h"
+#include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
 
@@ -30,7 +31,7 @@ struct Band {
   /// Counts divided by the white level: 1 = white.
   void read_normalised_row(int y, std::span<double> fractions) const;
   /// The plane alone as a single-channel image of the image's own type (shared when it is one already).
-  [[nodiscard]] Image plane() const;
+  [[nodiscard]] Image plane(const RunContext& context = {}) const;
 };
 
 /// Resolves a name to one plane: `MEASUREMENT.IMAGE[.channel]` (channel R, G, B or grey), or the bare name of an image

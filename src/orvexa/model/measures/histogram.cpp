@@ -125,7 +125,7 @@ double Histogram::level(std::size_t bin) const {
 }
 
 Histogram masked_histogram(const Band& band, const Mask* mask, const RunContext& context) {
-  const Image plane = band.plane();
+  const Image plane = band.plane(context);
   const cv::Mat& pixels = plane.read_only();
   expect_same_size(pixels, mask);
   switch (plane.type()) {

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <mutex>
 #include <numeric>
 #include <type_traits>
@@ -25,8 +24,8 @@ constexpr std::size_t bins_of = std::size_t{std::numeric_limits<T>::max()} + 1;
 template <typename T>
 class CountPlane {
  public:
-  explicit CountPlane(const Band& band)
-      : _pixels(band.channel == Band::grey_channel ? band.plane() : band.image),
+  CountPlane(const Band& band, const RunContext& context)
+      : _pixels(band.channel == Band::grey_channel ? band.plane(context) : band.image),
         _offset(_pixels.is_color() ? static_cast<std::size_t>(band.channel) : 0) {}
 
   /// From one pixel to the next.
@@ -69,15 +68,23 @@ void sort_counts(std::span<std::uint8_t> counts) {
 
 /// Statistics of a short list of counts: through a table where the counts lie close together, otherwise sorted.
 template <typename T>
-Statistics describe_list(std::span<T> counts) {
+Statistics describe_list(std::span<T> counts, const RunContext& context) {
   if (counts.empty()) return {};
-  const auto [low, high] = std::minmax_element(counts.begin(), counts.end());
-  const T first = *low;
-  const std::size_t range = static_cast<std::size_t>(*high - first) + 1;
+  T low = counts.front();
+  T high = low;
+  for_each_piece(counts.size(), context, [&](std::size_t begin, std::size_t end) {
+    for (const T count : counts.subspan(begin, end - begin)) {
+      low = std::min(low, count);
+      high = std::max(high, count);
+    }
+  });
+  const std::size_t range = static_cast<std::size_t>(high - low) + 1;
   if (range <= 4 * counts.size()) {
     std::vector<std::uint32_t> bins(range, 0);
-    for (const T count : counts) ++bins[static_cast<std::size_t>(count - first)];
-    return describe_counts(filled_bins(bins, first));
+    for_each_piece(counts.size(), context, [&](std::size_t begin, std::size_t end) {
+      for (const T count : counts.subspan(begin, end - begin)) ++bins[static_cast<std::size_t>(count - low)];
+    });
+    return describe_counts(filled_bins(bins, low));
   }
   sort_counts(counts);
   std::vector<ValueCount> values;
@@ -136,6 +143,7 @@ RegionPixels::RegionPixels(const RegionSet& regions, const RunContext& context) 
   }
   std::vector<std::size_t> next(_starts.begin(), _starts.end() - 1);
   for (const std::vector<Run>& runs : _runs) {
+    context.check();
     std::vector<std::size_t>& places = _places.emplace_back();
     places.reserve(runs.size());
     for (const Run& run : runs) {
@@ -176,15 +184,16 @@ std::vector<std::uint32_t> RegionPixels::count(
   return total;
 }
 
-/// The values of all pixels, sorted by group and within a group in raster order.
+/// The values of all pixels, sorted by group and within a group in raster order. Not a vector: that would first set all
+/// of them to 0, in one go.
 template <typename T, typename ReadRun>
-std::vector<T> RegionPixels::gathered(const RunContext& context, const ReadRun& read_run) const {
-  std::vector<T> values(_starts.back());
+std::unique_ptr<T[]> RegionPixels::gathered(const RunContext& context, const ReadRun& read_run) const {
+  auto values = std::make_unique_for_overwrite<T[]>(_starts.back());
   common::parallel_for(_runs.size(), [&](std::size_t stripe) {
     context.check();
     const std::vector<Run>& runs = _runs[stripe];
     for (std::size_t k = 0; k < runs.size(); ++k) {
-      read_run(runs[k], std::span<T>(values).subspan(_places[stripe][k], length(runs[k])));
+      read_run(runs[k], std::span<T>(values.get() + _places[stripe][k], length(runs[k])));
     }
   });
   return values;
@@ -198,7 +207,7 @@ std::vector<std::uint32_t> RegionPixels::value_table(const Band& band, const Run
   if (size > std::size_t{1} << 22) return {};
   // Neighbours are often equal, and adding to the same bin again has to wait: four tables take turns.
   const std::size_t turns = size <= 1024 ? 4 : 1;
-  const CountPlane<T> plane(band);
+  const CountPlane<T> plane(band, context);
   const std::size_t step = plane.step();
   std::vector<std::uint32_t> table =
       count(size * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
@@ -256,9 +265,9 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
     return result;
   }
 
-  const CountPlane<T> plane(band);
+  const CountPlane<T> plane(band, context);
   const std::size_t step = plane.step();
-  std::vector<T> values = gathered<T>(context, [&](const Run& run, std::span<T> out) {
+  const std::unique_ptr<T[]> values = gathered<T>(context, [&](const Run& run, std::span<T> out) {
     const T* at = plane.first(run);
     for (T& value : out) {
       value = *at;
@@ -275,28 +284,31 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
   result.whole = describe_counts(filled_bins(whole, 0));
   common::parallel_for(result.regions.size(), [&](std::size_t k) {
     context.check();
-    result.regions[k] = describe_list(std::span(values).subspan(_starts[k], _starts[k + 1] - _starts[k]));
+    result.regions[k] = describe_list(std::span<T>(values.get() + _starts[k], _starts[k + 1] - _starts[k]), context);
   });
   return result;
 }
 
 template <typename ReadRun>
 RegionStatistics RegionPixels::measure_values(const RunContext& context, const ReadRun& read_run) const {
-  std::vector<double> values = gathered<double>(context, read_run);
+  const std::unique_ptr<double[]> values = gathered<double>(context, read_run);
   // Valid values move up within the list; the groups' places move with them.
   std::vector<std::size_t> starts = _starts;
   std::size_t kept = 0;
   for (std::size_t group = 0; group + 1 < _starts.size(); ++group) {
     starts[group] = kept;
-    for (std::size_t i = _starts[group]; i < _starts[group + 1]; ++i) {
-      if (std::isfinite(values[i])) values[kept++] = values[i];
-    }
+    const double* const own = values.get() + _starts[group];
+    for_each_piece(_starts[group + 1] - _starts[group], context, [&](std::size_t begin, std::size_t end) {
+      for (std::size_t i = begin; i < end; ++i) {
+        if (std::isfinite(own[i])) values[kept++] = own[i];
+      }
+    });
   }
   starts.back() = kept;
 
   RegionStatistics result;
-  result.whole = describe_values(std::span(values).first(kept), context);
-  result.whole.n_invalid = static_cast<std::int64_t>(values.size() - kept);
+  result.whole = describe_values(std::span<const double>(values.get(), kept), context);
+  result.whole.n_invalid = static_cast<std::int64_t>(_starts.back() - kept);
   if (_regions.is_single()) {
     result.regions = {result.whole};
     return result;
@@ -304,7 +316,7 @@ RegionStatistics RegionPixels::measure_values(const RunContext& context, const R
   result.regions.resize(_regions.regions().size());
   common::parallel_for(result.regions.size(), [&](std::size_t k) {
     const std::size_t n = starts[k + 1] - starts[k];
-    result.regions[k] = describe_values(std::span(values).subspan(starts[k], n), context);
+    result.regions[k] = describe_values(std::span<const double>(values.get() + starts[k], n), context);
     result.regions[k].n_invalid = static_cast<std::int64_t>(_starts[k + 1] - _starts[k] - n);
   });
   return result;
@@ -319,7 +331,7 @@ RegionStatistics RegionPixels::measure(const Band& band, const RunContext& conte
     case PixelType::f32:
       break;
   }
-  const Image plane = band.plane();
+  const Image plane = band.plane(context);
   return measure_values(context, [&](const Run& run, std::span<double> out) {
     const float* row = plane.row<float>(run.y).data();
     std::copy(row + run.x0, row + run.x1, out.begin());

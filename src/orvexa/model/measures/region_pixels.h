@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -75,7 +76,7 @@ class RegionPixels {
 
  private:
   template <typename T, typename ReadRun>
-  [[nodiscard]] std::vector<T> gathered(const RunContext& context, const ReadRun& read_run) const;
+  [[nodiscard]] std::unique_ptr<T[]> gathered(const RunContext& context, const ReadRun& read_run) const;
   template <typename T>
   [[nodiscard]] std::vector<std::uint32_t> value_table(const Band& band, const RunContext& context) const;
   template <typename T>

@@ -5,8 +5,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include "orvexa/model/run_context.h"
-
 namespace orvexa::model {
 
 namespace {
@@ -35,7 +33,7 @@ struct Extent {
 
 }  // namespace
 
-RegionSet::RegionSet(Mask mask) : _mask(std::move(mask)), _labels(_mask.labels()) {
+RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mask)), _labels(_mask.labels()) {
   const cv::Rect box = cv::boundingRect(_mask.read_only());
   _whole = {
       .name = {}, .label = 0, .area = _mask.count(), .box = {box.x, box.y, box.x + box.width, box.y + box.height}};
@@ -51,7 +49,7 @@ RegionSet::RegionSet(Mask mask) : _mask(std::move(mask)), _labels(_mask.labels()
   const int width = _mask.shape().width;
   std::vector<std::vector<Extent>> partial(static_cast<std::size_t>(stripe_count(height, width)));
   const int rows_a_stripe = stripe_height(width);
-  for_each_stripe(height, width, {}, [&](int y0, int y1) {
+  for_each_stripe(height, width, context, [&](int y0, int y1) {
     std::vector<Extent>& extents = partial[static_cast<std::size_t>(y0 / rows_a_stripe)];
     extents.resize(count);
     for (int y = y0; y < y1; ++y) {
@@ -79,18 +77,20 @@ RegionSet::RegionSet(Mask mask) : _mask(std::move(mask)), _labels(_mask.labels()
   }
 }
 
-cv::Mat RegionSet::crop(const Region& region) const {
+cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {
   if (region.area == 0) return {};
   const cv::Rect box(region.box.x0, region.box.y0, region.box.x1 - region.box.x0, region.box.y1 - region.box.y0);
   const cv::Mat set = _mask.read_only()(box);
-  if (region.label == 0 || !_labels) return set.clone();
+  if (region.label == 0 || !_labels) return set;
   cv::Mat alone(box.size(), CV_8UC1);
-  for (int y = 0; y < box.height; ++y) {
-    const std::uint8_t* own = set.ptr<std::uint8_t>(y);
-    const std::int32_t* label = _labels->image.ptr<std::int32_t>(box.y + y) + box.x;
-    std::uint8_t* out = alone.ptr<std::uint8_t>(y);
-    for (int x = 0; x < box.width; ++x) out[x] = label[x] == region.label ? own[x] : std::uint8_t{0};
-  }
+  for_each_stripe(box.height, box.width, context, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+      const std::uint8_t* own = set.ptr<std::uint8_t>(y);
+      const std::int32_t* label = _labels->image.ptr<std::int32_t>(box.y + y) + box.x;
+      std::uint8_t* out = alone.ptr<std::uint8_t>(y);
+      for (int x = 0; x < box.width; ++x) out[x] = label[x] == region.label ? own[x] : std::uint8_t{0};
+    }
+  });
   return alone;
 }
 

@@ -8,6 +8,7 @@
 
 #include "orvexa/model/mask.h"
 #include "orvexa/model/pick_geometry.h"
+#include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
 
@@ -23,7 +24,7 @@ struct Region {
 /// regions there is one, "ROI_1", with every pixel of the mask.
 class RegionSet {
  public:
-  explicit RegionSet(Mask mask);
+  explicit RegionSet(Mask mask, const RunContext& context = {});
 
   [[nodiscard]] Shape shape() const { return _mask.shape(); }
   [[nodiscard]] const Mask& mask() const { return _mask; }
@@ -39,8 +40,9 @@ class RegionSet {
     if (!_labels) return {};
     return {_labels->image.ptr<std::int32_t>(y), static_cast<std::size_t>(shape().width)};
   }
-  /// The region alone as a 0/255 picture of its box (for shape measures); an empty Mat when it has no pixel.
-  [[nodiscard]] cv::Mat crop(const Region& region) const;
+  /// The region alone as a 0/255 picture of its box (for shape measures); an empty Mat when it has no pixel. It may
+  /// share the mask's pixels and is not to be written to.
+  [[nodiscard]] cv::Mat crop(const Region& region, const RunContext& context = {}) const;
 
  private:
   Mask _mask;

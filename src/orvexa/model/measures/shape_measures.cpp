@@ -1,6 +1,7 @@
 #include "orvexa/model/measures/shape_measures.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <numbers>
@@ -66,34 +67,35 @@ double crofton_perimeter(const cv::Mat& picture, const RunContext& context) {
 }
 
 double chain_perimeter(const cv::Mat& picture, const RunContext& context) {
-  if (picture.empty()) return 0;
-  cv::Mat padded = cv::Mat::zeros(picture.rows + 2, picture.cols + 2, CV_8UC1);
-  picture.copyTo(padded(cv::Rect(1, 1, picture.cols, picture.rows)));
-  cv::Mat border = cv::Mat::zeros(padded.size(), CV_8UC1);
-  for (int y = 1; y <= picture.rows; ++y) {
-    context.check();
-    const std::uint8_t* above = padded.ptr<std::uint8_t>(y - 1);
-    const std::uint8_t* here = padded.ptr<std::uint8_t>(y);
-    const std::uint8_t* below = padded.ptr<std::uint8_t>(y + 1);
-    std::uint8_t* out = border.ptr<std::uint8_t>(y);
-    for (int x = 1; x <= picture.cols; ++x) {
-      out[x] = static_cast<std::uint8_t>(here[x] & ~(above[x] & below[x] & here[x - 1] & here[x + 1]) & 1);
-    }
-  }
+  const auto width = static_cast<std::size_t>(picture.cols);
   // weight_class[straight neighbours][diagonal neighbours] of a border pixel: 1 = length 1, 2 = sqrt(2), 3 = the mean
   // of both, 0 = none.
   static constexpr int weight_class[5][5] = {
       {0, 0, 2, 0, 0}, {0, 3, 3, 2, 0}, {1, 1, 1, 0, 0}, {1, 1, 1, 0, 0}, {0, 0, 0, 0, 0}};
   std::int64_t counts[4] = {0, 0, 0, 0};
-  for (int y = 1; y <= picture.rows; ++y) {
+  // The last three rows of the picture and of its border, with one background pixel on either side. A row of the border
+  // is known once the row of the picture below it is read, and is counted once the border's next row is known.
+  using Rows = std::array<std::vector<std::uint8_t>, 3>;
+  const std::vector<std::uint8_t> blank(width + 2, 0);
+  Rows rows{blank, blank, blank};
+  Rows border{blank, blank, blank};
+  const auto move_up = [&](Rows& three) {
+    std::rotate(three.begin(), three.begin() + 1, three.end());
+    three[2] = blank;
+  };
+  for (int y = 0; y < picture.rows + 2; ++y) {
     context.check();
-    const std::uint8_t* above = border.ptr<std::uint8_t>(y - 1);
-    const std::uint8_t* here = border.ptr<std::uint8_t>(y);
-    const std::uint8_t* below = border.ptr<std::uint8_t>(y + 1);
-    for (int x = 1; x <= picture.cols; ++x) {
-      if (here[x] == 0) continue;
-      const int side = above[x] + below[x] + here[x - 1] + here[x + 1];
-      const int corner = above[x - 1] + above[x + 1] + below[x - 1] + below[x + 1];
+    move_up(rows);
+    move_up(border);
+    if (y < picture.rows) std::memcpy(rows[2].data() + 1, picture.ptr<std::uint8_t>(y), width);
+    for (std::size_t x = 1; x <= width; ++x) {
+      const int inner = rows[0][x] & rows[2][x] & rows[1][x - 1] & rows[1][x + 1];
+      border[2][x] = static_cast<std::uint8_t>(rows[1][x] & ~inner & 1);
+    }
+    for (std::size_t x = 1; x <= width; ++x) {
+      if (border[1][x] == 0) continue;
+      const int side = border[0][x] + border[2][x] + border[1][x - 1] + border[1][x + 1];
+      const int corner = border[0][x - 1] + border[0][x + 1] + border[2][x - 1] + border[2][x + 1];
       ++counts[weight_class[side][corner]];
     }
   }

@@ -157,13 +157,22 @@ std::vector<double> order_statistics(std::size_t n, const At& at, double lowest,
   for_each_stripe(length, 1, context, collect_stretch);
 
   for (std::size_t k = 0; k < wanted.size(); ++k) {
+    std::size_t size = 0;
+    for (const auto& slots : collected) size += slots[k].size();
     std::vector<double> inside;
+    inside.reserve(size);
+    double low = highest;
+    double high = lowest;
     for (auto& slots : collected) {
+      context.check();
+      for (const double value : slots[k]) {
+        low = std::min(low, value);
+        high = std::max(high, value);
+      }
       inside.insert(inside.end(), slots[k].begin(), slots[k].end());
       slots[k] = {};
     }
-    const auto [low, high] = std::minmax_element(inside.begin(), inside.end());
-    const auto part = order_statistics(inside.size(), ValuesOf{inside}, *low, *high, wanted[k].ranks, context);
+    const auto part = order_statistics(inside.size(), ValuesOf{inside}, low, high, wanted[k].ranks, context);
     found.insert(found.end(), part.begin(), part.end());
   }
   return found;

@@ -18,7 +18,7 @@ OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet&
   const std::optional<double> scale = capture.millimetres_per_pixel();
   using Found = std::vector<Components::Component>;
   const std::vector<Found> components = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    Found found = label_components(picture).components;
+    Found found = label_components(picture, 8, context()).components;
     std::erase_if(found, [&](const Components::Component& component) { return component.area < min_area; });
     return found;
   });

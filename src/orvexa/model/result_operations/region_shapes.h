@@ -21,7 +21,7 @@ template <typename Measure>
   common::parallel_for(regions.is_single() ? 1 : results.size(), [&](std::size_t k) {
     context.check();
     const Region& region = k == 0 ? regions.whole() : all[k - 1];
-    if (region.area > 0) results[k] = measure(regions.crop(region));
+    if (region.area > 0) results[k] = measure(regions.crop(region, context));
   });
   if (regions.is_single()) results[1] = results[0];
   return results;

@@ -21,7 +21,7 @@ OperationResult ResultOperation::run(const Input& input) {
   context().check();
   if (input.regions != nullptr) return compute(input.source_capture, *input.regions, params);
   const CaptureSet& capture = input.source_capture;
-  const RegionSet regions(capture.mask ? *capture.mask : Mask::full(capture.get_shape()));
+  const RegionSet regions(capture.mask ? *capture.mask : Mask::full(capture.get_shape()), context());
   return compute(capture, regions, params);
 }
 

@@ -230,21 +230,23 @@ OutputFile tiff_file(Path path, const Image& image) {
 }
 
 /// The number of the region at each pixel, 0 where there is none: 16-bit as long as the numbers fit.
-Image region_image(const RegionSet& regions) {
+Image region_image(const RegionSet& regions, const RunContext& context) {
   const Shape shape = regions.shape();
   const bool fits = regions.regions().size() <= std::numeric_limits<std::uint16_t>::max();
   cv::Mat numbers(shape.height, shape.width, fits ? CV_16UC1 : CV_32FC1);
-  for (int y = 0; y < shape.height; ++y) {
-    const auto mask = regions.mask().row(y);
-    for (int x = 0; x < shape.width; ++x) {
-      const int number = mask[static_cast<std::size_t>(x)] != 0 ? regions.region_at(y, x) + 1 : 0;
-      if (fits) {
-        numbers.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>(number);
-      } else {
-        numbers.at<float>(y, x) = static_cast<float>(number);
+  for_each_stripe(shape.height, shape.width, context, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) {
+      const auto mask = regions.mask().row(y);
+      for (int x = 0; x < shape.width; ++x) {
+        const int number = mask[static_cast<std::size_t>(x)] != 0 ? regions.region_at(y, x) + 1 : 0;
+        if (fits) {
+          numbers.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>(number);
+        } else {
+          numbers.at<float>(y, x) = static_cast<float>(number);
+        }
       }
     }
-  }
+  });
   return Image(std::move(numbers));
 }
 
@@ -258,10 +260,11 @@ void add_masks(const RunFindings& found, std::vector<OutputFile>& files) {
   }
   if (found.step_masks.empty()) files.push_back(mask_file({folder / "final.png"}, found.final_mask));
   if (!found.regions.is_single()) {
-    files.push_back(
-        {.paths = {folder / "regions.tif"},
-         .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 4),
-         .content = [&found](const RunContext& context) { return encode_tiff(region_image(found.regions), context); }});
+    files.push_back({.paths = {folder / "regions.tif"},
+                     .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 4),
+                     .content = [&found](const RunContext& context) {
+                       return encode_tiff(region_image(found.regions, context), context);
+                     }});
   }
 }
 
@@ -356,7 +359,7 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
 
   RunFindings found{.step_masks = std::move(step_masks),
                     .final_mask = final_mask,
-                    .regions = RegionSet(final_mask),
+                    .regions = RegionSet(final_mask, context),
                     .report = {.capture_name = common::to_valid_utf8(run.capture_name),
                                .workflow_title = workflow.title,
                                .mask_notes = std::move(notes)}};
