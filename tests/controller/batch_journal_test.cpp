@@ -170,6 +170,19 @@ TEST_F(BatchJournalTest, GivenRelativeNames_ThenTheyMeanTheFilesOfTheFolderInWhi
   EXPECT_EQ(read.entries.at(0).file, before / "in/a.png");
 }
 
+TEST_F(BatchJournalTest, GivenNamesThatAreNotUtf8_ThenTheSameFilesAreMeantAfterReading) {
+  const Path latin1 = "/in/gr\xFCn.png";
+  BatchJournalEntry entry = done(latin1);
+  entry.sources = {latin1};
+  entry.output_folder = run_folder / "gr\xFCn";
+  BatchJournalWriter(journal({latin1})).add(entry);
+  const BatchJournal read = controller::read_batch_journal(run_folder);
+  EXPECT_THAT(read.files, ElementsAre(latin1));
+  EXPECT_EQ(read.entries.at(0).file, latin1);
+  EXPECT_THAT(read.entries.at(0).sources, ElementsAre(latin1));
+  EXPECT_EQ(read.entries.at(0).output_folder, run_folder / "gr\xFCn");
+}
+
 TEST_F(BatchJournalTest, GivenAFileThatWasSelectedTwice_ThenItStandsOnce) {
   const BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png", "/in/a.png"}));
   EXPECT_THAT(controller::read_batch_journal(run_folder).files, ElementsAre("/in/a.png", "/in/b.png"));

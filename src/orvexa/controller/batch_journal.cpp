@@ -37,15 +37,31 @@ constexpr int journal_format = 1;
 
 // ---- from and to lines
 
+/// A path as text. A name of other bytes than UTF-8, which JSON cannot hold, is a list of its bytes: without them the
+/// file could not be found again.
+Value path_value(const Path& path) {
+  if (common::is_valid_utf8(path.native())) return path.native();
+  Value bytes = Value::array();
+  for (const char byte : path.native()) bytes.push_back(static_cast<unsigned char>(byte));
+  return bytes;
+}
+
+Path path_of(const Value& value) {
+  if (value.is_string()) return value.get<std::string>();
+  std::string name;
+  for (const Value& byte : value) name += static_cast<char>(byte.get<unsigned char>());
+  return name;
+}
+
 Value paths_value(const std::vector<Path>& paths) {
   Value list = Value::array();
-  for (const Path& path : paths) list.push_back(path_text(path));
+  for (const Path& path : paths) list.push_back(path_value(path));
   return list;
 }
 
 std::vector<Path> paths_of(const Value& list) {
   std::vector<Path> paths;
-  for (const Value& path : list) paths.emplace_back(path.get<std::string>());
+  for (const Value& path : list) paths.push_back(path_of(path));
   return paths;
 }
 
@@ -62,16 +78,16 @@ Value header_value(const BatchJournal& journal) {
           {"workflow", common::to_valid_utf8(journal.workflow_title)},
           {"workflow_sha256", journal.workflow_sha256},
           {"started", journal.started},
-          {"working_folder", path_text(fs::current_path(no_current_folder))},
+          {"working_folder", path_value(fs::current_path(no_current_folder))},
           {"total", journal.files.size()},
           {"files", paths_value(journal.files)}};
 }
 
 /// The name of a results folder inside the run folder, the whole path of one elsewhere.
-std::string output_folder_text(const Path& output_folder, const Path& run_folder) {
+Path recorded_folder(const Path& output_folder, const Path& run_folder) {
   if (output_folder.empty()) return {};
-  if (output_folder.parent_path() == run_folder) return path_text(output_folder.filename());
-  return path_text(fs::absolute(output_folder).lexically_normal());
+  if (output_folder.parent_path() == run_folder) return output_folder.filename();
+  return fs::absolute(output_folder).lexically_normal();
 }
 
 Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
@@ -83,11 +99,11 @@ Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
     for (const auto& [name, value] : row) cells.push_back({name, cell_value(value)});
     rows.push_back(std::move(cells));
   }
-  return {{"file", path_text(entry.file)},
+  return {{"file", path_value(entry.file)},
           {"status", entry.is_done ? "done" : "failed"},
           {"content_sha256", entry.content_sha256},
           {"sources", paths_value(entry.sources)},
-          {"output_folder", output_folder_text(entry.output_folder, run_folder)},
+          {"output_folder", path_value(recorded_folder(entry.output_folder, run_folder))},
           {"operation_errors", std::move(operation_errors)},
           {"error", entry.is_done ? Value() : Value(entry.error)},
           {"rows", std::move(rows)}};
@@ -95,13 +111,13 @@ Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
 
 BatchJournalEntry entry_of(const Value& line, const Path& run_folder) {
   BatchJournalEntry entry;
-  entry.file = line.at("file").get<std::string>();
+  entry.file = path_of(line.at("file"));
   const auto status = line.at("status").get<std::string>();
   if (status != "done" && status != "failed") throw std::runtime_error("the status is neither done nor failed");
   entry.is_done = status == "done";
   entry.content_sha256 = line.at("content_sha256").get<std::string>();
   entry.sources = paths_of(line.at("sources"));
-  if (const Path folder = line.at("output_folder").get<std::string>(); !folder.empty()) {
+  if (const Path folder = path_of(line.at("output_folder")); !folder.empty()) {
     entry.output_folder = run_folder / folder;
   }
   for (const auto& [operation, error] : line.at("operation_errors").items()) {
@@ -176,7 +192,7 @@ class Reader {
     const auto workflow = line.at("workflow_sha256").get<std::string>();
     const auto title = line.at("workflow").get<std::string>();
     const auto started = line.at("started").get<std::string>();
-    const Path working_folder = line.at("working_folder").get<std::string>();
+    const Path working_folder = path_of(line.at("working_folder"));
     const std::vector<Path> files = paths_of(line.at("files"));
     if (_has_header && workflow != _journal.workflow_sha256) {
       throw Refusal(
@@ -257,7 +273,7 @@ void expect_same_workflow(const BatchJournal& journal, const model::Workflow& wo
                   path_text(journal.run_folder), journal.workflow_title, workflow.title));
 }
 
-BatchResumption plan_batch_resumption(const BatchJournal& journal, const common::CancelEvent* cancel_event) {
+BatchResumption plan_batch_resumption(BatchJournal journal, const common::CancelEvent* cancel_event) {
   const model::RunContext context{.cancel_event = cancel_event, .progress = {}};
   std::vector<char> up_to_date(journal.entries.size(), 0);
   common::parallel_for(journal.entries.size(), [&](std::size_t index) {
@@ -269,18 +285,18 @@ BatchResumption plan_batch_resumption(const BatchJournal& journal, const common:
     positions.emplace(journal.entries[index].file.native(), index);
   }
   BatchResumption plan;
-  plan.earlier.selection = journal.files;
   for (const Path& file : journal.files) {
     const auto known = positions.find(file.native());
     if (known == positions.end()) {
       plan.to_do.push_back(file);
     } else if (up_to_date[known->second] != 0) {
-      plan.earlier.entries.push_back(journal.entries[known->second]);
+      plan.earlier.entries.push_back(std::move(journal.entries[known->second]));
     } else {
       plan.to_do.push_back(file);
       if (journal.entries[known->second].is_done) plan.changed.push_back(file);
     }
   }
+  plan.earlier.selection = std::move(journal.files);
   return plan;
 }
 

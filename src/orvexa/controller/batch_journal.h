@@ -69,7 +69,7 @@ void expect_same_workflow(const BatchJournal& journal, const model::Workflow& wo
 
 /// What is left to do; reads the input files of what is done to see whether they changed.
 /// @param cancel_event  may be null. @throws model::CancelledError
-[[nodiscard]] BatchResumption plan_batch_resumption(const BatchJournal& journal,
+[[nodiscard]] BatchResumption plan_batch_resumption(BatchJournal journal,
                                                     const common::CancelEvent* cancel_event = nullptr);
 
 /// The files that failed, in the order of the selection.
