@@ -110,6 +110,9 @@ void say(Console& console, const WatcherEvent& event) {
       }
       if (!console.json) console.answer(fmt::format("{} -> {}\n", file, common::visible_text(event.folder)));
       break;
+    case Kind::incomplete:
+      console.remark(fmt::format("{}: {}", file, event.text));
+      break;
     case Kind::retry:
       console.remark(fmt::format("{}: {} It is tried again.", file, event.text));
       break;

@@ -31,7 +31,7 @@ namespace {
 constexpr std::uintmax_t max_workflow_bytes = std::uintmax_t{16} << 20;
 constexpr std::uintmax_t max_provenance_bytes = std::uintmax_t{64} << 20;
 
-std::string quoted_list(const std::vector<std::string>& names) {
+std::string listed(const std::vector<std::string>& names) {
   constexpr std::size_t most = 3;
   const std::size_t shown = names.size() > most + 1 ? most : names.size();
   std::string text;
@@ -341,8 +341,7 @@ void FolderWatch::report_incomplete() {
     candidate.is_reported = true;
     tell({.kind = Kind::incomplete,
           .file = name,
-          .text = fmt::format("{} is not complete: it waits for {}.", common::to_valid_utf8(name),
-                              quoted_list(candidate.capture.missing)),
+          .text = fmt::format("It is not complete: it waits for {}.", listed(candidate.capture.missing)),
           .details = {{"missing", candidate.capture.missing}}});
   }
 }
@@ -511,8 +510,10 @@ void FolderWatch::note_failure(const std::string& name, Candidate& candidate, co
 
 void FolderWatch::tell(WatcherEvent event) {
   event.time = common::now();
-  const std::string line = fmt::format("FileWatcher: {}{}{}{}", event_name(event.kind), event.file.empty() ? "" : " ",
-                                       common::to_valid_utf8(event.file), event.text.empty() ? "" : ": " + event.text);
+  std::string line = "FileWatcher: ";
+  if (!event.file.empty()) line += fmt::format("{} {}", event_name(event.kind), common::to_valid_utf8(event.file));
+  if (!event.file.empty() && !event.text.empty()) line += ": ";
+  line += event.text;
   switch (event.kind) {
     case Kind::taken_over:
     case Kind::incomplete:

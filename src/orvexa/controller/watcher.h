@@ -46,7 +46,7 @@ struct WatcherEvent {
   Kind kind = Kind::notice;
   std::string file = {};    ///< the capture's name relative to the input folder; empty where there is none
   std::string folder = {};  ///< its results folder
-  std::string text = {};    ///< a sentence; empty where the kind says it all
+  std::string text = {};    ///< a sentence, about the file where there is one; empty where the kind says it all
   common::Value details = common::Value::object();
   common::TimePoint time = {};
 };
