@@ -37,7 +37,8 @@ INSTANTIATE_TEST_SUITE_P(
                     HelpCase{"Info", {"info"}}, HelpCase{"Ops", {"ops"}}, HelpCase{"Workflow", {"workflow"}},
                     HelpCase{"WorkflowNew", {"workflow", "new"}}, HelpCase{"WorkflowAdd", {"workflow", "add"}},
                     HelpCase{"WorkflowRemove", {"workflow", "remove"}}, HelpCase{"WorkflowShow", {"workflow", "show"}},
-                    HelpCase{"WorkflowCheck", {"workflow", "check"}}, HelpCase{"Sample", {"sample"}}),
+                    HelpCase{"WorkflowCheck", {"workflow", "check"}}, HelpCase{"Verify", {"verify"}},
+                    HelpCase{"Sample", {"sample"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 struct UsageCase {
@@ -87,6 +88,7 @@ INSTANTIATE_TEST_SUITE_P(
                   "--images and --captures exclude each other"},
         UsageCase{"StatusAndMore", {"watch", "a.yaml", "--status", "out"}, "--status DIR stands alone"},
         UsageCase{"NothingToCheck", {"workflow", "check"}, "FILE is missing"},
+        UsageCase{"NothingToVerify", {"verify"}, "RESULTS_FOLDER is missing"},
         UsageCase{"NoSampleFolder", {"sample"}, "DIR is missing"},
         UsageCase{"NegativeCount", {"sample", "a", "--count", "-1"}, "--count is \"-1\"; a whole number from 0"},
         UsageCase{"ThreadsAreNotANumber", {"--threads", "two", "ops"}, "--threads is \"two\"; a whole number from 0"},

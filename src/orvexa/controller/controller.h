@@ -16,6 +16,7 @@
 #include "orvexa/controller/batch_journal.h"
 #include "orvexa/controller/batch_summary.h"
 #include "orvexa/controller/panel.h"
+#include "orvexa/controller/results_verification.h"
 #include "orvexa/controller/state.h"
 #include "orvexa/controller/ui_event_bus.h"
 #include "orvexa/controller/viewer_geometry.h"
@@ -253,6 +254,10 @@ class Controller {
   /// A copy of the workflow that shares nothing with it and has the given result operations with their defaults.
   [[nodiscard]] std::shared_ptr<model::Workflow> _prepare_workflow_for_execution(
       const model::Workflow& base_workflow, const std::vector<std::string>& operation_keys) const;
+  /// Computes the results of a folder anew from the inputs and the workflow that it records, and compares. Changes no
+  /// state; what is computed anew goes into a temporary folder that is removed.
+  /// @throws std::runtime_error when it is no results folder or its record cannot be read; model::CancelledError.
+  [[nodiscard]] Verification verify_results(const VerificationRequest& request);
   /// All numeric metrics as a text file. Failures to write reach the caller.
   void _save_numerical_results_to_txt(const model::ResultMap& results, const Path& file_path,
                                       const std::string& capture_name) const;

@@ -423,6 +423,7 @@ TEST(ImageCapture, APageOfATiffIsACaptureOfItsOwnNameThroughEitherLoader) {
   folder.write("stack.tif", tiff_of_pages({11, 22, 33}));
   for (const auto& capture : {load_capture_from_image(folder / "stack.tif[2]"), load(folder / "stack.tif[2]")}) {
     EXPECT_EQ(capture->name, "stack_page_2");
+    EXPECT_EQ(capture->sources.at(0).page, 2) << "the record of where numbers come from";
     EXPECT_EQ(capture->find_image("GRY", "GRY"), test::flat_image<std::uint8_t>(2, 3, 33));
     EXPECT_EQ(capture->sources.at(0).path, folder / "stack.tif");
   }

@@ -258,7 +258,7 @@ std::shared_ptr<CaptureSet> load_capture_from_image(const Path& path) {
   if (named.page) name += "_page_" + std::to_string(*named.page);
   auto capture = std::make_shared<CaptureSet>(CaptureSet::Arguments{
       .name = std::move(name), .header = nullptr, .measurements = std::move(measurements), .bands = {}});
-  capture->sources.push_back({recorded_path(named.file), file.sha256, file.bytes});
+  capture->sources.push_back({recorded_path(named.file), file.sha256, file.bytes, named.page});
   return capture;
 }
 

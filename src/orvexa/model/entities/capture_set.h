@@ -22,6 +22,7 @@ struct SourceFile {
   std::filesystem::path path;
   std::string sha256;  ///< of the bytes that were decoded, hexadecimal
   std::uintmax_t bytes = 0;
+  std::optional<int> page = std::nullopt;  ///< of a multi-page file, where the name that was loaded asked for one
 };
 
 /// The bare images of a capture without its masks: a view that shares the pixels.

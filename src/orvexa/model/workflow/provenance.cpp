@@ -47,7 +47,9 @@ Value library_versions() {
 Value provenance_document(const ProvenanceRecord& record) {
   Value inputs = Value::array();
   for (const SourceFile& source : record.sources) {
-    inputs.push_back({{"path", absolute_text(source.path)}, {"sha256", source.sha256}, {"bytes", source.bytes}});
+    Value input = {{"path", absolute_text(source.path)}, {"sha256", source.sha256}, {"bytes", source.bytes}};
+    if (source.page) input["page"] = *source.page;
+    inputs.push_back(std::move(input));
   }
   const auto duration = std::chrono::duration_cast<std::chrono::milliseconds>(record.finished - record.started);
   return {{"format", 1},

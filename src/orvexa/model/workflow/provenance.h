@@ -31,7 +31,8 @@ struct ProvenanceRecord {
 
 /// The content of provenance.json:
 /// {"format": 1, "program": {"name", "version", "build"}, "libraries": {name: version}, "capture",
-///  "inputs": [{"path" (absolute), "sha256", "bytes"}], "started", "finished" (local time with its offset from UTC),
+///  "inputs": [{"path" (absolute), "sha256", "bytes", "page" where one was asked for}], the file that was loaded
+///  first, "started", "finished" (local time with its offset from UTC),
 ///  "duration_seconds", "threads",
 ///  "mask_operations": [{"op", "params", "bands"}], "result_operations": [{"op", "params", "bands"}]}
 [[nodiscard]] common::Value provenance_document(const ProvenanceRecord& record);
