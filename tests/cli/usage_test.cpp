@@ -34,11 +34,11 @@ TEST_P(Help, ShowsUsageTheCommonOptionsAndAnExample) {
 INSTANTIATE_TEST_SUITE_P(
     EveryCommand, Help,
     testing::Values(HelpCase{"TheProgram", {}}, HelpCase{"Run", {"run"}}, HelpCase{"Watch", {"watch"}},
-                    HelpCase{"Info", {"info"}}, HelpCase{"Ops", {"ops"}}, HelpCase{"Workflow", {"workflow"}},
-                    HelpCase{"WorkflowNew", {"workflow", "new"}}, HelpCase{"WorkflowAdd", {"workflow", "add"}},
-                    HelpCase{"WorkflowRemove", {"workflow", "remove"}}, HelpCase{"WorkflowShow", {"workflow", "show"}},
-                    HelpCase{"WorkflowCheck", {"workflow", "check"}}, HelpCase{"Verify", {"verify"}},
-                    HelpCase{"Sample", {"sample"}}),
+                    HelpCase{"Preview", {"preview"}}, HelpCase{"Info", {"info"}}, HelpCase{"Ops", {"ops"}},
+                    HelpCase{"Workflow", {"workflow"}}, HelpCase{"WorkflowNew", {"workflow", "new"}},
+                    HelpCase{"WorkflowAdd", {"workflow", "add"}}, HelpCase{"WorkflowRemove", {"workflow", "remove"}},
+                    HelpCase{"WorkflowShow", {"workflow", "show"}}, HelpCase{"WorkflowCheck", {"workflow", "check"}},
+                    HelpCase{"Verify", {"verify"}}, HelpCase{"Sample", {"sample"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 struct UsageCase {

@@ -10,6 +10,7 @@ std::span<const CommandInfo* const> all_commands() {
   static const std::array all{
       &run_command_info(),
       &watch_command_info(),
+      &preview_command_info(),
       &info_command_info(),
       &ops_command_info(),
       &workflow_command_info(),

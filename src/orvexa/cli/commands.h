@@ -10,6 +10,7 @@ namespace orvexa::cli {
 
 const CommandInfo& info_command_info();
 const CommandInfo& ops_command_info();
+const CommandInfo& preview_command_info();
 const CommandInfo& run_command_info();
 const CommandInfo& sample_command_info();
 const CommandInfo& verify_command_info();

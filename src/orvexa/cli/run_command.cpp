@@ -4,6 +4,7 @@
 
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/interrupt.h"
+#include "orvexa/cli/run_part.h"
 #include "orvexa/cli/session.h"
 #include "orvexa/cli/workflow_problems.h"
 #include "orvexa/common/files.h"
@@ -28,6 +29,8 @@ int interrupted(Console& console) {
 common::Value region_document(const model::RegionResult& region) {
   return {{"metrics", region.metrics}, {"reasons", region.reasons}};
 }
+
+}  // namespace
 
 common::Value results_document(const model::ResultMap& results) {
   common::Value document = common::Value::object();
@@ -75,6 +78,8 @@ std::string results_text(const model::ResultMap& results) {
   return table.text();
 }
 
+namespace {
+
 common::Value notes_document(const std::vector<model::MaskNote>& notes) {
   common::Value list = common::Value::array();
   for (const model::MaskNote& note : notes) {
@@ -108,6 +113,7 @@ std::string report(const std::string& folder, const std::string& capture, const 
 
 int run_command(Console& console, const GivenWords& given) {
   handle_interrupts();
+  expect_one_part(given);
   const std::string& workflow = given.text("WORKFLOW");
   const std::vector<model::WorkflowProblem> problems = workflow_problems(workflow);
   if (!problems.empty()) {
@@ -125,6 +131,12 @@ int run_command(Console& console, const GivenWords& given) {
   console.progress("Loading " + common::path_text(given.text("CAPTURE")));
   load_capture(controller, given.text("CAPTURE"));
   if (interrupt_event().is_set()) return interrupted(console);
+  try {
+    if (given.has("--step")) return run_step(console, controller, given);
+    if (given.has("--operation")) return run_operation(console, controller, given);
+  } catch (const model::CancelledError&) {
+    return interrupted(console);
+  }
 
   const bool is_done = controller.generate_results_v2(
       given.text("--output"), [&](const std::string& text) { console.progress(text); }, &interrupt_event());
@@ -170,15 +182,20 @@ const CommandInfo& run_command_info() {
                     {.name = "CAPTURE",
                      .help = "A header file HDR_*.INF, or an ordinary image file",
                      .kind = WordKind::file}},
-      .options = {{.name = "--output",
-                   .letter = "-o",
-                   .value = "DIR",
-                   .help = "The folder to make the results folder in",
-                   .kind = WordKind::folder,
-                   .is_required = true}},
+      .options =
+          {{.name = "--output",
+            .letter = "-o",
+            .value = "DIR",
+            .help = "The folder to make the results folder in",
+            .kind = WordKind::folder,
+            .is_required = true},
+           {.name = "--step", .value = "N", .help = "Only what mask step N leaves: the mask and the images under it"},
+           {.name = "--operation", .value = "N", .help = "Only what result operation N finds under all mask steps"}},
       .remarks =
-          "The results folder is made inside DIR and named after the capture. It appears complete or not at all.\n",
-      .examples = {"orvexa run leaves.yaml captures/HDR_plot_0007.INF -o results"},
+          "The results folder is made inside DIR and named after the capture. It appears complete or not at all.\n"
+          "Steps are counted from 1, as orvexa workflow show lists them.\n",
+      .examples = {"orvexa run leaves.yaml captures/HDR_plot_0007.INF -o results",
+                   "orvexa run leaves.yaml captures/HDR_plot_0007.INF -o steps --step 2"},
       .run = run_command};
   return info;
 }

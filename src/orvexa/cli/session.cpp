@@ -34,4 +34,18 @@ void load_capture(controller::Controller& controller, const std::filesystem::pat
   if (!controller.state.current_capture) throw std::runtime_error(controller.state.error.value());
 }
 
+LoggedFailure::LoggedFailure()
+    : _observer([this](const common::LogRecord& record) {
+        const std::lock_guard lock(_mutex);
+        if (record.level == common::LogLevel::error && !_text) _text = record.text;
+      }) {}
+
+std::string LoggedFailure::cause() const {
+  const std::lock_guard lock(_mutex);
+  if (!_text) return "";
+  // "Controller.<operation>: <what failed> - <cause>"
+  const std::size_t dash = _text->find(" - ");
+  return dash == std::string::npos ? *_text : _text->substr(dash + 3);
+}
+
 }  // namespace orvexa::cli

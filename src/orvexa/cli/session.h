@@ -2,7 +2,11 @@
 
 #include <filesystem>
 #include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
 
+#include "orvexa/common/logger.h"
 #include "orvexa/controller/controller.h"
 
 namespace orvexa::cli {
@@ -15,5 +19,19 @@ void load_workflow(controller::Controller& controller, const std::filesystem::pa
 std::shared_ptr<model::Workflow> import_workflow(controller::Controller& controller, const std::filesystem::path& file);
 void save_workflow(controller::Controller& controller, const std::filesystem::path& file);
 void load_capture(controller::Controller& controller, const std::filesystem::path& file);
+
+/// Keeps what the controller logs as an error while this lives: some operations report a failure there and give nothing
+/// back.
+class LoggedFailure {
+ public:
+  LoggedFailure();
+  /// The first one's cause; empty when there was none.
+  [[nodiscard]] std::string cause() const;
+
+ private:
+  mutable std::mutex _mutex;
+  std::optional<std::string> _text;
+  common::LogObserver _observer;
+};
 
 }  // namespace orvexa::cli

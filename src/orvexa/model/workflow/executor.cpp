@@ -11,7 +11,6 @@
 #include <opencv2/core.hpp>
 #include <stdexcept>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 #include <variant>
 #include <vector>
@@ -166,20 +165,6 @@ ResultBundle run_result_operations(const CaptureSet& masked, const Workflow& wor
   }
   return bundle;
 }
-
-/// Names of files without suffix inside one folder, each used once.
-class FileNames {
- public:
-  std::string unique(std::string_view wanted) {
-    const std::string name = common::safe_file_name(wanted);
-    std::string free = name;
-    for (int number = 2; !_taken.insert(free).second; ++number) free = fmt::format("{}_{}", name, number);
-    return free;
-  }
-
- private:
-  std::unordered_set<std::string> _taken;
-};
 
 /// A file of a run: how its content is made, and how large it may become.
 struct OutputFile {

@@ -67,6 +67,13 @@ fs::path results_folder_path(const fs::path& output_base_dir, std::string_view c
   return output_base_dir / (number == 1 ? name : fmt::format("{}_{}", name, number));
 }
 
+std::string FileNames::unique(std::string_view wanted) {
+  const std::string name = common::safe_file_name(wanted);
+  std::string free = name;
+  for (int number = 2; !_taken.insert(free).second; ++number) free = fmt::format("{}_{}", name, number);
+  return free;
+}
+
 std::string size_text(std::uintmax_t bytes) {
   static constexpr const char* units[] = {"bytes", "kB", "MB", "GB", "TB"};
   auto size = static_cast<double>(bytes);

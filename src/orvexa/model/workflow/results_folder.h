@@ -85,6 +85,16 @@ void remove_left_over_results(const std::filesystem::path& output_base_dir);
 /// The same for file systems whose rename cannot be told not to replace: takes the name with an empty folder first.
 [[nodiscard]] bool rename_over_own_empty_folder(const std::filesystem::path& from, const std::filesystem::path& to);
 
+/// Names of files without suffix inside one folder, each used once.
+class FileNames {
+ public:
+  /// The wanted name made safe by `safe_file_name`, with _2, _3, ... where that is taken.
+  [[nodiscard]] std::string unique(std::string_view wanted);
+
+ private:
+  std::set<std::string> _taken;
+};
+
 /// "1.5 MB": a number of bytes for people, in powers of 1000.
 [[nodiscard]] std::string size_text(std::uintmax_t bytes);
 
