@@ -3,6 +3,20 @@ include(CMakePackageConfigHelpers)
 set(ORVEXA_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/orvexa)
 
 install(TARGETS orvexa_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# What the command says about itself: asked at install time, so that a build of the command alone can be installed.
+set(ORVEXA_DOCUMENTS ${PROJECT_BINARY_DIR}/documents)
+install(
+  CODE "
+  file(MAKE_DIRECTORY \"${ORVEXA_DOCUMENTS}\")
+  foreach(what IN ITEMS \"completion;bash\" man)
+    list(GET what 0 name)
+    execute_process(COMMAND \"$<TARGET_FILE:orvexa_command>\" \${what} OUTPUT_FILE \"${ORVEXA_DOCUMENTS}/\${name}\"
+                    COMMAND_ERROR_IS_FATAL ANY)
+  endforeach()")
+install(FILES ${ORVEXA_DOCUMENTS}/completion DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+        RENAME orvexa)
+install(FILES ${ORVEXA_DOCUMENTS}/man DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 RENAME orvexa.1)
+
 install(TARGETS orvexa_common orvexa_model orvexa_controller
         EXPORT orvexa_floors
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}

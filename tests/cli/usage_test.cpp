@@ -38,7 +38,8 @@ INSTANTIATE_TEST_SUITE_P(
                     HelpCase{"Workflow", {"workflow"}}, HelpCase{"WorkflowNew", {"workflow", "new"}},
                     HelpCase{"WorkflowAdd", {"workflow", "add"}}, HelpCase{"WorkflowRemove", {"workflow", "remove"}},
                     HelpCase{"WorkflowShow", {"workflow", "show"}}, HelpCase{"WorkflowCheck", {"workflow", "check"}},
-                    HelpCase{"Verify", {"verify"}}, HelpCase{"Sample", {"sample"}}),
+                    HelpCase{"Verify", {"verify"}}, HelpCase{"Sample", {"sample"}},
+                    HelpCase{"Completion", {"completion"}}, HelpCase{"Man", {"man"}}),
     [](const auto& test) { return std::string(test.param.name); });
 
 struct UsageCase {

@@ -20,6 +20,18 @@ expect_file(include/orvexa/model/workflow/model.h)
 expect_file(include/orvexa/common/value.h)
 run("${PREFIX}/bin/orvexa" --help)
 
+# Each is what the installed command prints.
+function(expect_printed file)
+  expect_file(${file})
+  run("${PREFIX}/bin/orvexa" ${ARGN})
+  file(READ "${PREFIX}/${file}" content)
+  if(NOT content STREQUAL output)
+    message(FATAL_ERROR "${file} is not what orvexa ${ARGN} prints")
+  endif()
+endfunction()
+expect_printed(share/bash-completion/completions/orvexa completion bash)
+expect_printed(share/man/man1/orvexa.1 man)
+
 set(flags "")
 if(SANITIZE)
   set(flags "-fsanitize=${SANITIZE}")

@@ -26,6 +26,7 @@ struct ArgumentInfo {
   std::string name;  ///< "CAPTURE"
   std::string help;  ///< in the help, man page and completion; no full stop
   WordKind kind = WordKind::text;
+  std::vector<std::string> choices = {};  ///< what completion offers where only these are allowed
   bool may_be_left_out = false;
   bool repeats = false;  ///< takes all words that are left
 };

@@ -21,6 +21,8 @@ std::span<const CommandInfo* const> all_commands() {
       &workflow_check_command_info(),
       &verify_command_info(),
       &sample_command_info(),
+      &completion_command_info(),
+      &man_command_info(),
   };
   // clang-format on
   return all;

@@ -8,7 +8,9 @@ namespace orvexa::cli {
 
 // A command is described and carried out in the file of its name.
 
+const CommandInfo& completion_command_info();
 const CommandInfo& info_command_info();
+const CommandInfo& man_command_info();
 const CommandInfo& ops_command_info();
 const CommandInfo& preview_command_info();
 const CommandInfo& run_command_info();

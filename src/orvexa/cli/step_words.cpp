@@ -16,9 +16,11 @@ namespace {
 
 using common::Value;
 
-UsageError unknown_operation(std::string_view kind, std::string_view key, std::span<const std::string> known) {
+UsageError unknown_operation(std::string_view kind, std::string_view key, std::span<const NamedOperation> known) {
+  std::vector<std::string> keys;
+  for (const NamedOperation& operation : known) keys.push_back(operation.key);
   return UsageError(
-      fmt::format("There is no {} \"{}\"{}; orvexa ops lists them all.", kind, key, common::did_you_mean(key, known)));
+      fmt::format("There is no {} \"{}\"{}; orvexa ops lists them all.", kind, key, common::did_you_mean(key, keys)));
 }
 
 /// Texts that stay texts when they stand in a list of such between commas.
@@ -51,28 +53,32 @@ std::string shell_quoted(const std::string& word) {
 
 }  // namespace
 
-NamedOperation find_operation(const controller::Controller& controller, std::string_view key) {
-  std::vector<std::string> known;
+std::vector<NamedOperation> known_operations(const controller::Controller& controller) {
+  std::vector<NamedOperation> known;
   for (const model::MaskOperationInfo* info : controller.get_mask_operation_infos()) {
-    if (info->key == key) return {.key = info->key, .is_mask = true, .parameters = info->all_parameters()};
-    known.push_back(info->key);
+    known.push_back({.key = info->key, .is_mask = true, .parameters = info->all_parameters()});
   }
-  for (const auto& [name, info] : controller.get_available_result_operations()) {
-    if (name == key) return {.key = name, .is_mask = false, .parameters = info->parameters};
-    known.push_back(name);
+  for (const auto& [key, info] : controller.get_available_result_operations()) {
+    known.push_back({.key = key, .is_mask = false, .parameters = info->parameters});
   }
-  throw unknown_operation("operation", key, known);
+  return known;
+}
+
+NamedOperation find_operation(const controller::Controller& controller, std::string_view key) {
+  const std::vector<NamedOperation> known = known_operations(controller);
+  const auto found = std::ranges::find(known, key, &NamedOperation::key);
+  if (found == known.end()) throw unknown_operation("operation", key, known);
+  return *found;
 }
 
 NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view key) {
-  std::vector<std::string> known;
-  for (const model::MaskOperationInfo* info : controller.get_mask_operation_infos()) {
-    if (info->key == key) return {.key = info->key, .is_mask = true, .parameters = info->all_parameters()};
-    known.push_back(info->key);
-  }
-  if (controller.get_available_result_operations().contains(std::string(key))) {
+  std::vector<NamedOperation> known = known_operations(controller);
+  const auto found = std::ranges::find(known, key, &NamedOperation::key);
+  if (found != known.end() && found->is_mask) return *found;
+  if (found != known.end()) {
     throw UsageError(fmt::format("{} is a result operation; a mask operation is expected.", key));
   }
+  std::erase_if(known, [](const NamedOperation& operation) { return !operation.is_mask; });
   throw unknown_operation("mask operation", key, known);
 }
 

@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "orvexa/common/value.h"
 #include "orvexa/controller/controller.h"
@@ -17,6 +18,8 @@ struct NamedOperation {
   model::ParameterList parameters;
 };
 
+/// All of them, mask operations first, in the order of menus and help.
+[[nodiscard]] std::vector<NamedOperation> known_operations(const controller::Controller& controller);
 /// @throws UsageError with the nearest key when there is no such operation.
 [[nodiscard]] NamedOperation find_operation(const controller::Controller& controller, std::string_view key);
 /// The same, where only a mask operation will do.
