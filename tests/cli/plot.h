@@ -12,17 +12,24 @@ namespace orvexa::test {
 
 /// A capture on disk whose answers are known: 40 columns, 30 rows; the left 10 columns (300 pixels) are "leaf" with NIR
 /// 3000 and RED 1000 of 4000, so an NDVI of (3000 - 1000) / (3000 + 1000) = 0.5; the rest is NIR 1000, RED 1000.
-inline std::filesystem::path write_plot(const TemporaryFolder& folder, int height = 30, int width = 40) {
+inline std::filesystem::path write_plot(const std::filesystem::path& folder, const std::string& name, int height,
+                                        int width, int leaf_columns) {
   cv::Mat nir(height, width, CV_16UC1, cv::Scalar(1000));
-  nir.colRange(0, width / 4).setTo(3000);
+  nir.colRange(0, leaf_columns).setTo(3000);
   const cv::Mat red(height, width, CV_16UC1, cv::Scalar(1000));
-  common::write_file_atomically(folder / "plot_NIR.tif", model::encode_tiff(model::Image(nir.clone())));
-  common::write_file_atomically(folder / "plot_RED.tif", model::encode_tiff(model::Image(red.clone())));
-  return folder.write("HDR_plot.INF",
-                      "[Capture]\nName = plot\nDate = 2019-05-21\nTime = 10:32:11\nMillimetresPerPixel = 0.5\n"
-                      "WhiteLevel = 4000\n"
-                      "[Measurement MSP]\nImage NIR = plot_NIR.tif\nImage RED = plot_RED.tif\n"
-                      "[Band NIR]\nCentreNm = 842\nWidthNm = 57\n");
+  std::filesystem::create_directories(folder);
+  common::write_file_atomically(folder / (name + "_NIR.tif"), model::encode_tiff(model::Image(nir.clone())));
+  common::write_file_atomically(folder / (name + "_RED.tif"), model::encode_tiff(model::Image(red.clone())));
+  std::filesystem::path header = folder / ("HDR_" + name + ".INF");
+  common::write_file_atomically(
+      header, "[Capture]\nName = " + name +
+                  "\nDate = 2019-05-21\nTime = 10:32:11\nMillimetresPerPixel = 0.5\nWhiteLevel = 4000\n"
+                  "[Measurement MSP]\nImage NIR = " +
+                  name + "_NIR.tif\nImage RED = " + name + "_RED.tif\n[Band NIR]\nCentreNm = 842\nWidthNm = 57\n");
+  return header;
+}
+inline std::filesystem::path write_plot(const TemporaryFolder& folder, int height = 30, int width = 40) {
+  return write_plot(folder.path(), "plot", height, width, width / 4);
 }
 
 /// Keeps the leaf of `write_plot` and measures it.

@@ -4,6 +4,7 @@
 
 #include "cli/plot.h"
 #include "cli/process.h"
+#include "cli/small_file_system.h"
 #include "orvexa/common/serialisation.h"
 
 namespace orvexa::test {
@@ -262,28 +263,11 @@ TEST(Run, GivenAnOutputFolderThatIsAFile_ThenTheSentenceNamesItAndTheFileStays) 
   EXPECT_EQ(read_all(run.output), "precious");
 }
 
-/// Runs `orvexa run` inside a mount namespace of its own in which `run.output` is a small file system with these mount
-/// options. Exit code 77: this machine does not allow that.
+/// Runs `orvexa run` with the output folder on a small file system of its own; its listing follows on standard error.
 Outcome run_on_a_file_system(const RunSetup& run, const std::string& options) {
-  std::filesystem::create_directories(run.output);
-  const std::string script =
-      "mount -t tmpfs -o \"$1\" none \"$2\" 2>/dev/null || exit 77\n"
-      "\"$3\" run \"$4\" \"$5\" -o \"$2\"; code=$?\n"
-      "ls -A \"$2\" >&2\n"
-      "exit $code";
-  return Process({"unshare", "--mount", "--map-root-user", "sh", "-c", script, "sh", options, run.output.string(),
-                  test::program(), run.workflow.string(), run.capture.string()})
-      .wait();
-}
-
-bool has_namespaces() {
-  TemporaryFolder folder;
-  return Process({"sh", "-c",
-                  "command -v unshare >/dev/null && unshare --mount --map-root-user "
-                  "mount -t tmpfs -o size=64k none \"$1\" 2>/dev/null",
-                  "sh", folder.path().string()})
-             .wait()
-             .exit_code == 0;
+  return on_a_file_system(
+      run.output, options,
+      {test::program(), "run", run.workflow.string(), run.capture.string(), "-o", run.output.string()}, "ls -A");
 }
 
 TEST(Run, GivenAReadOnlyOutputFolder_ThenOneSentenceSaysSo) {

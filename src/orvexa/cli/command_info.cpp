@@ -47,8 +47,8 @@ const CommandInfo& program_info() {
                                 .summary = "Measures things in camera pictures.",
                                 .options = {{.name = "--version", .help = "Show the version"}},
                                 .remarks =
-                                    "Exit codes: 0 all done; 1 failed, or some operations failed; 2 wrong usage;\n"
-                                    "3 none of several captures was done; 130 interrupted.\n",
+                                    "Exit codes: 0 all done; 1 failed, or some files or operations failed;\n"
+                                    "2 wrong usage; 3 none of several captures was done; 130 interrupted.\n",
                                 .examples = {"orvexa sample samples", "orvexa ops threshold_auto"}};
   return info;
 }

@@ -9,6 +9,7 @@ std::span<const CommandInfo* const> all_commands() {
   // clang-format off
   static const std::array all{
       &run_command_info(),
+      &batch_command_info(),
       &watch_command_info(),
       &preview_command_info(),
       &info_command_info(),

@@ -8,6 +8,7 @@ namespace orvexa::cli {
 
 // A command is described and carried out in the file of its name.
 
+const CommandInfo& batch_command_info();
 const CommandInfo& completion_command_info();
 const CommandInfo& info_command_info();
 const CommandInfo& man_command_info();

@@ -1,6 +1,7 @@
 #include "orvexa/cli/console.h"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,10 +30,19 @@ int write_all(int descriptor, std::string_view text) {
   return 0;
 }
 
+/// A byte 10xxxxxx continues the character before it.
+bool begins_a_character(char c) {
+  return (static_cast<unsigned char>(c) & 0xc0) != 0x80;
+}
+
 std::size_t width_of(std::string_view text) {
-  // A byte 10xxxxxx continues the character before it.
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), begins_a_character));
+}
+
+/// Of the terminal behind standard error, in characters; 0 when it does not tell.
+std::size_t terminal_width() {
+  winsize size{};
+  return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
 }
 
 }  // namespace
@@ -78,9 +88,16 @@ void Console::remark(std::string_view sentence) {
 
 void Console::progress(const std::string& text) {
   common::logger.info(text);
-  if (!_shows_progress || quiet) return;
+  show_status(text);
+}
+
+void Console::show_status(const std::string& text) {
+  if (!has_status_line()) return;
+  std::string line = common::visible_text(text);
+  // A line that wraps could not be taken away again.
+  if (const std::size_t width = terminal_width(); width > 1) line = shortened(line, width - 1);
   // Back to the first column, and the line empty: ECMA-48, "erase in line".
-  static_cast<void>(write_all(STDERR_FILENO, "\r\033[K" + common::visible_text(text)));
+  static_cast<void>(write_all(STDERR_FILENO, "\r\033[K" + line));
   _progress_is_shown = true;
 }
 
@@ -88,6 +105,17 @@ void Console::end_progress() {
   if (!_progress_is_shown) return;
   static_cast<void>(write_all(STDERR_FILENO, "\r\033[K"));
   _progress_is_shown = false;
+}
+
+std::string shortened(const std::string& text, std::size_t width) {
+  if (width_of(text) <= width) return text;
+  const std::string dots(std::min<std::size_t>(3, width), '.');
+  std::size_t characters = 0;
+  const auto end = std::find_if(text.begin(), text.end(), [&](char c) {
+    if (begins_a_character(c)) ++characters;
+    return characters > width - dots.size();
+  });
+  return std::string(text.begin(), end) + dots;
 }
 
 std::string short_value_text(const common::Value& value) {

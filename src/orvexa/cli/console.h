@@ -36,9 +36,13 @@ class Console {
   void error(std::string_view sentence);
   /// The same, but not with `--quiet`.
   void remark(std::string_view sentence);
-  /// What the program is doing: a line on a terminal that the next one replaces, and a log line of level info.
+  /// What the program is doing: `show_status`, and a log line of level info.
   void progress(const std::string& text);
-  /// Takes the progress line away.
+  /// A line on a terminal that the next one replaces, cut to its width; nothing elsewhere and with `--quiet`.
+  void show_status(const std::string& text);
+  /// Whether `show_status` shows anything.
+  [[nodiscard]] bool has_status_line() const { return _shows_progress && !quiet; }
+  /// Takes the status line away.
   void end_progress();
 
  private:
@@ -46,6 +50,9 @@ class Console {
   bool _shows_progress = false;
   bool _progress_is_shown = false;
 };
+
+/// The first characters of a text of UTF-8, with "..." in place of the last three when it has more than `width`.
+[[nodiscard]] std::string shortened(const std::string& text, std::size_t width);
 
 /// A value for the eye: reals with six significant digits (one decimal place from 100,000 on), the rest as it is.
 [[nodiscard]] std::string short_value_text(const common::Value& value);

@@ -115,15 +115,7 @@ int run_command(Console& console, const GivenWords& given) {
   handle_interrupts();
   expect_one_part(given);
   const std::string& workflow = given.text("WORKFLOW");
-  const std::vector<model::WorkflowProblem> problems = workflow_problems(workflow);
-  if (!problems.empty()) {
-    const std::string file = common::path_text(workflow);
-    for (const model::WorkflowProblem& problem : problems) console.error(problem_sentence(file, problem));
-    if (console.json) {
-      console.answer_json({{"error", file + ": the workflow cannot run."}, {"problems", problems_document(problems)}});
-    }
-    return exit_failed;
-  }
+  if (!is_fit_to_run(console, workflow)) return exit_failed;
 
   controller::Controller controller;
   controller.set_processing_mode("batch");

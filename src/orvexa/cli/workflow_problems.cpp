@@ -26,4 +26,15 @@ common::Value problems_document(const std::vector<model::WorkflowProblem>& probl
   return list;
 }
 
+bool is_fit_to_run(Console& console, const std::filesystem::path& file) {
+  const std::vector<model::WorkflowProblem> problems = workflow_problems(file);
+  if (problems.empty()) return true;
+  const std::string name = common::path_text(file);
+  for (const model::WorkflowProblem& problem : problems) console.error(problem_sentence(name, problem));
+  if (console.json) {
+    console.answer_json({{"error", name + ": the workflow cannot run."}, {"problems", problems_document(problems)}});
+  }
+  return false;
+}
+
 }  // namespace orvexa::cli

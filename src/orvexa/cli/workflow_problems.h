@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "orvexa/cli/console.h"
 #include "orvexa/common/value.h"
 #include "orvexa/model/workflow/model.h"
 
@@ -18,5 +19,9 @@ namespace orvexa::cli {
 
 /// [{"step", "text"}, ...]
 [[nodiscard]] common::Value problems_document(const std::vector<model::WorkflowProblem>& problems);
+
+/// Tells the user every problem of a workflow file.
+/// @return whether there is none.
+[[nodiscard]] bool is_fit_to_run(Console& console, const std::filesystem::path& file);
 
 }  // namespace orvexa::cli

@@ -1,0 +1,150 @@
+#include "orvexa/cli/batch_report.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "orvexa/cli/console.h"
+#include "orvexa/common/files.h"
+#include "orvexa/common/ordered_map.h"
+#include "orvexa/common/text.h"
+
+namespace orvexa::cli {
+
+namespace {
+
+using controller::BatchFileFailure;
+using controller::BatchFileSuccess;
+
+std::string without_prefix(const std::string& text, const std::string& prefix) {
+  return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+}
+
+std::string operation_sentence(const std::string& operation, const std::string& error) {
+  return error.starts_with(operation) ? error : operation + ": " + error;
+}
+
+std::string count_text(std::size_t count, const std::string& thing) {
+  return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
+}
+
+std::string failures_text(const BatchOutcome& outcome) {
+  std::string text;
+  for (const BatchFileFailure& failure : outcome.summary.failed_files) {
+    text += fmt::format("  {}\n", common::visible_text(outcome.reasons.at(failure.file)));
+  }
+  return text.empty() ? text : "Failed files:\n" + text + "\n";
+}
+
+/// The first names; `--json` names every one.
+std::string names_text(const std::vector<std::string>& files) {
+  constexpr std::size_t shown = 3;
+  const std::vector<std::string> first(files.begin(),
+                                       files.begin() + static_cast<std::ptrdiff_t>(std::min(shown, files.size())));
+  std::string text = common::joined(first, ", ");
+  if (files.size() > shown) text += fmt::format(" and {} more", files.size() - shown);
+  return text;
+}
+
+/// Files that say the same of the same operation share its sentence.
+std::string operation_errors_text(const std::vector<BatchFileSuccess>& successful) {
+  common::OrderedMap<std::vector<std::string>> files_by_sentence;
+  for (const BatchFileSuccess& success : successful) {
+    for (const auto& [operation, error] : success.operation_errors) {
+      files_by_sentence[common::visible_text(operation_sentence(operation, error))].push_back(
+          common::visible_text(success.file));
+    }
+  }
+  std::string text;
+  for (const auto& [sentence, files] : files_by_sentence) {
+    text += fmt::format("  {}\n    {}: {}\n", sentence, count_text(files.size(), "file"), names_text(files));
+  }
+  return text.empty() ? text : "Failed operations:\n" + text + "\n";
+}
+
+std::string numbers_text(const BatchOutcome& outcome) {
+  const controller::BatchSummary& summary = outcome.summary;
+  TextTable table;
+  table.add({"Workflow", common::visible_text(summary.workflow_title.value_or(""))});
+  const auto with_errors = std::count_if(summary.successful_files.begin(), summary.successful_files.end(),
+                                         [](const auto& success) { return !success.operation_errors.empty(); });
+  std::string successful = std::to_string(summary.successful_files.size());
+  if (with_errors > 0) successful += fmt::format(" ({} of them with failed operations)", with_errors);
+  table.add({"Successful", successful});
+  table.add({"Failed", std::to_string(summary.failed_files.size())});
+  if (outcome.not_reached() > 0) table.add({"Not reached", std::to_string(outcome.not_reached())});
+  table.add({"Total", count_text(static_cast<std::size_t>(summary.total_files), "file")});
+  if (outcome.taken_over > 0) table.add({"Done before", count_text(outcome.taken_over, "file")});
+  const std::size_t done = summary.successful_files.size() + summary.failed_files.size();
+  std::string time = duration_text(outcome.seconds);
+  if (done > 0 && outcome.seconds > 0) {
+    time += fmt::format(" ({})", rate_text(static_cast<double>(done) / outcome.seconds));
+  }
+  table.add({"Time", time});
+  if (summary.batch_folder) {
+    const std::filesystem::path folder = *summary.batch_folder;
+    table.add({"Run folder", common::visible_text(*summary.batch_folder)});
+    if (const auto rows = folder / "batch_aggregated_results.txt"; std::filesystem::exists(rows)) {
+      table.add({"Table", common::visible_text(common::path_text(rows))});
+    }
+  }
+  return table.text();
+}
+
+}  // namespace
+
+std::size_t BatchOutcome::not_reached() const {
+  return static_cast<std::size_t>(summary.total_files) - summary.successful_files.size() - summary.failed_files.size();
+}
+
+bool BatchOutcome::has_operation_errors() const {
+  return std::any_of(summary.successful_files.begin(), summary.successful_files.end(),
+                     [](const BatchFileSuccess& success) { return !success.operation_errors.empty(); });
+}
+
+int BatchOutcome::exit_code() const {
+  if (is_interrupted) return exit_interrupted;
+  if (summary.successful_files.empty() && summary.total_files > 0) return exit_nothing_succeeded;
+  const bool is_complete = not_reached() == 0 && summary.failed_files.empty() && unwritten.empty();
+  return is_complete && !has_operation_errors() ? exit_done : exit_failed;
+}
+
+std::string failure_sentence(const BatchFileFailure& failure, const std::string& load_error) {
+  const std::filesystem::path file = failure.file;
+  const std::string name = common::path_text(file.filename());
+  std::string reason = without_prefix(failure.error, "Error processing " + name + ": ");
+  if (failure.error.starts_with("Failed to load capture from: ")) {
+    // The summary says no more than that; the reason is in the controller's state.
+    reason = without_prefix(load_error, "Failed to load capture from " + common::path_text(file) + ": ");
+  }
+  const bool names_file = reason.starts_with(name + ": ") || reason.starts_with(name + ", line ");
+  return common::path_text(file) + (names_file ? reason.substr(name.size()) : ": " + reason);
+}
+
+std::string operation_errors_text(const BatchFileSuccess& success) {
+  std::string text;
+  for (const auto& [operation, error] : success.operation_errors) {
+    text += (text.empty() ? "" : " ") + operation_sentence(operation, error);
+  }
+  return text;
+}
+
+std::string batch_report_text(const BatchOutcome& outcome) {
+  return failures_text(outcome) + operation_errors_text(outcome.summary.successful_files) + numbers_text(outcome);
+}
+
+common::Value batch_report_document(const BatchOutcome& outcome) {
+  common::Value document = outcome.summary.to_value();
+  for (common::Value& failure : document.at("failed_files")) {
+    failure["reason"] = outcome.reasons.at(failure.at("file").get<std::string>());
+  }
+  document["not_reached"] = outcome.not_reached();
+  document["done_before"] = outcome.taken_over;
+  document["interrupted"] = outcome.is_interrupted;
+  document["seconds"] = outcome.seconds;
+  document["unwritten"] = outcome.unwritten;
+  return document;
+}
+
+}  // namespace orvexa::cli
