@@ -111,10 +111,11 @@ TEST(BatchResume, GivenARunThatIsComplete_ThenThereIsNothingToDoAndNoFolderIsMad
   const auto before = batch.set_aside_run_folder();
   const Outcome outcome = go_on(batch, {"--resume", before.string()});
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_EQ(outcome.out, "");
-  EXPECT_THAT(outcome.err, HasSubstr("2 of 2 files are done already.\nThere is nothing left to do.\n"));
+  EXPECT_EQ(outcome.err, "2 of 2 files are done already.\nThere is nothing left to do.\n");
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("Total        0 files\n"), HasSubstr("Done before  2 files\n"),
+                                 HasSubstr("Run folder   " + before.string() + "\n")));
   EXPECT_EQ(visible_in(batch.output).size(), 1u);
-  EXPECT_EQ(go_on(batch, {"--resume", before.string(), "--json"}).json().at("total_files"), 0);
+  EXPECT_EQ(go_on(batch, {"--resume", before.string(), "--quiet"}).out, before.string() + "\n");
 }
 
 TEST(BatchResume, GivenARunThatDiedBeforeItsReports_ThenTheyAreWrittenThoughNoFileIsLeft) {

@@ -89,6 +89,13 @@ TEST(Batch, GivenATerminalAndQuiet_ThenOnlyTheRunFolderIsPrinted) {
   EXPECT_EQ(text, batch.run_folder().string() + "\r\n");
 }
 
+TEST(Batch, GivenATerminalAndLogLines_ThenThereAreLinesAFileInsteadOfABarThatTheyWouldRunInto) {
+  const BatchSetup batch(1);
+  const std::string text = on_a_terminal(batch, "--log-level warning");
+  EXPECT_THAT(text, HasSubstr("1/1 "));
+  EXPECT_THAT(text, Not(HasSubstr("\033[K")));
+}
+
 TEST(Batch, GivenQuiet_ThenOnlyTheRunFolderAndWhatFailedIsPrinted) {
   const BatchSetup batch(2);
   std::filesystem::remove(batch.captures / "plot_0001_RED.tif");

@@ -174,10 +174,13 @@ int batch_command(Console& console, const GivenWords& given) {
     show_plan(console, controller, plan);
     return exit_done;
   }
-  if (plan.is_finished) {
+  if (plan.finished_in) {
     console.remark("There is nothing left to do.");
-    if (console.json) console.answer_json(batch_report_document({}));
-    return exit_done;
+    BatchOutcome outcome;
+    outcome.summary.batch_folder = plan.finished_in->string();
+    outcome.summary.workflow_title = controller.state.current_workflow->title;
+    outcome.taken_over = plan.earlier.entries.size();
+    return report(console, outcome);
   }
   // A run that was killed may have left the folder that it was filling.
   if (!arguments.resume.empty()) model::remove_left_over_results(arguments.resume);

@@ -69,7 +69,8 @@ BatchPlan plan_of_resumption(const controller::Controller& controller, const Bat
   plan.files = std::move(resumption.to_do);
   plan.earlier = std::move(resumption.earlier);
   plan.output_folder = run_folder.parent_path();
-  plan.is_finished = plan.files.empty() && fs::exists(run_folder / "batch_summary.txt");
+  // A run that died after its last file has no reports yet.
+  if (plan.files.empty() && fs::exists(run_folder / "batch_summary.txt")) plan.finished_in = run_folder;
   return plan;
 }
 
@@ -78,8 +79,10 @@ BatchPlan plan_of_failed_files(const BatchArguments& arguments) {
   BatchPlan plan;
   plan.files = controller::failed_files(journal_of(run_folder));
   plan.output_folder = run_folder.parent_path();
-  plan.is_finished = plan.files.empty();
-  if (plan.is_finished) plan.remarks.push_back(fmt::format("{}: no file of this batch failed.", path_text(run_folder)));
+  if (plan.files.empty()) {
+    plan.remarks.push_back(fmt::format("{}: no file of this batch failed.", path_text(run_folder)));
+    plan.finished_in = run_folder;
+  }
   return plan;
 }
 

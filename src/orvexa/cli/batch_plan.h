@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,10 +24,10 @@ struct BatchArguments {
 /// What a batch is going to do.
 struct BatchPlan {
   std::vector<common::Path> files;
-  common::Path output_folder;         ///< the run folder is made inside it
-  controller::BatchTakeover earlier;  ///< of the run that is gone on with
-  std::vector<std::string> remarks;   ///< sentences for the user
-  bool is_finished = false;           ///< there is nothing left to do, and the earlier run wrote its reports
+  common::Path output_folder;               ///< the run folder is made inside it
+  controller::BatchTakeover earlier;        ///< of the run that is gone on with
+  std::vector<std::string> remarks;         ///< sentences for the user
+  std::optional<common::Path> finished_in;  ///< the earlier run folder, when there is nothing left to do
 };
 
 /// Reads the inputs, or the journal of the run that `--resume` or `--failed-of` names, against the loaded workflow.

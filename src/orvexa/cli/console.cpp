@@ -91,6 +91,10 @@ void Console::progress(const std::string& text) {
   show_status(text);
 }
 
+bool Console::has_status_line() const {
+  return _shows_progress && !quiet && common::logger.level() == common::LogLevel::off;
+}
+
 void Console::show_status(const std::string& text) {
   if (!has_status_line()) return;
   std::string line = common::visible_text(text);

@@ -38,10 +38,11 @@ class Console {
   void remark(std::string_view sentence);
   /// What the program is doing: `show_status`, and a log line of level info.
   void progress(const std::string& text);
-  /// A line on a terminal that the next one replaces, cut to its width; nothing elsewhere and with `--quiet`.
+  /// A line on a terminal that the next one replaces, cut to its width; nothing elsewhere, with `--quiet`, and where
+  /// log lines would run into it.
   void show_status(const std::string& text);
   /// Whether `show_status` shows anything.
-  [[nodiscard]] bool has_status_line() const { return _shows_progress && !quiet; }
+  [[nodiscard]] bool has_status_line() const;
   /// Takes the status line away.
   void end_progress();
 
