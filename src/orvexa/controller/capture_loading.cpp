@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <stdexcept>
+#include <utility>
 
 #include "orvexa/common/files.h"
 #include "orvexa/common/logger.h"
@@ -43,10 +44,20 @@ Controller::CaptureLoadResult Controller::_do_load_capture(const Path& file_path
   try {
     const bool is_image = model::is_image_file_name(file_path);
     logger.info((is_image ? "Loading as image file: " : "Loading using standard capture loader: ") + file_text);
-    return {.capture_set = is_image ? image_loader(file_path) : capture_loader(file_path), .file_path = file_path};
+    auto loaded = _read_ahead.take(file_path);
+    if (!loaded) loaded = is_image ? image_loader(file_path) : capture_loader(file_path);
+    return {.capture_set = std::move(*loaded), .file_path = file_path};
   } catch (...) {
     throw std::runtime_error(fmt::format("Failed to load capture from {}: {}", file_text, failure_text()));
   }
+}
+
+void Controller::_load_ahead(const Path& next_file, const common::CancelEvent* cancel_event) {
+  _read_ahead.begin(next_file, model::is_image_file_name(next_file) ? image_loader : capture_loader, cancel_event);
+}
+
+void Controller::_stop_loading_ahead() {
+  _read_ahead.drop();
 }
 
 void Controller::_on_capture_load_success(const CaptureLoadResult& result) {

@@ -16,6 +16,7 @@
 #include "orvexa/controller/batch_journal.h"
 #include "orvexa/controller/batch_summary.h"
 #include "orvexa/controller/panel.h"
+#include "orvexa/controller/read_ahead.h"
 #include "orvexa/controller/results_verification.h"
 #include "orvexa/controller/state.h"
 #include "orvexa/controller/ui_event_bus.h"
@@ -75,6 +76,7 @@ class Controller {
   /// Index of a mask step -> the capture after that step. Keyed by position alone: whatever changes the chain empties
   /// or cuts it.
   std::map<int, std::shared_ptr<model::CaptureSet>> _mask_result_cache;
+  mutable ReadAhead _read_ahead;  ///< what `_do_load_capture` may find loaded already
 
  public:
   // ---- State and model access (controller.cpp) ----------------------------------------------------------------------
@@ -135,9 +137,15 @@ class Controller {
   /// Loads a capture or image file and makes it the current capture; an absent or empty path leaves no capture. After a
   /// failure there is no capture either.
   void load_capture_from_file(const std::optional<Path>& file_path);
-  /// The loading alone, without any change of state; may run on any thread.
+  /// The loading alone, without any change of state; may run on any thread. Takes what was loaded ahead for this file.
   /// @throws std::runtime_error "Failed to load capture from FILE: REASON".
   [[nodiscard]] CaptureLoadResult _do_load_capture(const Path& file_path) const;
+  /// Begins to load the file that comes next on a thread of its own. Call it when the current capture has taken the
+  /// place of the one before: then there are two captures in memory at most. Logs nothing.
+  /// @param cancel_event  may be null; must live until the file is loaded or `_stop_loading_ahead` returns.
+  void _load_ahead(const Path& next_file, const common::CancelEvent* cancel_event = nullptr);
+  /// Waits for a loader that runs ahead and drops what it gave.
+  void _stop_loading_ahead();
   void _on_capture_load_success(const CaptureLoadResult& result);
   void _on_capture_load_error(const std::string& error_message);
   /// Asks the first panel that can to show its default image.
