@@ -23,7 +23,7 @@ Words completions(Words words, const std::string& folder = "/") {
   const std::string script =
       "cd \"$1\" && shift && source <(\"$0\" completion bash) && COMP_WORDS=(orvexa \"$@\") && COMP_CWORD=$# && "
       "complete -p orvexa >/dev/null && _orvexa && [[ ${#COMPREPLY[@]} == 0 ]] || printf '%s\\n' \"${COMPREPLY[@]}\"";
-  words.insert(words.begin(), {"bash", "--norc", "-c", script, ORVEXA_COMMAND, folder});
+  words.insert(words.begin(), {"bash", "--norc", "-c", script, test::program(), folder});
   const Outcome outcome = Process(words).wait();
   EXPECT_EQ(outcome.err, "");
   Words found;
@@ -35,7 +35,7 @@ Words completions(Words words, const std::string& folder = "/") {
 TEST(Completion, IsAScriptThatBashUnderstandsWithoutARemark) {
   const Outcome outcome =
       Process(
-          {"bash", "-c", "\"$0\" completion bash | bash --posix -n; \"$0\" completion bash | bash -n", ORVEXA_COMMAND})
+          {"bash", "-c", "\"$0\" completion bash | bash --posix -n; \"$0\" completion bash | bash -n", test::program()})
           .wait();
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
@@ -130,7 +130,7 @@ bool has_groff() {
 
 TEST(ManPage, IsRenderedWithoutAWarning) {
   if (!has_groff()) GTEST_SKIP() << "this machine has no groff (package groff-base)";
-  const Outcome outcome = Process({"sh", "-c", "\"$0\" man | groff -man -Tutf8 -ww", ORVEXA_COMMAND}).wait();
+  const Outcome outcome = Process({"sh", "-c", "\"$0\" man | groff -man -Tutf8 -ww", test::program()}).wait();
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_EQ(outcome.err, "");
   EXPECT_FALSE(outcome.out.empty());
@@ -140,7 +140,7 @@ TEST(ManPage, SaysWhatTheHelpSays) {
   if (!has_groff()) GTEST_SKIP() << "this machine has no groff (package groff-base)";
   // Lines as long as they need to be, no bold and no underlining.
   const std::string text =
-      Process({"sh", "-c", "\"$0\" man | groff -man -Tutf8 -P-c -P-b -P-u -P-o -rLL=2000n -rHY=0", ORVEXA_COMMAND})
+      Process({"sh", "-c", "\"$0\" man | groff -man -Tutf8 -P-c -P-b -P-u -P-o -rLL=2000n -rHY=0", test::program()})
           .wait()
           .out;
   for (const char* section : {"NAME", "SYNOPSIS", "OPTIONS", "COMMANDS", "OPERATIONS", "EXIT STATUS", "EXAMPLES"}) {

@@ -142,7 +142,7 @@ TEST(Verify, GivenASignal_ThenItEndsWithExitCode130AndLeavesNothing) {
                     "result_operations:", "  - {op: open, params: {radius: 150, iterations: 10}}\nresult_operations:");
   const auto temporary = verify.folder / "tmp";
   std::filesystem::create_directories(temporary);
-  Process process({"env", "TMPDIR=" + temporary.string(), ORVEXA_COMMAND, "verify", verify.results.string(),
+  Process process({"env", "TMPDIR=" + temporary.string(), test::program(), "verify", verify.results.string(),
                    "--log-level", "info"});
   ASSERT_TRUE(process.wait_for_error_text("Mask 2 of 2"));
   process.send(SIGINT);
