@@ -224,11 +224,16 @@ class Round:
 
     def _start_once_more(self):
         """Everything is known: nothing may be done again."""
+        for capture in self.plan:
+            if capture.kind in ("incomplete", "broken"):
+                (self.input / capture.name).unlink()
         before = self._state()
         began = time.monotonic()
         with open(self.watcher.log, "ab") as log:
-            subprocess.run(self.command + ["--once"], stdout=log, stderr=log, check=False, timeout=600)
+            once = subprocess.run(self.command + ["--once"], stdout=log, stderr=log, check=False, timeout=600)
         self.restart_seconds = time.monotonic() - began
+        if once.returncode != 0:
+            self.findings.append(f"exit code {once.returncode} with --once and everything known")
         if self.restart_seconds > RESTART_SECONDS:
             self.findings.append(f"a start with everything known took {self.restart_seconds:.1f} s")
         for what, old, new in zip(("results folders", "done lines", "table"), before, self._state()):
