@@ -65,11 +65,11 @@ TEST(WatchStatus, GivenAnotherFileOfThatName_ThenASentenceNamesIt) {
 
 TEST(WatcherEventDocument, HoldsWhatThereIs) {
   using controller::WatcherEvent;
-  EXPECT_EQ(event_document({.kind = WatcherEvent::Kind::failed,
-                            .file = "a\xff.png",
-                            .text = "It is broken.",
-                            .details = {{"attempt", 3}},
-                            .time = common::TimePoint()}),
+  EXPECT_EQ(controller::event_document({.kind = WatcherEvent::Kind::failed,
+                                        .file = "a\xff.png",
+                                        .text = "It is broken.",
+                                        .details = {{"attempt", 3}},
+                                        .time = common::TimePoint()}),
             (Value{{"event", "failed"},
                    {"time", common::time_stamp_text(common::TimePoint())},
                    {"file", "a\xEF\xBF\xBD.png"},
