@@ -60,7 +60,7 @@ std::vector<FoundFile> find_files_to_watch(const Path& folder) {
 bool holds_header(const Path& folder) {
   std::error_code failure;
   for (fs::directory_iterator entry(folder, failure), end; !failure && entry != end; entry.increment(failure)) {
-    if (is_header_name(entry->path().filename().string())) return true;
+    if (is_header_name(entry->path().filename().string()) && stamp_of(entry->path())) return true;
   }
   return false;
 }

@@ -32,7 +32,7 @@ struct FoundFile {
 /// @throws std::runtime_error with a sentence that names the folder and the system's reason.
 [[nodiscard]] std::vector<FoundFile> find_files_to_watch(const common::Path& folder);
 
-/// Whether there is a header now; false for a folder that cannot be read. Looks at names only.
+/// Whether there is a header now; false for a folder that cannot be read.
 [[nodiscard]] bool holds_header(const common::Path& folder);
 
 struct WatchedFile {
