@@ -466,7 +466,7 @@ INSTANTIATE_TEST_SUITE_P(
         BadRecord{"AnInputWithoutAPath", R"({"capture": "a", "inputs": [{"path": "", "sha256": ""}]})",
                   "is no path of a file"},
         BadRecord{"ANegativePage", R"({"capture": "a", "inputs": [{"path": "/a.tif", "sha256": "", "page": -1}]})",
-                  "the entry \"page\" must be a whole number"},
+                  "the \"page\" of an input is no page's number."},
         BadRecord{"NoProgram", R"({"capture": "a", "inputs": [{"path": "/a", "sha256": ""}]})",
                   "the entry \"program\" is missing."}),
     [](const auto& test) { return std::string(test.param.name); });

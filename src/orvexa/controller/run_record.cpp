@@ -55,9 +55,9 @@ RecordedInput input_from(const Value& map) {
   RecordedInput input{.path = text(map, "path"), .sha256 = text(map, "sha256")};
   if (input.path.empty() || input.path.filename().empty()) fail("the \"path\" of an input is no path of a file.");
   if (map.contains("page")) {
-    const Value& page = entry(map, "page", &Value::is_number_unsigned, "a whole number");
-    constexpr unsigned max_page = 1'000'000;
-    if (page > max_page) fail("the \"page\" of an input is too large.");
+    const Value& page = entry(map, "page", &Value::is_number_integer, "a whole number");
+    constexpr int max_page = 1'000'000;
+    if (page < 0 || page > max_page) fail("the \"page\" of an input is no page's number.");
     input.page = page.get<int>();
   }
   return input;
