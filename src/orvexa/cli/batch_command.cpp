@@ -144,13 +144,6 @@ void show_plan(Console& console, const Controller& controller, const BatchPlan& 
   console.remark(fmt::format("Files to run: {}; nothing was written.", plan.files.size()));
 }
 
-int interrupted_before_the_run(Console& console) {
-  const std::string sentence = "Interrupted; no batch was begun.";
-  console.error(sentence);
-  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
-  return exit_interrupted;
-}
-
 int batch_command(Console& console, const GivenWords& given) {
   handle_interrupts();
   const BatchArguments arguments = arguments_of(given);
@@ -164,7 +157,7 @@ int batch_command(Console& console, const GivenWords& given) {
     console.progress("Looking for the files");
     plan = plan_batch(controller, arguments);
   } catch (const model::CancelledError&) {
-    return interrupted_before_the_run(console);
+    return answer_interrupted(console, "Interrupted; no batch was begun.");
   }
   for (const std::string& remark : plan.remarks) console.remark(remark);
   if (controller.state.current_workflow->result_operations.empty()) {

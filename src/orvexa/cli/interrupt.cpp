@@ -4,8 +4,6 @@
 
 #include <csignal>
 
-#include "orvexa/cli/console.h"
-
 namespace orvexa::cli {
 
 namespace {
@@ -36,6 +34,12 @@ void handle_interrupts() {
 
 const common::CancelEvent& interrupt_event() {
   return interrupted;
+}
+
+int answer_interrupted(Console& console, const std::string& sentence) {
+  console.error(sentence);
+  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
+  return exit_interrupted;
 }
 
 }  // namespace orvexa::cli

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+
+#include "orvexa/cli/console.h"
 #include "orvexa/common/cancel.h"
 
 namespace orvexa::cli {
@@ -10,5 +13,9 @@ namespace orvexa::cli {
 void handle_interrupts();
 
 [[nodiscard]] const common::CancelEvent& interrupt_event();
+
+/// Says what an interrupted command did not do, as {"error", "interrupted": true} with --json too.
+/// @return its exit code.
+[[nodiscard]] int answer_interrupted(Console& console, const std::string& sentence);
 
 }  // namespace orvexa::cli

@@ -131,13 +131,6 @@ int answer(Console& console, const GivenWords& given, const controller::Controll
   return exit_done;
 }
 
-int interrupted(Console& console) {
-  const std::string sentence = "Interrupted; no preview was written.";
-  console.error(sentence);
-  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
-  return exit_interrupted;
-}
-
 int preview_command(Console& console, const GivenWords& given) try {
   handle_interrupts();
   expect_picture_files(given);
@@ -173,7 +166,7 @@ int preview_command(Console& console, const GivenWords& given) try {
   console.end_progress();
   return answer(console, given, preview, image.text());
 } catch (const model::CancelledError&) {
-  return interrupted(console);
+  return answer_interrupted(console, "Interrupted; no preview was written.");
 }
 
 }  // namespace

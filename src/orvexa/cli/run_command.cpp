@@ -19,12 +19,7 @@ namespace {
 /// The table on the screen is short; the files in the results folder hold everything.
 constexpr std::size_t rows_per_operation = 6;
 
-int interrupted(Console& console) {
-  const std::string sentence = "Interrupted; no results were written.";
-  console.error(sentence);
-  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
-  return exit_interrupted;
-}
+constexpr const char* not_done = "Interrupted; no results were written.";
 
 common::Value region_document(const model::RegionResult& region) {
   return {{"metrics", region.metrics}, {"reasons", region.reasons}};
@@ -122,12 +117,12 @@ int run_command(Console& console, const GivenWords& given) {
   load_workflow(controller, workflow);
   console.progress("Loading " + common::path_text(given.text("CAPTURE")));
   load_capture(controller, given.text("CAPTURE"));
-  if (interrupt_event().is_set()) return interrupted(console);
+  if (interrupt_event().is_set()) return answer_interrupted(console, not_done);
   try {
     if (given.has("--step")) return run_step(console, controller, given);
     if (given.has("--operation")) return run_operation(console, controller, given);
   } catch (const model::CancelledError&) {
-    return interrupted(console);
+    return answer_interrupted(console, not_done);
   }
 
   const bool is_done = controller.generate_results_v2(
@@ -135,7 +130,7 @@ int run_command(Console& console, const GivenWords& given) {
   console.end_progress();
   if (!is_done) {
     if (controller.state.error) throw std::runtime_error(*controller.state.error);
-    return interrupted(console);
+    return answer_interrupted(console, not_done);
   }
 
   for (const model::MaskNote& note : controller.state.last_mask_notes) {

@@ -108,13 +108,6 @@ std::string verification_text(const Verification& verification, bool is_quiet) {
                             verification.comparison.compared.size(), verdict(verification));
 }
 
-int interrupted(Console& console) {
-  const std::string sentence = "Interrupted; the results were not verified.";
-  console.error(sentence);
-  if (console.json) console.answer_json({{"error", sentence}, {"interrupted", true}});
-  return exit_interrupted;
-}
-
 int verify_command(Console& console, const GivenWords& given) {
   handle_interrupts();
   controller::Controller controller;
@@ -126,7 +119,7 @@ int verify_command(Console& console, const GivenWords& given) {
   try {
     verification = controller.verify_results(request);
   } catch (const model::CancelledError&) {
-    return interrupted(console);
+    return answer_interrupted(console, "Interrupted; the results were not verified.");
   }
   console.end_progress();
   for (const std::string& problem : input_problems(verification)) console.error(problem);
