@@ -229,6 +229,7 @@ TEST_F(FileWatcherTest, GivenARunThatNeverEnds_ThenAStopCancelsItAndLeavesNothin
   FileWatcher watcher(arguments);
   watcher.start();
   listener.wait_for("done a.png");
+  watcher.stop();  // it goes on writing its status
   EXPECT_THAT(results(), ElementsAre("a"));
 }
 
