@@ -252,7 +252,7 @@ TEST(Watch, GivenFailedAndIncompleteCaptures_ThenTheStatusListsThemWithTheirSent
   static_cast<void>(watch());
   const std::string text = orvexa_command({"watch", "--status", watch.output.string()}).out;
   EXPECT_THAT(text, HasSubstr("Running       no, stopped at "));
-  EXPECT_THAT(text, HasSubstr("Failed        1\n              HDR_b.INF: HDR_b.INF, line 1: "));
+  EXPECT_THAT(text, HasSubstr("Failed        1\n              HDR_b.INF, line 1: "));
   EXPECT_THAT(text, HasSubstr("Waiting       1\n              HDR_c.INF lacks c_A.png\n"));
 }
 

@@ -103,9 +103,10 @@ std::string verification_text(const Verification& verification, bool is_quiet) {
     text += common::visible_text(file) + ": no part of the results; it was not compared.\n";
   }
   if (is_quiet) return text;
-  return text + fmt::format("{}: {} inputs, {} files of results compared. {}\n",
-                            common::visible_text(verification.capture), verification.inputs.size(),
-                            verification.comparison.compared.size(), verdict(verification));
+  const std::size_t inputs = verification.inputs.size();
+  return text + fmt::format("{}: {} {}, {} files of results compared. {}\n", common::visible_text(verification.capture),
+                            inputs, inputs == 1 ? "input" : "inputs", verification.comparison.compared.size(),
+                            verdict(verification));
 }
 
 int verify_command(Console& console, const GivenWords& given) {

@@ -95,6 +95,12 @@ void count(const WatcherEvent& event, Tally& tally) {
   }
 }
 
+/// The sentence with the file that it is about in front, unless it names it already.
+std::string sentence_about(const std::string& file, const std::string& sentence) {
+  const bool names_file = sentence.starts_with(file + ": ") || sentence.starts_with(file + ", line ");
+  return names_file ? sentence : file + ": " + sentence;
+}
+
 void say(Console& console, const WatcherEvent& event) {
   const std::string file = common::visible_text(event.file);
   switch (event.kind) {
@@ -114,10 +120,10 @@ void say(Console& console, const WatcherEvent& event) {
       console.remark(fmt::format("{}: {}", file, event.text));
       break;
     case Kind::retry:
-      console.remark(fmt::format("{}: {} It is tried again.", file, event.text));
+      console.remark(sentence_about(file, event.text) + " It is tried again.");
       break;
     case Kind::failed:
-      console.error(fmt::format("{}: {}", file, event.text));
+      console.error(sentence_about(file, event.text));
       break;
     case Kind::problem:
       console.error(event.text);
@@ -192,7 +198,7 @@ std::string status_text(const controller::WatchStatus& status, const std::option
     add("", fmt::format("{} lacks {}", entry.file, common::joined(entry.missing, ", ")));
   }
   add("Failed", fmt::format("{}", status.failed.size()));
-  for (const auto& entry : status.failed) add("", fmt::format("{}: {}", entry.file, entry.error));
+  for (const auto& entry : status.failed) add("", sentence_about(entry.file, entry.error));
   for (const std::string& problem : status.problems) add("Problem", problem);
   if (status.notice) add("Notice", *status.notice);
   if (status.last_error) add("Last error", fmt::format("{} at {}", *status.last_error, *status.last_error_time));
