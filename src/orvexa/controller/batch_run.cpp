@@ -138,6 +138,18 @@ class SelectionGuard {
   std::optional<Path> _file;
 };
 
+/// However the run ends, no loader outlives it.
+class LoadingAheadGuard {
+ public:
+  explicit LoadingAheadGuard(Controller& controller) : _controller(controller) {}
+  ~LoadingAheadGuard() { _controller._stop_loading_ahead(); }
+  LoadingAheadGuard(const LoadingAheadGuard&) = delete;
+  LoadingAheadGuard& operator=(const LoadingAheadGuard&) = delete;
+
+ private:
+  Controller& _controller;
+};
+
 /// One run of a batch, step by step.
 class BatchProcess {
  public:
@@ -175,6 +187,7 @@ class BatchProcess {
 
   void process_files() {
     const SelectionGuard guard(_state);
+    const LoadingAheadGuard loading_ahead(_controller);
     const std::size_t total = _run.selected_files.size();
     for (std::size_t i = 0; i < total; ++i) {
       if (_run.cancel_event != nullptr && _run.cancel_event->is_set()) {
@@ -194,7 +207,9 @@ class BatchProcess {
     _state.message = fmt::format("Batch processing: {} ({}/{})", name, number, total);
     BatchJournalEntry entry{.file = file};
     try {
-      if (load(file)) {
+      const bool is_loaded = load(file);
+      if (number < total) _controller._load_ahead(_run.selected_files[number], _run.cancel_event);
+      if (is_loaded) {
         measure(name, entry);
       } else {
         entry.error = "Failed to load capture from: " + path_text(file);
