@@ -25,9 +25,10 @@ TEST(LabelComponents, NumbersInTheRasterOrderOfFirstPixels) {
   EXPECT_EQ(found.components[0].box, (PixelRect{2, 0, 5, 3}));
   EXPECT_EQ(found.components[1].area, 2);
   EXPECT_EQ(found.components[1].box, (PixelRect{0, 1, 1, 3}));
-  EXPECT_EQ(found.labels.at<std::int32_t>(0, 4), 1);
-  EXPECT_EQ(found.labels.at<std::int32_t>(2, 0), 2);
-  EXPECT_EQ(found.labels.at<std::int32_t>(0, 0), 0);
+  const cv::Mat labels = found.label_image();
+  EXPECT_EQ(labels.at<std::int32_t>(0, 4), 1);
+  EXPECT_EQ(labels.at<std::int32_t>(2, 0), 2);
+  EXPECT_EQ(labels.at<std::int32_t>(0, 0), 0);
 }
 
 TEST(LabelComponents, JoinsCornersOnlyWithEightNeighbours) {
@@ -43,10 +44,28 @@ TEST(LabelComponents, OfNothingAreNone) {
   EXPECT_EQ(label_components(Mask::full({3, 4})).components.size(), 1u);
 }
 
+TEST(LabelComponents, HaveTheirRunsInRasterOrderWithTheRowsTheyBeginIn) {
+  const Components found = label_components(mask({
+      "##.#",
+      "....",
+      "#.##",
+  }));
+  EXPECT_EQ(found.shape, (Shape{3, 4}));
+  EXPECT_EQ(found.row_begin, (std::vector<std::size_t>{0, 2, 2, 4}));
+  ASSERT_EQ(found.runs_of_rows(0, 3).size(), 4u);
+  const Components::Run& last = found.runs_of_rows(2, 3)[1];
+  EXPECT_EQ((std::vector{last.y, last.x0, last.x1, last.label}), (std::vector{2, 2, 4, 4}));
+}
+
+struct Flooded {
+  std::vector<Components::Component> components;
+  cv::Mat labels;
+};
+
 /// Flood fill from each pixel in raster order: slow and obvious.
-Components flooded(const Mask& mask, int connectivity) {
+Flooded flooded(const Mask& mask, int connectivity) {
   const Shape shape = mask.shape();
-  Components result;
+  Flooded result;
   result.labels = cv::Mat(shape.height, shape.width, CV_32SC1, cv::Scalar(0));
   for (int y = 0; y < shape.height; ++y) {
     for (int x = 0; x < shape.width; ++x) {
@@ -79,20 +98,23 @@ Components flooded(const Mask& mask, int connectivity) {
   return result;
 }
 
-void expect_same(const Components& actual, const Components& expected) {
+void expect_same(const Components& actual, const Flooded& expected) {
   ASSERT_EQ(actual.components.size(), expected.components.size());
   for (std::size_t i = 0; i < actual.components.size(); ++i) {
     ASSERT_TRUE(actual.components[i] == expected.components[i]) << "component " << i + 1;
   }
-  EXPECT_EQ(cv::norm(actual.labels, expected.labels, cv::NORM_INF), 0);
+  EXPECT_EQ(cv::norm(actual.label_image(), expected.labels, cv::NORM_INF), 0);
 }
 
 TEST(LabelComponents, MatchAFloodFillOnRandomMasks) {
   for (unsigned seed = 0; seed < 60; ++seed) {
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     const Mask noise = test::random_mask(seed, 1 + int(seed) % 13, 1 + int(seed * 7) % 31, 0.3 + 0.01 * (seed % 40));
-    for (const int connectivity : {4, 8})
+    const Mask rest(cv::Mat(255 - noise.read_only()));
+    for (const int connectivity : {4, 8}) {
       expect_same(label_components(noise, connectivity), flooded(noise, connectivity));
+      expect_same(label_background(noise, connectivity), flooded(rest, connectivity));
+    }
   }
 }
 
@@ -101,7 +123,7 @@ TEST(LabelComponents, AreJoinedAtTheSeamsOfStripesWithAnyNumberOfThreads) {
   const Mask noise = test::random_mask(3, 9, 120'000, 0.45);
   ASSERT_EQ(stripe_count(9, 120'000), 5);
   for (const int connectivity : {4, 8}) {
-    const Components expected = flooded(noise, connectivity);
+    const Flooded expected = flooded(noise, connectivity);
     for (const int threads : {1, 2, 3, 7}) {
       SCOPED_TRACE(testing::Message() << connectivity << " neighbours, " << threads << " threads");
       const test::ThreadCount limit(threads);

@@ -337,7 +337,7 @@ TEST(ResultOperations, AgreeWithTheReferenceOnRealMasks) {
     // Every 8-connected part becomes a region.
     const Components parts = label_components(set);
     auto labels = std::make_shared<RegionLabels>();
-    labels->image = parts.labels;
+    labels->image = parts.label_image();
     for (std::size_t k = 1; k <= parts.components.size(); ++k) labels->names.push_back(std::to_string(k));
     const Mask mask = Mask(set).with_labels(labels);
     EXPECT_EQ(mask.count(), expected.at("area_px").get<std::int64_t>());

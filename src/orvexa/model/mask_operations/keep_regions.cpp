@@ -3,7 +3,9 @@
 #include <limits>
 #include <memory>
 #include <numeric>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "orvexa/common/parallel.h"
 #include "orvexa/model/mask_operations/component_filter.h"
@@ -22,22 +24,6 @@ using Measures = std::vector<double>;
 
 constexpr double undefined = std::numeric_limits<double>::quiet_NaN();
 
-/// Calls `visit(component index, y, x)` for the pixels of all components in raster order, on one thread: sums of real
-/// numbers are then the same every time.
-template <typename BeginRow, typename Visit>
-void visit_pixels(const Components& components, const RunContext& context, const BeginRow& begin_row,
-                  const Visit& visit) {
-  const cv::Mat& labels = components.labels;
-  for (int y = 0; y < labels.rows; ++y) {
-    context.check();
-    begin_row(y);
-    const std::int32_t* label = labels.ptr<std::int32_t>(y);
-    for (int x = 0; x < labels.cols; ++x) {
-      if (label[x] != 0) visit(static_cast<std::size_t>(label[x] - 1), y, x);
-    }
-  }
-}
-
 Measures areas(const Components& components, double area_of_pixel) {
   Measures result;
   for (const Components::Component& component : components.components) {
@@ -47,19 +33,18 @@ Measures areas(const Components& components, double area_of_pixel) {
 }
 
 /// From the centroid of the pixels' centres to a point in fractions of the image.
-Measures distances_to(const Components& components, double x_norm, double y_norm, double length_of_pixel,
-                      const RunContext& context) {
+Measures distances_to(const Components& components, double x_norm, double y_norm, double length_of_pixel) {
   const std::size_t count = components.components.size();
   std::vector<std::int64_t> sum_x(count, 0);
   std::vector<std::int64_t> sum_y(count, 0);
-  visit_pixels(
-      components, context, [](int) {},
-      [&](std::size_t k, int y, int x) {
-        sum_x[k] += x;
-        sum_y[k] += y;
-      });
-  const double point_x = x_norm * components.labels.cols - 0.5;
-  const double point_y = y_norm * components.labels.rows - 0.5;
+  for (const Components::Run& run : components.runs) {
+    const auto k = static_cast<std::size_t>(run.label - 1);
+    const std::int64_t n = run.x1 - run.x0;
+    sum_x[k] += n * (run.x0 + run.x1 - 1) / 2;
+    sum_y[k] += n * run.y;
+  }
+  const double point_x = x_norm * components.shape.width - 0.5;
+  const double point_y = y_norm * components.shape.height - 0.5;
   Measures result;
   for (std::size_t k = 0; k < count; ++k) {
     const auto n = double(components.components[k].area);
@@ -75,15 +60,20 @@ Measures band_means(const Components& components, const Band& band, const RunCon
   const std::size_t count = components.components.size();
   std::vector<double> sum(count, 0.0);
   std::vector<std::int64_t> n(count, 0);
-  std::vector<double> row(static_cast<std::size_t>(components.labels.cols));
-  visit_pixels(
-      components, context, [&](int y) { band.read_row(y, row); },
-      [&](std::size_t k, int, int x) {
-        const double value = row[static_cast<std::size_t>(x)];
-        if (!std::isfinite(value)) return;
-        sum[k] += value;
+  // In raster order on one thread: sums of real numbers are then the same every time.
+  std::vector<double> row(static_cast<std::size_t>(components.shape.width));
+  for (int y = 0; y < components.shape.height; ++y) {
+    context.check();
+    band.read_row(y, row);
+    for (const Components::Run& run : components.runs_of_rows(y, y + 1)) {
+      const auto k = static_cast<std::size_t>(run.label - 1);
+      for (auto x = static_cast<std::size_t>(run.x0); x < static_cast<std::size_t>(run.x1); ++x) {
+        if (!std::isfinite(row[x])) continue;
+        sum[k] += row[x];
         ++n[k];
-      });
+      }
+    }
+  }
   Measures result;
   for (std::size_t k = 0; k < count; ++k) {
     result.push_back(n[k] > 0 ? sum[k] / double(n[k]) / band.white.counts : undefined);
@@ -91,16 +81,31 @@ Measures band_means(const Components& components, const Band& band, const RunCon
   return result;
 }
 
-/// The component with that label alone, 0 and 255, as a picture of its box.
-cv::Mat picture_of(const Components& components, std::size_t label, const RunContext& context) {
-  const PixelRect& box = components.components[label - 1].box;
-  const cv::Mat labels = components.labels(cv::Rect(cv::Point(box.x0, box.y0), cv::Point(box.x1, box.y1)));
-  cv::Mat picture(labels.size(), CV_8UC1);
-  const int step = stripe_height(labels.cols);
-  for (int y = 0; y < labels.rows; y += step) {
-    context.check();
-    const cv::Range rows(y, std::min(labels.rows, y + step));
-    cv::compare(labels.rowRange(rows), static_cast<double>(label), picture.rowRange(rows), cv::CMP_EQ);
+/// The runs of all components, those of one component together and in raster order.
+class RunsByComponent {
+ public:
+  explicit RunsByComponent(const Components& components) : _begin(components.components.size() + 1, 0) {
+    for (const Components::Run& run : components.runs) ++_begin[static_cast<std::size_t>(run.label)];
+    std::inclusive_scan(_begin.begin(), _begin.end(), _begin.begin());
+    std::vector<std::size_t> next = _begin;
+    _runs.resize(components.runs.size());
+    for (const Components::Run& run : components.runs) _runs[next[static_cast<std::size_t>(run.label - 1)]++] = run;
+  }
+  [[nodiscard]] std::span<const Components::Run> of(std::size_t component) const {
+    return std::span(_runs).subspan(_begin[component], _begin[component + 1] - _begin[component]);
+  }
+
+ private:
+  std::vector<std::size_t> _begin;
+  std::vector<Components::Run> _runs;
+};
+
+/// A component alone, 0 and 255, as a picture of its box.
+cv::Mat picture_of(const PixelRect& box, std::span<const Components::Run> runs) {
+  cv::Mat picture = cv::Mat::zeros(box.y1 - box.y0, box.x1 - box.x0, CV_8UC1);
+  for (const Components::Run& run : runs) {
+    std::uint8_t* row = picture.ptr<std::uint8_t>(run.y - box.y0);
+    std::fill(row + (run.x0 - box.x0), row + (run.x1 - box.x0), std::uint8_t{255});
   }
   return picture;
 }
@@ -111,10 +116,13 @@ Measures shapes(const Components& components,
                 const RunContext& context) {
   constexpr std::size_t block = 64;
   const std::size_t count = components.components.size();
+  const RunsByComponent runs(components);
   Measures result(count);
   common::parallel_for((count + block - 1) / block, [&](std::size_t i) {
     for (std::size_t k = i * block; k < std::min(count, (i + 1) * block); ++k) {
-      result[k] = measure(picture_of(components, k + 1, context), double(components.components[k].area), context);
+      context.check();
+      const Components::Component& component = components.components[k];
+      result[k] = measure(picture_of(component.box, runs.of(k)), double(component.area), context);
     }
   });
   return result;
@@ -127,7 +135,7 @@ class KeepRegions final : public MaskOperation {
     const Components components = label_components(*current, 8, context());
     const Measures measures = measured(source, components, params);
     const std::vector<char> is_kept = chosen(measures, params);
-    Mask mask(pixels_of_components(components, is_kept, context()));
+    Mask mask(only_kept(*current, components, is_kept, context()));
     const auto kept = std::ranges::count(is_kept, char{1});
     if (kept == 0) note = "no_region: none of the mask's " + std::to_string(is_kept.size()) + " regions is kept";
     if (!params.at("make_regions").get<bool>()) return mask;
@@ -167,7 +175,7 @@ class KeepRegions final : public MaskOperation {
     if (by == "distance_to_point") {
       const Value& point = params.at("point");
       return distances_to(components, point.at(0).get<double>(), point.at(1).get<double>(),
-                          pixel_length(get_display_name(), unit, source), context());
+                          pixel_length(get_display_name(), unit, source));
     }
     const Band band = find_band(source, params.at("band").get<std::string>());
     chosen_bands["band"] = band.name;
@@ -203,13 +211,13 @@ class KeepRegions final : public MaskOperation {
       if (kept != 0) regions->names.push_back("ROI_" + std::to_string(regions->names.size() + 1));
       region_of_label.push_back(kept != 0 ? static_cast<std::int32_t>(regions->names.size()) : 0);
     }
-    const cv::Mat& labels = components.labels;
-    regions->image.create(labels.rows, labels.cols, CV_32SC1);
-    for_each_stripe(labels.rows, labels.cols, context(), [&](int y0, int y1) {
-      for (int y = y0; y < y1; ++y) {
-        const std::int32_t* label = labels.ptr<std::int32_t>(y);
-        std::int32_t* region = regions->image.ptr<std::int32_t>(y);
-        for (int x = 0; x < labels.cols; ++x) region[x] = region_of_label[static_cast<std::size_t>(label[x])];
+    const Shape shape = components.shape;
+    regions->image.create(shape.height, shape.width, CV_32SC1);
+    for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
+      regions->image.rowRange(y0, y1).setTo(0);
+      for (const Components::Run& run : components.runs_of_rows(y0, y1)) {
+        std::int32_t* row = regions->image.ptr<std::int32_t>(run.y);
+        std::fill(row + run.x0, row + run.x1, region_of_label[static_cast<std::size_t>(run.label)]);
       }
     });
     return regions;

@@ -18,7 +18,7 @@ class RemoveSmall final : public MaskOperation {
     for (const Components::Component& component : components.components) {
       is_kept.push_back(reaches(double(component.area) * area_of_pixel, min_area) ? 1 : 0);
     }
-    return Mask(pixels_of_components(components, is_kept, context()));
+    return Mask(only_kept(*current, components, is_kept, context()));
   }
 };
 
