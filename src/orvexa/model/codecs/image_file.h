@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <string>
 
@@ -58,10 +59,14 @@ struct ImageFile {
 [[nodiscard]] ImageFile read_image(std::span<const std::byte> bytes, const std::string& name, int page = 0,
                                    const ImageLimits& limits = {});
 
-/// A lossless PNG in memory: 8-bit or 16-bit, grey or RGB. Quick settings chosen by measurement. All three look at the
+/// A lossless PNG in memory: 8-bit or 16-bit, grey or RGB. Quick settings chosen by measurement. All four look at the
 /// cancellation flag every quarter of a megabyte or more often.
 /// @throws std::invalid_argument for float pixels; CancelledError.
 [[nodiscard]] common::Bytes encode_png(const Image& image, const RunContext& context = {});
+/// An 8-bit RGB picture that is made while it is encoded.
+/// @param write_row  writes the width * 3 bytes of a row; called once a row, in any order and on several threads.
+[[nodiscard]] common::Bytes encode_rgb_png(Shape shape, const std::function<void(int y, std::uint8_t* rgb)>& write_row,
+                                           const RunContext& context = {});
 /// A one-bit grey PNG of a mask.
 [[nodiscard]] common::Bytes encode_mask_png(const Mask& mask, const RunContext& context = {});
 /// A TIFF of one page in memory, any type of image; deflate with predictor for integers, plain for float.

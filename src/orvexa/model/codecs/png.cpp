@@ -13,9 +13,9 @@
 #include "orvexa/model/codecs/decoder.h"
 
 // libpng leaves its functions by longjmp when something is wrong. The functions below that call setjmp therefore hold
-// no object with a destructor; what must be released lives in the Reader or Writer of their caller.
+// no object with a destructor; what must be released lives in the Reader of their caller.
 
-namespace orvexa::model {
+namespace orvexa::model::codecs {
 
 namespace {
 
@@ -42,12 +42,6 @@ void on_warning(png_structp png, png_const_charp message) {
   complaint->keep(message);
   complaint->is_data_check = true;
 }
-
-}  // namespace
-
-namespace codecs {
-
-namespace {
 
 struct Reader {
   explicit Reader(std::span<const std::byte> content) : bytes(content) {
@@ -169,119 +163,4 @@ Decoded decode_png(const Input& input) {
   return {.pixels = upright(std::move(pixels), stored_orientation(reader))};
 }
 
-}  // namespace codecs
-
-namespace {
-
-struct Writer {
-  Writer() {
-    png = png_create_write_struct(PNG_LIBPNG_VER_STRING, &complaint, &on_error, &on_warning);
-    if (png != nullptr) info = png_create_info_struct(png);
-    if (info == nullptr) {
-      png_destroy_write_struct(&png, nullptr);
-      throw std::bad_alloc();
-    }
-    png_set_write_fn(png, this, &write, &flush);
-  }
-  ~Writer() { png_destroy_write_struct(&png, &info); }
-  Writer(const Writer&) = delete;
-  Writer& operator=(const Writer&) = delete;
-
-  static void write(png_structp png, png_bytep from, std::size_t size) {
-    auto* writer = static_cast<Writer*>(png_get_io_ptr(png));
-    bool is_kept = true;
-    try {
-      const auto* begin = reinterpret_cast<const std::byte*>(from);
-      writer->bytes.insert(writer->bytes.end(), begin, begin + size);
-    } catch (const std::exception&) {
-      is_kept = false;
-    }
-    if (!is_kept) png_error(png, "not enough memory");
-  }
-  static void flush(png_structp) {}
-
-  Complaint complaint;
-  common::Bytes bytes;
-  png_structp png = nullptr;
-  png_infop info = nullptr;
-};
-
-struct Layout {
-  Shape shape;
-  int bits = 8;
-  int color_type = PNG_COLOR_TYPE_GRAY;
-  int filters = PNG_FILTER_SUB;
-};
-
-/// Level 1 with run lengths alone: on a noisy 12-megapixel picture smaller than level 6 and ten times as fast.
-/// @return false when the library complained or the run was cancelled: nothing may be thrown through its frames.
-bool write_all(Writer& writer, const Layout& layout, png_const_bytep (*row)(const void* pixels, int y),
-               const void* pixels, const common::CancelEvent* cancel_event) {
-  if (setjmp(png_jmpbuf(writer.png)) != 0) return false;
-  constexpr std::size_t output_piece = std::size_t{1} << 18;
-  png_set_user_limits(writer.png, 0x7fffffff, 0x7fffffff);
-  png_set_compression_level(writer.png, 1);
-  png_set_compression_strategy(writer.png, Z_RLE);
-  png_set_compression_buffer_size(writer.png, output_piece);
-  png_set_filter(writer.png, PNG_FILTER_TYPE_BASE, layout.filters);
-  png_set_IHDR(writer.png, writer.info, static_cast<png_uint_32>(layout.shape.width),
-               static_cast<png_uint_32>(layout.shape.height), layout.bits, layout.color_type, PNG_INTERLACE_NONE,
-               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-  png_write_info(writer.png, writer.info);
-  if (layout.bits == 16 && std::endian::native == std::endian::little) png_set_swap(writer.png);
-  for (int y = 0; y < layout.shape.height; ++y) {
-    if (cancel_event != nullptr && cancel_event->is_set()) return false;
-    png_write_row(writer.png, row(pixels, y));
-  }
-  png_write_end(writer.png, writer.info);
-  return true;
-}
-
-common::Bytes encoded(const Layout& layout, png_const_bytep (*row)(const void* pixels, int y), const void* pixels,
-                      const RunContext& context) {
-  Writer writer;
-  if (!write_all(writer, layout, row, pixels, context.cancel_event)) {
-    context.check();
-    throw std::runtime_error(std::string("A PNG could not be made: ") + writer.complaint.text + ".");
-  }
-  return std::move(writer.bytes);
-}
-
-struct MaskRows {
-  const Mask& mask;
-  mutable std::vector<std::uint8_t> packed;
-
-  static png_const_bytep row(const void* self, int y) {
-    const auto* rows = static_cast<const MaskRows*>(self);
-    const std::span<const std::uint8_t> pixels = rows->mask.row(y);
-    std::size_t x = 0;
-    for (std::uint8_t& byte : rows->packed) {
-      unsigned bits = 0;
-      for (unsigned bit = 0; bit < 8; ++bit, ++x) bits = bits << 1 | (x < pixels.size() ? pixels[x] >> 7 : 0u);
-      byte = static_cast<std::uint8_t>(bits);
-    }
-    return rows->packed.data();
-  }
-};
-
-png_const_bytep image_row(const void* image, int y) {
-  return static_cast<const Image*>(image)->read_only().ptr(y);
-}
-
-}  // namespace
-
-common::Bytes encode_png(const Image& image, const RunContext& context) {
-  if (image.type() == PixelType::f32) throw std::invalid_argument("A PNG cannot hold 32-bit float pixels.");
-  return encoded({.shape = image.shape(),
-                  .bits = image.type() == PixelType::u16 ? 16 : 8,
-                  .color_type = image.is_color() ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY},
-                 &image_row, &image, context);
-}
-
-common::Bytes encode_mask_png(const Mask& mask, const RunContext& context) {
-  const MaskRows rows{.mask = mask,
-                      .packed = std::vector<std::uint8_t>(static_cast<std::size_t>((mask.shape().width + 7) / 8))};
-  return encoded({.shape = mask.shape(), .bits = 1, .filters = PNG_FILTER_UP}, &MaskRows::row, &rows, context);
-}
-
-}  // namespace orvexa::model
+}  // namespace orvexa::model::codecs

@@ -15,7 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "orvexa/common/parallel.h"
 #include "orvexa/model/codecs/decoder.h"
+#include "orvexa/model/codecs/deflate_piece.h"
 
 namespace orvexa::model {
 
@@ -590,6 +592,35 @@ Decoded decode_tiff(const Input& input) {
 
 }  // namespace codecs
 
+namespace {
+
+/// Differences to the pixel at the left, which is what TIFF calls the horizontal predictor.
+template <typename T>
+void predict_row(const T* row, std::size_t size, std::size_t channels, T* differences) {
+  std::copy_n(row, channels, differences);
+  for (std::size_t i = channels; i < size; ++i) differences[i] = static_cast<T>(row[i] - row[i - channels]);
+}
+
+/// Rows y0 to y1 - 1 of an integer image as they stand in the file: predicted and packed as RFC 1950 says.
+common::Bytes packed_strip(const Image& image, int y0, int y1) {
+  const std::size_t row_bytes = image.read_only().elemSize() * static_cast<std::size_t>(image.width());
+  const auto channels = static_cast<std::size_t>(image.channels());
+  std::vector<std::uint8_t> predicted(static_cast<std::size_t>(y1 - y0) * row_bytes);
+  for (int y = y0; y < y1; ++y) {
+    std::uint8_t* out = predicted.data() + static_cast<std::size_t>(y - y0) * row_bytes;
+    if (image.type() == PixelType::u8) {
+      predict_row(image.row<std::uint8_t>(y).data(), row_bytes, channels, out);
+    } else {
+      std::vector<std::uint16_t> differences(row_bytes / 2);
+      predict_row(image.row<std::uint16_t>(y).data(), differences.size(), channels, differences.data());
+      std::memcpy(out, differences.data(), row_bytes);
+    }
+  }
+  return codecs::zlib_stream(predicted);
+}
+
+}  // namespace
+
 common::Bytes encode_tiff(const Image& image, const RunContext& context) {
   MemoryFile file;
   const bool is_float = image.type() == PixelType::f32;
@@ -614,20 +645,31 @@ common::Bytes encode_tiff(const Image& image, const RunContext& context) {
     TIFFSetField(tiff.get(), TIFFTAG_ORIENTATION, ORIENTATION_TOPLEFT);
     TIFFSetField(tiff.get(), TIFFTAG_ROWSPERSTRIP, static_cast<std::uint32_t>(strip_rows));
     TIFFSetField(tiff.get(), TIFFTAG_COMPRESSION, is_float ? COMPRESSION_NONE : COMPRESSION_ADOBE_DEFLATE);
-    if (!is_float) {
+    const auto strips = static_cast<std::size_t>((image.height() + strip_rows - 1) / strip_rows);
+    const auto first_row = [&](std::size_t strip) { return static_cast<int>(strip) * strip_rows; };
+    const auto end_row = [&](std::size_t strip) { return std::min(image.height(), first_row(strip) + strip_rows); };
+    std::vector<common::Bytes> packed(is_float ? 0 : strips);
+    if (is_float) {
+      file.written.reserve(image.bytes() + 4096);
+    } else {
       TIFFSetField(tiff.get(), TIFFTAG_PREDICTOR, PREDICTOR_HORIZONTAL);
-      TIFFSetField(tiff.get(), TIFFTAG_ZIPQUALITY, 1);
+      common::parallel_for(strips, [&](std::size_t strip) {
+        context.check();
+        packed[strip] = packed_strip(image, first_row(strip), end_row(strip));
+      });
     }
-    if (is_float) file.written.reserve(image.bytes() + 4096);
     is_written = true;
-    std::vector<std::byte> strip;  // libtiff applies the predictor in place, so it gets a copy
-    for (int y = 0; is_written && y < image.height(); y += strip_rows) {
+    for (std::size_t strip = 0; is_written && strip < strips; ++strip) {
       context.check();
-      const std::size_t rows = static_cast<std::size_t>(std::min(strip_rows, image.height() - y));
-      const auto* from = reinterpret_cast<const std::byte*>(image.read_only().ptr(y));
-      strip.assign(from, from + rows * row_bytes);
-      is_written = TIFFWriteEncodedStrip(tiff.get(), static_cast<std::uint32_t>(y / strip_rows), strip.data(),
-                                         static_cast<tmsize_t>(strip.size())) >= 0;
+      common::Bytes content;
+      if (is_float) {
+        const auto* from = reinterpret_cast<const std::byte*>(image.read_only().ptr(first_row(strip)));
+        content.assign(from, from + static_cast<std::size_t>(end_row(strip) - first_row(strip)) * row_bytes);
+      } else {
+        content = std::move(packed[strip]);
+      }
+      is_written = TIFFWriteRawStrip(tiff.get(), static_cast<std::uint32_t>(strip), content.data(),
+                                     static_cast<tmsize_t>(content.size())) >= 0;
     }
     is_written = is_written && TIFFWriteDirectory(tiff.get()) == 1;
   }

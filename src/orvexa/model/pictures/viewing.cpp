@@ -1,9 +1,12 @@
 #include "orvexa/model/pictures/viewing.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cmath>
+#include <cstddef>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <span>
 #include <stdexcept>
@@ -149,8 +152,12 @@ class Viewer {
 
   void write_row(int y, std::uint8_t* rgb) const {
     switch (_image.type()) {
-      case PixelType::u8:
-        return write<std::uint8_t>(y, rgb, [](std::uint8_t count) { return count; });
+      case PixelType::u8: {
+        if (!_image.is_color()) return write<std::uint8_t>(y, rgb, [](std::uint8_t count) { return count; });
+        const std::span<const std::uint8_t> row = _image.row<std::uint8_t>(y);
+        std::memcpy(rgb, row.data(), row.size());
+        return;
+      }
       case PixelType::u16:
         return write<std::uint16_t>(y, rgb, [table = _table.data()](std::uint16_t count) { return table[count]; });
       case PixelType::f32:
@@ -181,28 +188,43 @@ class Viewer {
     }
   }
 
-  const Image& _image;
+  Image _image;
   double _low = 0;
   double _high = 0;
   double _scale = 0;
   std::vector<std::uint8_t> _table;
 };
 
-/// 0.4 of the tint and 0.6 of the picture; fifths have no ties to round.
-std::uint8_t blended(std::uint8_t tint, std::uint8_t picture) {
-  return static_cast<std::uint8_t>((2u * tint + 3u * picture + 2u) / 5u);
+using Levels = std::array<std::uint8_t, 256>;
+
+/// 0.4 of the tint and 0.6 of each level of the picture; fifths have no ties to round.
+constexpr Levels make_blended(unsigned tint) {
+  Levels levels{};
+  for (unsigned level = 0; level < levels.size(); ++level) {
+    levels[level] = static_cast<std::uint8_t>((2 * tint + 3 * level + 2) / 5);
+  }
+  return levels;
 }
+constexpr std::array<Levels, 3> blended{make_blended(overlay_tint[0]), make_blended(overlay_tint[1]),
+                                        make_blended(overlay_tint[2])};
 
 /// One row of a mask with the row above and the one below (null beyond the picture).
 void tint_row(const std::uint8_t* above, const std::uint8_t* row, const std::uint8_t* below, int width,
               std::uint8_t* rgb) {
-  for (int x = 0; x < width; ++x) {
-    if (row[x] == 0) continue;
-    const bool is_inside = above != nullptr && below != nullptr && x > 0 && x + 1 < width && above[x] != 0 &&
-                           below[x] != 0 && row[x - 1] != 0 && row[x + 1] != 0;
-    for (std::size_t c = 0; c < 3; ++c) {
-      std::uint8_t& value = rgb[3 * static_cast<std::size_t>(x) + c];
-      value = is_inside ? blended(overlay_tint[c], value) : overlay_tint[c];
+  const std::uint8_t* const end = row + width;
+  const auto next = [end](const std::uint8_t* from, int value) {
+    const void* found = from == end ? nullptr : std::memchr(from, value, static_cast<std::size_t>(end - from));
+    return found == nullptr ? end : static_cast<const std::uint8_t*>(found);
+  };
+  const bool is_rim = above == nullptr || below == nullptr;
+  for (const std::uint8_t* at = next(row, 255); at != end; at = next(at, 255)) {
+    const std::ptrdiff_t first = at - row;
+    at = next(at, 0);
+    const std::ptrdiff_t last = at - row - 1;
+    for (std::ptrdiff_t x = first; x <= last; ++x) {
+      const bool is_inside = !is_rim && x > first && x < last && (above[x] & below[x]) != 0;
+      std::uint8_t* pixel = rgb + 3 * x;
+      for (std::size_t c = 0; c < 3; ++c) pixel[c] = is_inside ? blended[c][pixel[c]] : overlay_tint[c];
     }
   }
 }
@@ -236,17 +258,21 @@ Image viewable_image(const Image& image) {
   return Image(std::move(pixels));
 }
 
-Image overlay_image(const Image& image, const Mask& mask) {
+std::function<void(int, std::uint8_t*)> overlay_rows(const Image& image, const Mask& mask) {
   expect_same_size(image, mask);
-  const Viewer viewer(image);
+  return [viewer = std::make_shared<const Viewer>(image), mask](int y, std::uint8_t* rgb) {
+    const auto [height, width] = mask.shape();
+    viewer->write_row(y, rgb);
+    tint_row(y > 0 ? mask.row(y - 1).data() : nullptr, mask.row(y).data(),
+             y + 1 < height ? mask.row(y + 1).data() : nullptr, width, rgb);
+  };
+}
+
+Image overlay_image(const Image& image, const Mask& mask) {
+  const auto write_row = overlay_rows(image, mask);
   cv::Mat pixels(image.height(), image.width(), CV_8UC3);
   for_each_stripe(image.height(), image.width(), {}, [&](int y0, int y1) {
-    for (int y = y0; y < y1; ++y) {
-      std::uint8_t* rgb = pixels.ptr<std::uint8_t>(y);
-      viewer.write_row(y, rgb);
-      tint_row(y > 0 ? mask.row(y - 1).data() : nullptr, mask.row(y).data(),
-               y + 1 < image.height() ? mask.row(y + 1).data() : nullptr, image.width(), rgb);
-    }
+    for (int y = y0; y < y1; ++y) write_row(y, pixels.ptr<std::uint8_t>(y));
   });
   return Image(std::move(pixels));
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 
 #include "orvexa/model/image.h"
 #include "orvexa/model/mask.h"
@@ -25,6 +26,9 @@ inline constexpr std::array<std::uint8_t, 3> overlay_tint{255, 0, 255};
 /// drawn in the tint itself: set pixels with a neighbour above, below, left or right that is not set or not there.
 /// @throws std::invalid_argument when the sizes differ.
 [[nodiscard]] Image overlay_image(const Image& image, const Mask& mask);
+/// The same a row at a time, width * 3 bytes each, for who needs no picture in memory. The rows may be asked for in any
+/// order and on several threads.
+[[nodiscard]] std::function<void(int y, std::uint8_t* rgb)> overlay_rows(const Image& image, const Mask& mask);
 
 /// The mask alone as an 8-bit grey picture of 0 and 255.
 [[nodiscard]] Image mask_picture(const Mask& mask);

@@ -24,6 +24,7 @@
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/measures/region_set.h"
+#include "orvexa/model/pictures/viewing.h"
 #include "orvexa/model/result_operations/registry.h"
 #include "orvexa/model/run_context.h"
 #include "orvexa/model/workflow/metrics_files.h"
@@ -255,15 +256,14 @@ void add_masks(const RunFindings& found, std::vector<OutputFile>& files) {
 
 void add_overlays(const CaptureSet& capture, const RunFindings& found, std::vector<OutputFile>& files) {
   FileNames names;
-  const MaskInfo info{.operation_name = "final", .mask_array = found.final_mask};
   for (const auto& [measurement_name, measurement] : capture.measurements) {
     for (const auto& [image_name, image] : measurement->images) {
       if (!image.is_array()) continue;
       files.push_back(
           {.paths = {Path("overlays") / (names.unique(fmt::format("{}_{}", measurement_name, image_name)) + ".png")},
            .largest_bytes = encoded_at_most(found.final_mask.shape().pixels() * 3),
-           .content = [overlay = info.get_mask_overlay_image(image)](const RunContext& context) {
-             return encode_png(overlay.pixels(), context);
+           .content = [base = image.base(), mask = found.final_mask](const RunContext& context) {
+             return encode_rgb_png(base.shape(), overlay_rows(base, mask), context);
            }});
     }
   }
