@@ -10,6 +10,7 @@
 
 #include "support/base_images.h"
 #include "support/mask_operations.h"
+#include "support/operations.h"
 
 namespace orvexa::model {
 namespace {
@@ -194,6 +195,18 @@ TEST_P(EveryMaskOperation, EndsWithoutAResultOnceCancelledWhileItWorks) {
   operation->set_context({.cancel_event = &cancel, .progress = {}});
   EXPECT_THROW(static_cast<void>(operation->apply({.image_stack = source, .current_mask = Mask::full({20, 20})})),
                CancelledError);
+}
+
+TEST(MaskOperation, GivenACancellationWhileItsLastPixelsAreMade_ThenItsMaskIsNotNarrowedAnyMore) {
+  common::CancelEvent cancel;
+  const auto info = test::fake_mask("late", [&](test::FakeMask&, const ImageSource&, const Mask*, const Value&) {
+    cancel.set();
+    return Mask::full({2, 2});
+  });
+  const auto operation = info();
+  operation->set_context({.cancel_event = &cancel, .progress = {}});
+  const auto capture = test::blank_capture({2, 2});
+  EXPECT_THROW(static_cast<void>(operation->apply({.image_stack = *capture})), CancelledError);
 }
 
 TEST_P(EveryMaskOperation, CarriesRegionsAndBoundsOn) {

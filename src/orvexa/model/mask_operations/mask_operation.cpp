@@ -59,6 +59,7 @@ std::optional<Mask> MaskOperation::apply(const Input& input) {
 
   std::optional<Mask> result = compute(input.image_stack, current ? &*current : nullptr, params);
   if (!result) return std::nullopt;
+  context().check();
   std::optional<Mask> bounds = current ? current->bounds() : std::nullopt;
   const std::optional<Mask> limit = info()._preview_unconstrained ? bounds : current;
   if (info()._is_roi_operation) bounds = bounds ? *result & *bounds : *result;

@@ -93,10 +93,13 @@ Image heat_map_picture(const cv::Mat& values, const Mask& mask, const HeatScale&
   expect_same_size(values, mask);
   if (!(scale.low < scale.high)) throw std::invalid_argument("The scale of a heat map begins below its end.");
   const StripLayout layout(values.rows, scale.title);
-  cv::Mat canvas(layout.height, values.cols + layout.width, CV_8UC3, cv::Scalar(255, 255, 255));
+  const cv::Scalar white(255, 255, 255);
+  cv::Mat canvas(layout.height, values.cols + layout.width, CV_8UC3);
+  canvas.rowRange(values.rows, layout.height).setTo(white);
   const auto& colors = heat_colors();
   const double steps = static_cast<double>(colors.size() - 1) / (scale.high - scale.low);
   for_each_stripe(values.rows, values.cols, context, [&](int y0, int y1) {
+    canvas(cv::Rect(values.cols, y0, layout.width, y1 - y0)).setTo(white);
     for (int y = y0; y < y1; ++y) {
       const double* value = values.ptr<double>(y);
       const std::uint8_t* set = mask.row(y).data();
