@@ -7,6 +7,7 @@
 #include <limits>
 #include <mutex>
 #include <numeric>
+#include <stdexcept>
 #include <type_traits>
 
 namespace orvexa::model {
@@ -73,10 +74,12 @@ Statistics describe_list(std::span<T> counts, const RunContext& context) {
   T low = counts.front();
   T high = low;
   for_each_piece(counts.size(), context, [&](std::size_t begin, std::size_t end) {
-    for (const T count : counts.subspan(begin, end - begin)) {
-      low = std::min(low, count);
-      high = std::max(high, count);
-    }
+    // The library looks at many numbers at once.
+    double least = 0;
+    double most = 0;
+    cv::minMaxIdx(cv::Mat(1, static_cast<int>(end - begin), cv::DataType<T>::type, &counts[begin]), &least, &most);
+    low = std::min(low, static_cast<T>(least));
+    high = std::max(high, static_cast<T>(most));
   });
   const std::size_t range = static_cast<std::size_t>(high - low) + 1;
   if (range <= 4 * counts.size()) {
@@ -199,50 +202,50 @@ std::unique_ptr<T[]> RegionPixels::gathered(const RunContext& context, const Rea
   return values;
 }
 
-template <typename T>
-std::vector<std::uint32_t> RegionPixels::value_table(const Band& band, const RunContext& context) const {
-  constexpr std::size_t bin_count = bins_of<T>;
-  const std::size_t size = group_count() * bin_count;
-  // 16 MiB a thread; beyond that there are more bins than pixels to fill them.
-  if (size > std::size_t{1} << 22) return {};
-  // Neighbours are often equal, and adding to the same bin again has to wait: four tables take turns.
-  const std::size_t turns = size <= 1024 ? 4 : 1;
+template <typename T, typename PlaceOf>
+std::vector<std::uint32_t> RegionPixels::place_table(const Band& band, std::size_t size, const PlaceOf& place_of,
+                                                     const RunContext& context) const {
+  const std::size_t total = group_count() * size;
+  // Neighbours are often equal, and adding to the same place again has to wait: four tables take turns.
+  const std::size_t turns = total <= 1024 ? 4 : 1;
   const CountPlane<T> plane(band, context);
   const std::size_t step = plane.step();
   std::vector<std::uint32_t> table =
-      count(size * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
+      count(total * turns, context, [&](std::span<const Run> runs, std::span<std::uint32_t> numbers) {
         for (const Run& run : runs) {
-          std::uint32_t* own = bins.data() + run.group * bin_count;
+          std::uint32_t* own = numbers.data() + run.group * size;
           const T* at = plane.first(run);
           std::size_t left = length(run);
           if (turns == 4) {
             for (; left >= 4; left -= 4, at += 4 * step) {
-              ++own[at[0]];
-              ++own[size + at[step]];
-              ++own[2 * size + at[2 * step]];
-              ++own[3 * size + at[3 * step]];
+              ++own[place_of(at[0])];
+              ++own[total + place_of(at[step])];
+              ++own[2 * total + place_of(at[2 * step])];
+              ++own[3 * total + place_of(at[3 * step])];
             }
           }
-          for (; left > 0; --left, at += step) ++own[*at];
+          for (; left > 0; --left, at += step) ++own[place_of(*at)];
         }
       });
   for (std::size_t turn = 1; turn < turns; ++turn) {
-    for (std::size_t i = 0; i < size; ++i) table[i] += table[turn * size + i];
+    for (std::size_t i = 0; i < total; ++i) table[i] += table[turn * total + i];
   }
-  table.resize(size);
+  table.resize(total);
   return table;
 }
 
-std::vector<std::uint32_t> RegionPixels::count_values(const Band& band, const RunContext& context) const {
+std::vector<std::uint32_t> RegionPixels::count_places(const Band& band, std::span<const std::uint32_t> places,
+                                                      std::size_t size, const RunContext& context) const {
+  const auto place_of = [places](auto value) { return std::size_t{places[value]}; };
   switch (band.image.type()) {
     case PixelType::u8:
-      return value_table<std::uint8_t>(band, context);
+      return place_table<std::uint8_t>(band, size, place_of, context);
     case PixelType::u16:
-      return value_table<std::uint16_t>(band, context);
+      return place_table<std::uint16_t>(band, size, place_of, context);
     case PixelType::f32:
       break;
   }
-  return {};
+  throw std::invalid_argument("Counts have places only in an image of whole numbers.");
 }
 
 template <typename T>
@@ -250,8 +253,10 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
   constexpr std::size_t bin_count = bins_of<T>;
   RegionStatistics result;
   result.regions.resize(_regions.regions().size());
-  const std::vector<std::uint32_t> table = value_table<T>(band, context);
-  if (!table.empty()) {
+  // 16 MiB a thread; beyond that there are more bins than pixels to fill them.
+  if (group_count() * bin_count <= std::size_t{1} << 22) {
+    const auto value_itself = [](T value) { return std::size_t{value}; };
+    const std::vector<std::uint32_t> table = place_table<T>(band, bin_count, value_itself, context);
     std::vector<std::uint32_t> whole(bin_count, 0);
     for (std::size_t i = 0; i < table.size(); ++i) whole[i % bin_count] += table[i];
     result.whole = describe_counts(filled_bins(whole, 0));

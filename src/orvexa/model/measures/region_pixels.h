@@ -65,9 +65,11 @@ class RegionPixels {
     return totals;
   }
 
-  /// How often each count of an integer plane occurs: 256 or 65536 numbers for each group, one group after the other.
-  /// Empty for a float plane, and where there are so many groups that tables do not pay.
-  [[nodiscard]] std::vector<std::uint32_t> count_values(const Band& band, const RunContext& context) const;
+  /// How many pixels of an integer plane have their place at each of `size` places: that many numbers for each group,
+  /// one group after the other.
+  /// @param places  the place of each count that the plane's type can have.
+  [[nodiscard]] std::vector<std::uint32_t> count_places(const Band& band, std::span<const std::uint32_t> places,
+                                                        std::size_t size, const RunContext& context) const;
 
   /// In counts. Infinite values and NaN are invalid.
   [[nodiscard]] RegionStatistics measure(const Band& band, const RunContext& context) const;
@@ -77,8 +79,9 @@ class RegionPixels {
  private:
   template <typename T, typename ReadRun>
   [[nodiscard]] std::unique_ptr<T[]> gathered(const RunContext& context, const ReadRun& read_run) const;
-  template <typename T>
-  [[nodiscard]] std::vector<std::uint32_t> value_table(const Band& band, const RunContext& context) const;
+  template <typename T, typename PlaceOf>
+  [[nodiscard]] std::vector<std::uint32_t> place_table(const Band& band, std::size_t size, const PlaceOf& place_of,
+                                                       const RunContext& context) const;
   template <typename T>
   [[nodiscard]] RegionStatistics measure_counts(const Band& band, const RunContext& context) const;
   template <typename ReadRun>

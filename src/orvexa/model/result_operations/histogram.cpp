@@ -29,9 +29,8 @@ std::size_t place_of(double value, double white, const TableLayout& layout) {
   return std::min(layout.bins - 1, static_cast<std::size_t>(value * bins / white));
 }
 
-/// A table of places for types with few values, else nothing.
+/// The place of every count that an image of whole numbers can hold.
 std::vector<std::uint32_t> places_of_counts(const Band& band, const TableLayout& layout) {
-  if (band.image.type() == PixelType::f32) return {};
   const std::size_t values = band.image.type() == PixelType::u8 ? 256 : 65536;
   std::vector<std::uint32_t> places(values);
   for (std::size_t value = 0; value < values; ++value) {
@@ -48,14 +47,8 @@ class HistogramOperation final : public ResultOperation {
 
 std::vector<std::uint32_t> HistogramOperation::count_band(const RegionPixels& pixels, const Band& band,
                                                           const TableLayout& layout) const {
-  const std::vector<std::uint32_t> places = places_of_counts(band, layout);
-  const std::vector<std::uint32_t> counts = pixels.count_values(band, context());
-  if (!counts.empty()) {
-    std::vector<std::uint32_t> table(pixels.group_count() * layout.size(), 0);
-    for (std::size_t i = 0; i < counts.size(); ++i) {
-      table[i / places.size() * layout.size() + places[i % places.size()]] += counts[i];
-    }
-    return table;
+  if (band.image.type() != PixelType::f32) {
+    return pixels.count_places(band, places_of_counts(band, layout), layout.size(), context());
   }
   const int width = band.shape().width;
   return pixels.count(pixels.group_count() * layout.size(), context(),
@@ -69,9 +62,7 @@ std::vector<std::uint32_t> HistogramOperation::count_band(const RegionPixels& pi
                           }
                           std::uint32_t* own = table.data() + run.group * layout.size();
                           for (int x = run.x0; x < run.x1; ++x) {
-                            const double value = row[static_cast<std::size_t>(x)];
-                            ++own[places.empty() ? place_of(value, band.white.counts, layout)
-                                                 : places[static_cast<std::size_t>(value)]];
+                            ++own[place_of(row[static_cast<std::size_t>(x)], band.white.counts, layout)];
                           }
                         }
                       });
@@ -79,7 +70,9 @@ std::vector<std::uint32_t> HistogramOperation::count_band(const RegionPixels& pi
 
 std::vector<std::uint32_t> sum_of_groups(const std::vector<std::uint32_t>& table, const TableLayout& layout) {
   std::vector<std::uint32_t> sum(layout.size(), 0);
-  for (std::size_t i = 0; i < table.size(); ++i) sum[i % layout.size()] += table[i];
+  for (std::size_t begin = 0; begin < table.size(); begin += layout.size()) {
+    for (std::size_t place = 0; place < sum.size(); ++place) sum[place] += table[begin + place];
+  }
   return sum;
 }
 
