@@ -118,6 +118,7 @@ std::string failure_sentence(const BatchFileFailure& failure, const std::string&
     // The summary says no more than that; the reason is in the controller's state.
     reason = without_prefix(load_error, "Failed to load capture from " + common::path_text(file) + ": ");
   }
+  if (reason.starts_with(common::path_text(file) + ": ")) return reason;
   const bool names_file = reason.starts_with(name + ": ") || reason.starts_with(name + ", line ");
   return common::path_text(file) + (names_file ? reason.substr(name.size()) : ": " + reason);
 }
