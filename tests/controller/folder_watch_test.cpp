@@ -1,4 +1,5 @@
 #include "orvexa/controller/folder_watch.h"
+#include <fmt/format.h>
 
 #include "controller/watch_fixture.h"
 #include "orvexa/model/workflow/results_folder.h"
@@ -317,6 +318,72 @@ TEST_F(FolderWatchTest, GivenResultsThatCannotBeWritten_ThenCapturesWaitAndNoTry
   EXPECT_THAT(files_of(Kind::done), ElementsAre("HDR_a.INF", "HDR_b.INF"));
   EXPECT_THAT(texts_of(Kind::solved), ElementsAre("Results can be written again."));
   EXPECT_THAT(status().problems, IsEmpty());
+}
+
+TEST_F(FolderWatchTest, GivenADiskWhoseFreeSpaceChanges_ThenTheProblemIsToldOnceAndTheStatusHasTheLatestNumber) {
+  write_capture("a");
+  int kilobytes = 400;
+  on_load = [&](const auto&) {
+    throw model::ResultsFolderError(fmt::format("The folder \"out\" has {}.5 kB left.", kilobytes--));
+  };
+  poll(4);
+  const std::string problem = "Results cannot be written, so captures wait: The folder \"out\" has {}.5 kB left.";
+  EXPECT_THAT(texts_of(Kind::problem), ElementsAre(fmt::format(fmt::runtime(problem), 400)));
+  EXPECT_THAT(status().problems, ElementsAre(fmt::format(fmt::runtime(problem), 398)));
+  on_load = [&](const auto&) { throw model::ResultsFolderError("The folder \"out\" cannot be written to."); };
+  poll();
+  EXPECT_EQ(texts_of(Kind::problem).size(), 2U) << "another cause is told";
+}
+
+TEST_F(FolderWatchTest, GivenResultsThatCannotBeWrittenPollAfterPoll_ThenTheStartStandsOnceInTheJournal) {
+  write_capture("a");
+  poll();
+  const std::filesystem::path away = folder / "away";
+  on_load = [&](const auto&) {  // no folder can be made in a file
+    std::filesystem::rename(out, away);
+    folder.write("out", "");
+  };
+  for (int i = 0; i < 3; ++i) {
+    poll();
+    ASSERT_TRUE(std::filesystem::is_regular_file(out));
+    std::filesystem::remove(out);
+    std::filesystem::rename(away, out);
+  }
+  EXPECT_EQ(loads, 3);
+  EXPECT_EQ(journal("started").size(), 1U);
+  on_load = nullptr;
+  poll();
+  EXPECT_EQ(journal("started").size(), 1U);
+  EXPECT_EQ(journal("done").size(), 1U);
+}
+
+TEST_F(FolderWatchTest, GivenAnOutputFolderThatIsEmptied_ThenCapturesWaitAndNothingIsWrittenThere) {
+  write_capture("a");
+  poll(2);
+  std::filesystem::remove_all(out);
+  std::filesystem::create_directory(out);
+  write_capture("b");
+  EXPECT_TRUE(poll(3));
+  EXPECT_THAT(texts_of(Kind::problem),
+              ElementsAre("The output folder \"" + out.string() +
+                          "\" is not the one any more that this watcher began with: it was removed, emptied or "
+                          "replaced, so captures wait. A watcher that is started anew begins afresh there."));
+  EXPECT_TRUE(std::filesystem::is_empty(out));
+  end();
+  EXPECT_TRUE(std::filesystem::is_empty(out));
+}
+
+TEST_F(FolderWatchTest, GivenAnOutputFolderThatIsMovedAwayAndBack_ThenTheWatchGoesOn) {
+  write_capture("a");
+  poll(2);
+  std::filesystem::rename(out, folder / "away");
+  write_capture("b");
+  poll(2);
+  EXPECT_FALSE(std::filesystem::exists(out));
+  std::filesystem::rename(folder / "away", out);
+  poll(2);
+  EXPECT_THAT(texts_of(Kind::solved), ElementsAre("The output folder is there again."));
+  EXPECT_THAT(files_of(Kind::done), ElementsAre("HDR_a.INF", "HDR_b.INF"));
 }
 
 TEST_F(FolderWatchTest, GivenAWorkflowThatBecomesUnreadable_ThenItIsReportedAndCapturesWait) {

@@ -1,6 +1,7 @@
 #include "orvexa/controller/folder_lock.h"
 
 #include <fmt/format.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -59,7 +60,7 @@ std::string holder_text(const LockHolder& holder) {
   return fmt::format("process {} on host {} since {}", holder.process, holder.host, holder.since);
 }
 
-FolderLock::FolderLock(const Path& folder) : _file(folder / lock_name, O_RDWR | O_CREAT, 0666) {
+FolderLock::FolderLock(const Path& folder) : _path(folder / lock_name), _file(_path, O_RDWR | O_CREAT, 0666) {
   if (!_file.is_open()) throw lock_error(folder, errno);
   // A lock of the open file, not of the process: a second watcher of this process is refused too.
   struct flock lock = whole_file(F_WRLCK);
@@ -81,6 +82,13 @@ FolderLock::FolderLock(const Path& folder) : _file(folder / lock_name, O_RDWR | 
 FolderLock::~FolderLock() {
   // The file stays: removing it would let a third one lock a file that the second one has open.
   static_cast<void>(::ftruncate(_file.get(), 0));
+}
+
+bool FolderLock::is_in_place() const {
+  struct stat held {};
+  struct stat there {};
+  return ::fstat(_file.get(), &held) == 0 && ::stat(_path.c_str(), &there) == 0 && held.st_dev == there.st_dev &&
+         held.st_ino == there.st_ino;
 }
 
 std::optional<LockHolder> folder_lock_holder(const Path& folder) {

@@ -33,8 +33,11 @@ class FolderLock {
 
   /// The one before, when it ended without giving the folder free.
   [[nodiscard]] const std::optional<LockHolder>& dead_holder() const { return _dead_holder; }
+  /// Whether the locked file is still the one in the folder. When somebody removed it the lock keeps nobody out.
+  [[nodiscard]] bool is_in_place() const;
 
  private:
+  common::Path _path;
   common::Descriptor _file;
   std::optional<LockHolder> _dead_holder;
 };

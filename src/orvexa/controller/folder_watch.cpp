@@ -41,6 +41,14 @@ std::string listed(const std::vector<std::string>& names) {
   return shown < names.size() ? text + fmt::format(" and {} more files", names.size() - shown) : text;
 }
 
+/// Also for equal ones. What is left of a disk is another number at every look.
+bool differ_in_numbers_only(std::string a, std::string b) {
+  const auto is_of_number = [](char c) { return (c >= '0' && c <= '9') || c == '.'; };
+  std::erase_if(a, is_of_number);
+  std::erase_if(b, is_of_number);
+  return a == b;
+}
+
 /// Whether the capture that was read has the content by which it is identified.
 bool has_content(const model::CaptureSet& capture, const CaptureIdentity& identity, const Path& folder) {
   return std::all_of(capture.sources.begin(), capture.sources.end(), [&](const model::SourceFile& source) {
@@ -81,6 +89,7 @@ FolderWatch::FolderWatch(WatcherArguments arguments, const common::CancelEvent& 
 bool FolderWatch::poll_once() {
   const common::TimePoint began = common::now();
   _status.last_poll = common::time_stamp_text(began);
+  if (!has_output()) return true;
   try {
     if (!_has_begun) {
       announce();
@@ -185,6 +194,19 @@ std::optional<std::string> FolderWatch::find_complete_folder(const JournalEntry&
 }
 
 // ---- Looking
+
+bool FolderWatch::has_output() {
+  if (_lock->is_in_place()) {
+    solve(Topic::lock, "The output folder is there again.");
+    return true;
+  }
+  report_problem(Topic::lock,
+                 fmt::format("The output folder \"{}\" is not the one any more that this watcher began with: it was "
+                             "removed, emptied or replaced, so captures wait. A watcher that is started anew begins "
+                             "afresh there.",
+                             path_text(_output)));
+  return false;
+}
 
 bool FolderWatch::refresh_workflow() {
   try {
@@ -364,7 +386,7 @@ FolderWatch::Queue FolderWatch::queue() {
 
 void FolderWatch::work(common::TimePoint began) {
   for (auto* entry : queue()) {
-    if (_cancel_event.is_set()) return;
+    if (_cancel_event.is_set() || !has_output()) return;
     // A picture that arrives before its header is no photograph.
     if (_arguments.search == WatcherSearch::automatic && !entry->second.is_header && holds_header(_input)) return;
     try {
@@ -456,7 +478,12 @@ void FolderWatch::run(const CaptureIdentity& identity, const std::shared_ptr<mod
   std::error_code ignored;
   int number = 1;
   while (fs::exists(fs::symlink_status(model::results_folder_path(_output, capture->name, number), ignored))) ++number;
-  _journal->record_started(identity, capture->name, number);
+  // Begun already when its results could not be written: a full disk must not fill up with the same line at every poll.
+  const JournalEntry* entry = _journal->find(identity.key);
+  if (_begun_key != identity.key || entry == nullptr || !entry->is_running || entry->number != number) {
+    _journal->record_started(identity, capture->name, number);
+    _begun_key = identity.key;
+  }
   const model::RunOutput output = _executor.run_and_save({.capture = capture,
                                                           .wf = _workflow,
                                                           .output_base_dir = _output,
@@ -537,8 +564,9 @@ void FolderWatch::tell(WatcherEvent event) {
 
 void FolderWatch::report_problem(Topic topic, const std::string& text) {
   std::string& known = _problems[topic];
-  if (known == text) return;
+  const bool is_news = !differ_in_numbers_only(known, text);
   known = text;
+  if (!is_news) return;
   _status.last_error = common::to_valid_utf8(text);
   _status.last_error_time = common::time_stamp_text(common::now());
   tell({.kind = Kind::problem, .text = text});
@@ -549,7 +577,7 @@ void FolderWatch::solve(Topic topic, const std::string& text) {
 }
 
 bool FolderWatch::is_idle() {
-  for (const Topic topic : {Topic::workflow, Topic::input, Topic::output, Topic::program}) {
+  for (const Topic topic : {Topic::workflow, Topic::input, Topic::output, Topic::lock, Topic::program}) {
     if (_problems.contains(topic)) return true;
   }
   if (_is_workflow_settling) return false;
@@ -560,6 +588,7 @@ bool FolderWatch::is_idle() {
 }
 
 void FolderWatch::write_status() {
+  if (_problems.contains(Topic::lock)) return;  // it may be the folder of another one now
   _status.done = _journal->done_count();
   _status.waiting = 0;
   _status.incomplete.clear();

@@ -60,7 +60,7 @@ class FolderWatch {
   };
   using Queue = std::vector<std::pair<const std::string, Candidate>*>;
   /// What captures may have to wait for.
-  enum class Topic { workflow, input, output, program, table, status };
+  enum class Topic { workflow, input, output, lock, program, table, status };
 
   // Preparation at the first poll.
   void announce();
@@ -69,6 +69,8 @@ class FolderWatch {
   [[nodiscard]] std::optional<std::string> find_complete_folder(const JournalEntry& entry) const;
 
   // Looking.
+  /// Whether the output folder is still the one that this watch has locked; otherwise nothing may be written there.
+  [[nodiscard]] bool has_output();
   [[nodiscard]] bool refresh_workflow();
   [[nodiscard]] bool refresh_candidates();
   void choose_search(const std::vector<FoundFile>& found);
@@ -109,6 +111,7 @@ class FolderWatch {
   std::optional<FolderLock> _lock;
   std::optional<WatchJournal> _journal;
   std::optional<WatchTable> _table;
+  std::string _begun_key;  ///< of the run that this watch began last
   model::Executor _executor;
 
   bool _is_announced = false;
