@@ -38,17 +38,10 @@ int workflow_add_command(Console& console, const GivenWords& given) {
   }
   controller.set_workflow(workflow);
   save_workflow(controller, file);
-  if (console.json) {
-    console.answer_json(workflow_document(file, *workflow));
-    return exit_done;
-  }
-  if (!console.quiet) {
-    const model::OperationConfig step{.op = operation.key, .params = params};
-    console.answer(fmt::format("{} {}: {}\n", operation.is_mask ? "Mask step" : "Result operation", number,
-                               common::visible_text(step_text(step))));
-  }
-  remark_problems(console, file, *workflow);
-  return exit_done;
+  const model::OperationConfig step{.op = operation.key, .params = params};
+  return answer_edited(
+      console, file, *workflow,
+      fmt::format("{} {}: {}", operation.is_mask ? "Mask step" : "Result operation", number, step_text(step)));
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include "orvexa/cli/step_words.h"
 #include "orvexa/cli/workflow_problems.h"
 #include "orvexa/common/files.h"
+#include "orvexa/common/text.h"
 
 namespace orvexa::cli {
 
@@ -41,6 +42,16 @@ void remark_problems(Console& console, const std::string& file, const model::Wor
   for (const model::WorkflowProblem& problem : model::check_workflow(workflow)) {
     console.remark(problem_sentence(common::path_text(file), problem));
   }
+}
+
+int answer_edited(Console& console, const std::string& file, const model::Workflow& workflow, const std::string& line) {
+  if (console.json) {
+    console.answer_json(workflow_document(file, workflow));
+    return exit_done;
+  }
+  if (!console.quiet) console.answer(common::visible_text(line) + "\n");
+  remark_problems(console, file, workflow);
+  return exit_done;
 }
 
 }  // namespace orvexa::cli

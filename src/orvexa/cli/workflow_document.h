@@ -18,4 +18,8 @@ namespace orvexa::cli {
 /// A line on standard error for each thing that is wrong with a workflow; the work is done all the same.
 void remark_problems(Console& console, const std::string& file, const model::Workflow& workflow);
 
+/// What a command that changed and saved a workflow answers: the document, or the line that says what it did.
+/// @return the exit code.
+int answer_edited(Console& console, const std::string& file, const model::Workflow& workflow, const std::string& line);
+
 }  // namespace orvexa::cli

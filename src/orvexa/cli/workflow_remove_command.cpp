@@ -87,16 +87,9 @@ int workflow_remove_command(Console& console, const GivenWords& given) {
   }
   controller.set_workflow(workflow);
   save_workflow(controller, file);
-  if (console.json) {
-    console.answer_json(workflow_document(file, *workflow));
-    return exit_done;
-  }
-  if (!console.quiet) {
-    console.answer(fmt::format("Removed {} {}: {}\n", place.is_mask ? "mask step" : "result operation", place.number,
-                               common::visible_text(step_text(removed))));
-  }
-  remark_problems(console, file, *workflow);
-  return exit_done;
+  return answer_edited(console, file, *workflow,
+                       fmt::format("Removed {} {}: {}", place.is_mask ? "mask step" : "result operation", place.number,
+                                   step_text(removed)));
 }
 
 }  // namespace
