@@ -80,7 +80,7 @@ RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mas
 cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {
   if (region.area == 0) return {};
   const cv::Rect box(region.box.x0, region.box.y0, region.box.x1 - region.box.x0, region.box.y1 - region.box.y0);
-  const cv::Mat set = _mask.read_only()(box);
+  cv::Mat set = _mask.read_only()(box);
   if (region.label == 0 || !_labels) return set;
   cv::Mat alone(box.size(), CV_8UC1);
   for_each_stripe(box.height, box.width, context, [&](int y0, int y1) {
