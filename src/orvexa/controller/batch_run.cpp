@@ -37,7 +37,7 @@ std::string name_text(const Path& file) {
 }
 
 Path make_run_folder(const Path& output_folder) {
-  const Path folder = output_folder / ("batch_results_" + common::local_time_text(common::now(), "%Y%m%d%H%M%S"));
+  Path folder = output_folder / ("batch_results_" + common::local_time_text(common::now(), "%Y%m%d%H%M%S"));
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) {
@@ -221,7 +221,7 @@ class BatchProcess {
       logger.error(entry.error);
       logger.exception(reason);
     }
-    record(std::move(entry));
+    record(entry);
   }
 
   /// Whether there is a capture now.
@@ -255,7 +255,7 @@ class BatchProcess {
   }
 
   /// Puts what became of a file into the summary, the table and the journal, and tells who wants to know.
-  void record(BatchJournalEntry entry) {
+  void record(const BatchJournalEntry& entry) {
     std::optional<BatchFileEntry> told;
     if (entry.is_done) {
       told = _summary.successful_files.emplace_back(BatchFileSuccess{.file = entry.file.string(),

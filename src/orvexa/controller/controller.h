@@ -265,7 +265,7 @@ class Controller {
   /// Computes the results of a folder anew from the inputs and the workflow that it records, and compares. Changes no
   /// state; what is computed anew goes into a temporary folder that is removed.
   /// @throws std::runtime_error when it is no results folder or its record cannot be read; model::CancelledError.
-  [[nodiscard]] Verification verify_results(const VerificationRequest& request);
+  [[nodiscard]] Verification verify_results(const VerificationRequest& request) const;
   /// All numeric metrics as a text file. Failures to write reach the caller.
   void _save_numerical_results_to_txt(const model::ResultMap& results, const Path& file_path,
                                       const std::string& capture_name) const;

@@ -1,5 +1,7 @@
 #include <fmt/format.h>
 
+#include <utility>
+
 #include "orvexa/common/logger.h"
 #include "orvexa/controller/applied_masks.h"
 #include "orvexa/controller/controller.h"
@@ -47,11 +49,12 @@ void Controller::reset_system_state() {
 }
 
 void Controller::set_current_folder(const Path& folder) {
-  const Path chosen = folder;  // the argument may be the state's own folder, which the reset clears
+  Path chosen = folder;  // the argument may be the state's own folder, which the reset clears
   state.reset_system_state();
-  state.current_folder = chosen;
+  const std::string message = "Folder set: " + path_text(chosen) + " \"No file selected\"";
+  state.current_folder = std::move(chosen);
   state.current_file.reset();
-  state.message = "Folder set: " + path_text(chosen) + " \"No file selected\"";
+  state.message = message;
   state.error.reset();
   state.derive_phase();
 }

@@ -88,7 +88,7 @@ void take_recorded_params(model::OperationConfig& step, const RecordedStep& reco
     const auto there = recorded.params.find(name);
     if (there != recorded.params.end() && *there == completed) continue;
     differences.push_back({.file = "workflow.yaml",
-                           .place = place + ".params." + name,
+                           .place = fmt::format("{}.params.{}", place, name),
                            .text = fmt::format("is {}, but provenance.json has {}", common::json_line(completed),
                                                there == recorded.params.end() ? "none" : common::json_line(*there))});
     return;
@@ -174,7 +174,7 @@ bool Verification::is_equal() const {
          std::ranges::all_of(inputs, [](const CheckedInput& input) { return input.problem.empty(); });
 }
 
-Verification Controller::verify_results(const VerificationRequest& request) {
+Verification Controller::verify_results(const VerificationRequest& request) const {
   common::logger.info("Controller.verify_results: Verifying " + common::path_text(request.results_folder));
   const model::RunContext context{.cancel_event = request.cancel_event, .progress = request.progress_cb};
   const RunRecord record = read_run_record(request.results_folder);

@@ -133,6 +133,7 @@ void add_undefined_statistics(OperationResult& result, const RegionSet& regions,
                               std::string_view reason, const StatisticsUnit& unit) {
   add_units(result, prefix, unit);
   std::vector<std::string> names;
+  names.reserve(statistic_rows.size());
   for (const StatisticRow& statistic : statistic_rows) names.push_back(joined_name(prefix, statistic.name));
   leave_out_everywhere(result, regions, names, reason);
 }

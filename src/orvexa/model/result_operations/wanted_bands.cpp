@@ -22,13 +22,13 @@ std::vector<WantedBand> wanted_bands(const ImageSource& source, const Value& nam
     if (std::none_of(wanted.begin(), wanted.end(), is_same)) wanted.push_back(std::move(band));
   };
   if (names.empty()) {
-    for (Band& band : all_bands(source)) add({.name = band.name, .band = std::move(band)});
+    for (const Band& band : all_bands(source)) add({.name = band.name, .band = band});
   }
   std::vector<std::string> reasons;
   for (const Value& name : names) {
     try {
-      Band band = find_band(source, name.get<std::string>());
-      add({.name = band.name, .band = std::move(band)});
+      const Band band = find_band(source, name.get<std::string>());
+      add({.name = band.name, .band = band});
     } catch (const std::runtime_error& missing) {
       reasons.emplace_back(missing.what());
       add({.name = name.get<std::string>(), .reason = missing.what()});
