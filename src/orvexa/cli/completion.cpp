@@ -123,7 +123,8 @@ void add_options(std::span<const OptionInfo> options, const std::string& command
     for (const std::string& name : {option.letter, option.name}) {
       if (name.empty()) continue;
       names.push_back(name);
-      if (!option.value.empty()) values.add(command + " " + name, answer_for(option.kind, option.choices));
+      if (!option.value.empty())
+        values.add(fmt::format("{} {}", command, name), answer_for(option.kind, option.choices));
     }
   }
 }
@@ -177,7 +178,7 @@ std::string bash_completion(std::span<const CommandInfo* const> commands, std::s
     std::vector<std::string> names;
     for (const model::ParameterInfo& parameter : operation.parameters) {
       names.push_back(parameter.name);
-      choices.add(operation.key + " " + parameter.name, common::joined(choices_of(parameter), " "));
+      choices.add(fmt::format("{} {}", operation.key, parameter.name), common::joined(choices_of(parameter), " "));
     }
     parameters.add(operation.key, common::joined(names, " "));
   }
