@@ -56,6 +56,7 @@ Place place_by_key(const model::Workflow& workflow, const std::string& file, con
         fmt::format("{} has no step \"{}\"{}.", common::path_text(file), key, common::did_you_mean(key, known)));
   }
   std::vector<std::string> numbers;
+  numbers.reserve(places.size());
   for (const Place& place : places) {
     numbers.push_back(fmt::format("{} {}", place.is_mask ? "mask step" : "result operation", place.number));
   }
