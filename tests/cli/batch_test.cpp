@@ -199,8 +199,8 @@ TEST(Batch, GivenAWorkflowWithProblems_ThenEachIsNamedBeforeAnythingIsMade) {
     const Outcome outcome = batch(more);
     EXPECT_EQ(outcome.exit_code, 1);
     EXPECT_EQ(outcome.out, "");
-    EXPECT_THAT(outcome.err, AllOf(HasSubstr("mask_operations[0] (errode)"), HasSubstr("(did you mean \"erode\"?)"),
-                                   HasSubstr("result_operations[0] (aera)"), HasSubstr("(did you mean \"area\"?)")));
+    EXPECT_THAT(outcome.err, AllOf(HasSubstr("mask step 1 (errode)"), HasSubstr("(did you mean \"erode\"?)"),
+                                   HasSubstr("result operation 1 (aera)"), HasSubstr("(did you mean \"area\"?)")));
     EXPECT_EQ(split(outcome.err, '\n').size(), 2u);
     EXPECT_FALSE(std::filesystem::exists(batch.output));
   }

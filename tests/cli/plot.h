@@ -46,4 +46,16 @@ inline std::filesystem::path write_leaf_workflow(const TemporaryFolder& folder) 
                       "    params: {indices: [ndvi]}\n");
 }
 
+/// Takes many seconds on a plot of 36 megapixels, so that a signal always meets it at work.
+inline std::filesystem::path write_long_workflow(const TemporaryFolder& folder) {
+  return folder.write("long.yaml",
+                      "mask_operations:\n"
+                      "  - {op: threshold_range, params: {band: MSP.NIR, low: 0.5, high: 1.0}}\n"
+                      "  - {op: open, params: {radius: 150, iterations: 10}}\n"
+                      "  - {op: close, params: {radius: 150, iterations: 10}}\n"
+                      "  - {op: open, params: {radius: 190, iterations: 10}}\n"
+                      "result_operations:\n"
+                      "  - {op: area}\n");
+}
+
 }  // namespace orvexa::test

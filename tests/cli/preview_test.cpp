@@ -174,7 +174,7 @@ INSTANTIATE_TEST_SUITE_P(
         RefusedPreview{"AWorkflowWithAProblem",
                        {"-w", "bad.yaml", "--op", "erode", "--mask", "m.png"},
                        1,
-                       {"bad.yaml: mask_operations[0] (threshold_atuo)", "(did you mean \"threshold_auto\"?)"}},
+                       {"bad.yaml: mask step 1 (threshold_atuo)", "(did you mean \"threshold_auto\"?)"}},
         RefusedPreview{"AWorkflowWhoseStepFails",
                        {"-w", "fails.yaml", "--op", "erode", "--mask", "m.png"},
                        1,

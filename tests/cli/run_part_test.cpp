@@ -167,6 +167,27 @@ TEST(RunStep, GivenAStepThatFails_ThenTheSentenceNamesItByItsNumber) {
   EXPECT_EQ(run({"--step", "1"}).exit_code, 0) << "the steps before it can be looked at";
 }
 
+class InterruptedPart : public testing::TestWithParam<const char*> {};
+
+TEST_P(InterruptedPart, EndsInsideAStepWithExitCode130AndLeavesNoFolder) {
+  PartSetup run;
+  run.capture = write_plot(run.folder, 6000, 6000);
+  run.workflow = write_long_workflow(run.folder);
+  const std::string option = GetParam();
+  Process process({test::program(), "run", run.workflow.string(), run.capture.string(), "-o", run.output.string(),
+                   option, option == "--step" ? "4" : "1", "--log-level", "info"});
+  ASSERT_TRUE(process.wait_for_error_text(option == "--step" ? "Mask steps 1 to 4" : "Result operation 1: area"));
+  process.send(SIGINT);
+  const Outcome outcome = process.wait();
+  EXPECT_EQ(outcome.exit_code, 130);
+  EXPECT_EQ(outcome.out, "");
+  EXPECT_TRUE(outcome.err.ends_with("\nInterrupted; no results were written.\n")) << outcome.err;
+  EXPECT_THAT(run.folders(), ElementsAre());
+}
+
+INSTANTIATE_TEST_SUITE_P(Options, InterruptedPart, testing::Values("--step", "--operation"),
+                         [](const auto& test) { return std::string(test.param).substr(2); });
+
 TEST(RunPart, GivenAWorkflowWithoutStepsOfThatKind_ThenThatIsSaid) {
   PartSetup run;
   run.workflow = run.folder.write("empty.yaml", "title: Empty\n");

@@ -169,7 +169,7 @@ TEST(Run, GivenAPictureWithoutContrast_ThenTheEmptyMaskIsExplainedOnTheScreenAnd
       "no_contrast: all pixels have the same value in MSP.RED, so the mask is empty";  // RED is 1000 everywhere
   const Outcome outcome = run();
   EXPECT_EQ(outcome.exit_code, 0);
-  EXPECT_EQ(outcome.err, "mask_operations[0] (threshold_auto): " + sentence + ".\n");
+  EXPECT_EQ(outcome.err, "mask step 1 (threshold_auto): " + sentence + ".\n");
   EXPECT_EQ(run({"--quiet"}).err, "");
   const common::Value notes = run({"--json"}).json().at("mask_notes");
   ASSERT_EQ(notes.size(), 1u);
@@ -224,13 +224,13 @@ INSTANTIATE_TEST_SUITE_P(
     Table, FailingRun,
     testing::Values(FailureCase{"MisspeltMaskOperation",
                                 "mask_operations:\n  - op: threshold_range\n  - op: errode\n",
-                                {"wörk flow.yaml", "mask_operations[1] (errode)", "(did you mean \"erode\"?)"}},
+                                {"wörk flow.yaml", "mask step 2 (errode)", "(did you mean \"erode\"?)"}},
                     FailureCase{"MisspeltResultOperation",
                                 "result_operations:\n  - op: aera\n",
-                                {"result_operations[0] (aera)", "(did you mean \"area\"?)"}},
+                                {"result operation 1 (aera)", "(did you mean \"area\"?)"}},
                     FailureCase{"MisspeltParameter",
                                 "mask_operations:\n  - op: threshold_range\n    params: {lwo: 0.5}\n",
-                                {"mask_operations[0] (threshold_range)", "lwo", "(did you mean \"low\"?)"}},
+                                {"mask step 1 (threshold_range)", "lwo", "(did you mean \"low\"?)"}},
                     FailureCase{"MissingBand",
                                 "mask_operations:\n  - op: threshold_range\n    params: {band: MSP.SWIR}\n",
                                 {"threshold_range", "SWIR", "NIR"}},
@@ -288,18 +288,10 @@ TEST(Run, GivenAFullDisk_ThenOneSentenceSaysSoAndNothingIsLeft) {
   EXPECT_THAT(outcome.err, HasSubstr("has 16.4 kB left"));
 }
 
-/// A run that takes many seconds, so that a signal always meets it at work: 36 megapixels through wide openings.
 struct LongRun : RunSetup {
   LongRun() {
     capture = write_plot(folder, 6000, 6000);
-    workflow = folder.write("long.yaml",
-                            "mask_operations:\n"
-                            "  - {op: threshold_range, params: {band: MSP.NIR, low: 0.5, high: 1.0}}\n"
-                            "  - {op: open, params: {radius: 150, iterations: 10}}\n"
-                            "  - {op: close, params: {radius: 150, iterations: 10}}\n"
-                            "  - {op: open, params: {radius: 190, iterations: 10}}\n"
-                            "result_operations:\n"
-                            "  - {op: area}\n");
+    workflow = write_long_workflow(folder);
   }
   [[nodiscard]] std::vector<std::string> words() const {
     return {test::program(), "run", workflow.string(), capture.string(), "-o", output.string(), "--log-level", "info"};

@@ -163,8 +163,8 @@ TEST(Watch, GivenAWorkflowThatCannotRun_ThenEveryProblemIsNamedAndNothingIsMade)
       watch.folder.write("wrong.yaml", "mask_operations:\n  - op: errode\nresult_operations:\n  - op: aera\n");
   const Outcome outcome = watch();
   EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_THAT(outcome.err, HasSubstr("mask_operations[0] (errode)"));
-  EXPECT_THAT(outcome.err, HasSubstr("result_operations[0] (aera)"));
+  EXPECT_THAT(outcome.err, HasSubstr("mask step 1 (errode)"));
+  EXPECT_THAT(outcome.err, HasSubstr("result operation 1 (aera)"));
   EXPECT_FALSE(std::filesystem::exists(watch.output));
 }
 

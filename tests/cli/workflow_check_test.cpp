@@ -30,10 +30,10 @@ TEST(WorkflowCheck, ListsEveryProblemOfEveryFileByStep) {
                                 "  - op: area\n");
   const Outcome outcome = orvexa_command({"workflow", "check", good.string(), bad.string()});
   EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: mask_operations[0] (threshold_rnage): "));
+  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: mask step 1 (threshold_rnage): "));
   EXPECT_THAT(outcome.out, HasSubstr("(did you mean \"threshold_range\"?)"));
-  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: mask_operations[1] (erode): "));
-  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: result_operations[1] (area): "));
+  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: mask step 2 (erode): "));
+  EXPECT_THAT(outcome.out, HasSubstr("bad.yaml: result operation 2 (area): "));
 
   const Outcome as_json = orvexa_command({"workflow", "check", good.string(), bad.string(), "--json"});
   EXPECT_EQ(as_json.exit_code, 1);
@@ -41,7 +41,7 @@ TEST(WorkflowCheck, ListsEveryProblemOfEveryFileByStep) {
   EXPECT_EQ(document.at("ok"), false);
   EXPECT_EQ(document.at("files").at(0).at("problems").size(), 0u);
   EXPECT_EQ(document.at("files").at(1).at("problems").size(), 3u);
-  EXPECT_EQ(document.at("files").at(1).at("problems").at(0).at("step"), "mask_operations[0] (threshold_rnage)");
+  EXPECT_EQ(document.at("files").at(1).at("problems").at(0).at("step"), "mask step 1 (threshold_rnage)");
 }
 
 TEST(WorkflowCheck, GivenAFileThatIsNoWorkflow_ThenTheOthersAreCheckedAllTheSame) {
@@ -73,7 +73,7 @@ TEST(WorkflowCheck, GivenANewerFormat_ThenItIsNamedBesideTheOtherProblems) {
   EXPECT_THAT(outcome.out, testing::StartsWith(newer +
                                                ": format: The workflow has format 99; this program reads format 1 and "
                                                "older.\n" +
-                                               newer + ": mask_operations[0] (threshold_rnage): "));
+                                               newer + ": mask step 1 (threshold_rnage): "));
 }
 
 TEST(WorkflowCheck, GivenAFileThatIsNotThere_ThenTheSentenceNamesIt) {

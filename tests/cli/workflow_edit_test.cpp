@@ -225,7 +225,7 @@ TEST(WorkflowAdd, GivenAFileWithAnotherProblem_ThenTheStepIsAddedAndTheProblemNa
   const Outcome outcome = edit({"add", "area"});
   EXPECT_EQ(outcome.exit_code, 0);
   EXPECT_TRUE(is_one_sentence(outcome.err.substr(0, outcome.err.find(" (did")) + ".\n"));
-  EXPECT_THAT(outcome.err, HasSubstr("mask_operations[0] (threshold_atuo)"));
+  EXPECT_THAT(outcome.err, HasSubstr("mask step 1 (threshold_atuo)"));
   EXPECT_THAT(edit.keys(), ElementsAre("threshold_atuo", "area"));
   EXPECT_EQ(common::load_yaml(edit.file).at("mask_operations").at(0).at("note"), "mine");
   EXPECT_EQ(edit({"add", "perimeter", "--quiet"}).err, "");
@@ -325,7 +325,7 @@ TEST(WorkflowShow, GivenProblems_ThenTheStepsAreShownAllTheSame) {
   EXPECT_THAT(outcome.out, HasSubstr("  1  threshold_atuo  [1]\n"));
   EXPECT_THAT(outcome.err, HasSubstr("(did you mean \"threshold_auto\"?)"));
   const Value document = edit({"show", "--json"}).json();
-  EXPECT_EQ(document.at("problems").at(0).at("step"), "mask_operations[0] (threshold_atuo)");
+  EXPECT_EQ(document.at("problems").at(0).at("step"), "mask step 1 (threshold_atuo)");
   EXPECT_EQ(document.at("mask_operations").at(0).at("params"), Value{1});
 }
 

@@ -409,7 +409,7 @@ TEST_F(FolderWatchTest, GivenAWorkflowThatCannotRun_ThenCapturesWait) {
   poll(3);
   EXPECT_EQ(loads, 0);
   ASSERT_THAT(texts_of(Kind::problem), SizeIs(1));
-  EXPECT_THAT(texts_of(Kind::problem)[0], HasSubstr("result_operations[0] (aera)"));
+  EXPECT_THAT(texts_of(Kind::problem)[0], HasSubstr("result operation 1 (aera)"));
   EXPECT_THAT(texts_of(Kind::problem)[0], HasSubstr("(did you mean \"area\"?)"));
   EXPECT_THAT(texts_of(Kind::incomplete), IsEmpty());
 }

@@ -23,7 +23,7 @@ const std::string operation_failure =
 /// Gives the same mask whatever it is asked for.
 struct FixedExecutor final : model::Executor {
   model::Mask build_mask(const model::CaptureSet& capture, const model::Workflow& workflow,
-                         std::optional<int> until_index) override {
+                         std::optional<int> until_index, const common::CancelEvent* /*cancel_event*/) override {
     seen_capture = &capture;
     seen_workflow = &workflow;
     seen_indices.push_back(until_index);
@@ -230,6 +230,31 @@ INSTANTIATE_TEST_SUITE_P(
                         "WrongParameters", "left", "shape", {{"rounds", "many"}}, "shape: parameter \"rounds\""},
                     FailureCase{"TheOperationItself", "left", "failing", {}, "no scale"}),
     [](const auto& row) { return std::string(row.param.name); });
+
+TEST_F(IntermediateResults, GivenACancellation_ThenBothAreLoggedAndAbsent) {
+  common::CancelEvent event;
+  event.set();
+  const LogCapture log;
+  EXPECT_FALSE(controller.generate_mask_intermediate_results(0, &event));
+  EXPECT_FALSE(controller.generate_operation_intermediate_results(0, &event));
+  EXPECT_THAT(log.lines(), ElementsAre(mask_failure + "Processing cancelled by user",
+                                       operation_failure + "Processing cancelled by user"));
+}
+
+TEST_F(IntermediateResults, GivenACancellationWhileAResultOperationRuns_ThenItSeesTheFlag) {
+  common::CancelEvent event;
+  shape = fake_result("shape",
+                      [&](FakeResult& operation, const model::CaptureSet&, const model::RegionSet&,
+                          const Value&) -> model::OperationResult {
+                        event.set();
+                        operation.context().check();
+                        return {};
+                      });
+  workflow->result_operations[0].params = Value::object();
+  const LogCapture log;
+  EXPECT_FALSE(controller.generate_operation_intermediate_results(0, &event));
+  EXPECT_THAT(log.lines(), ElementsAre(operation_failure + "Processing cancelled by user"));
+}
 
 // ---- Both
 // ------------------------------------------------------------------------------------------------------------

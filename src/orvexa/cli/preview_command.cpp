@@ -141,7 +141,7 @@ int preview_command(Console& console, const GivenWords& given) try {
   const std::string& workflow = given.text("--workflow");
   if (!workflow.empty()) {
     for (const model::WorkflowProblem& problem : workflow_problems(workflow)) {
-      if (problem.step.starts_with("mask_operations")) {
+      if (problem.place && problem.place->is_mask) {
         throw std::runtime_error(problem_sentence(common::path_text(workflow), problem));
       }
     }

@@ -134,7 +134,8 @@ int run_command(Console& console, const GivenWords& given) {
   }
 
   for (const model::MaskNote& note : controller.state.last_mask_notes) {
-    if (is_warning(note)) console.remark(fmt::format("mask_operations[{}] ({}): {}.", note.step, note.op, note.text));
+    if (!is_warning(note)) continue;
+    console.remark(fmt::format("mask step {} ({}): {}.", note.step + 1, note.op, note.text));
   }
   const model::ResultMap& results = controller.state.last_results.value();
   bool has_failed = false;

@@ -41,8 +41,11 @@ int run_step(Console& console, controller::Controller& controller, const GivenWo
   const std::string capture = controller._cap()->name;
   console.progress(fmt::format("Mask steps 1 to {}", number));
   const LoggedFailure failure;
-  const auto found = controller.generate_mask_intermediate_results(number - 1);
-  if (!found) throw std::runtime_error(failure.cause());
+  const auto found = controller.generate_mask_intermediate_results(number - 1, &interrupt_event());
+  if (!found) {
+    context().check();
+    throw std::runtime_error(failure.cause());
+  }
   const std::string folder = common::path_text(controller::save_mask_intermediate(
       {.output_base_dir = given.text("--output"), .capture_name = capture, .number = number}, *found, context()));
   console.end_progress();
@@ -70,8 +73,11 @@ int run_operation(Console& console, controller::Controller& controller, const Gi
   const std::string& op = workflow->result_operations[static_cast<std::size_t>(number - 1)].op;
   console.progress(fmt::format("Result operation {}: {}", number, op));
   const LoggedFailure failure;
-  const auto found = controller.generate_operation_intermediate_results(number - 1);
-  if (!found) throw std::runtime_error(failure.cause());
+  const auto found = controller.generate_operation_intermediate_results(number - 1, &interrupt_event());
+  if (!found) {
+    context().check();
+    throw std::runtime_error(failure.cause());
+  }
   const std::string folder = common::path_text(controller::save_operation_intermediate(
       {.output_base_dir = given.text("--output"), .capture_name = capture, .number = number}, *found, context()));
   console.end_progress();

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/session.h"
@@ -32,9 +33,10 @@ int workflow_add_command(Console& console, const GivenWords& given) {
   const int number = operation.is_mask
                          ? insert_step(workflow->mask_operations, model::mask_op(operation.key, params), given)
                          : insert_step(workflow->result_operations, model::result_op(operation.key, params), given);
-  const std::string place = fmt::format("{}_operations[{}] ", operation.is_mask ? "mask" : "result", number - 1);
   for (const model::WorkflowProblem& problem : model::check_workflow(*workflow)) {
-    if (problem.step.starts_with(place)) throw UsageError(problem.text);
+    const bool is_of_step = problem.place && problem.place->is_mask == operation.is_mask &&
+                            std::cmp_equal(problem.place->index + 1, number);
+    if (is_of_step) throw UsageError(problem.text);
   }
   controller.set_workflow(workflow);
   save_workflow(controller, file);

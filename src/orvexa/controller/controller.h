@@ -224,8 +224,10 @@ class Controller {
     model::MaskOperationConfig mask_operation;
   };
   /// What the workflow's mask steps up to and including this one leave; absent past the last step, silently, or when it
-  /// failed, which is logged; an index below 0 is a failure. Changes no state, as the next.
-  [[nodiscard]] std::optional<MaskIntermediate> generate_mask_intermediate_results(int mask_index);
+  /// failed, which is logged; an index below 0 and a cancellation are failures. Changes no state, as the next.
+  /// @param cancel_event  may be null; must outlive the call.
+  [[nodiscard]] std::optional<MaskIntermediate> generate_mask_intermediate_results(
+      int mask_index, const common::CancelEvent* cancel_event = nullptr);
 
   struct OperationIntermediate {
     model::OperationResult operation_result;
@@ -233,7 +235,8 @@ class Controller {
     std::shared_ptr<model::CaptureSet> masked_capture_used;
   };
   /// What one result operation finds under all mask steps; absent as above.
-  [[nodiscard]] std::optional<OperationIntermediate> generate_operation_intermediate_results(int operation_index);
+  [[nodiscard]] std::optional<OperationIntermediate> generate_operation_intermediate_results(
+      int operation_index, const common::CancelEvent* cancel_event = nullptr);
 
   // ---- Availability of result operations (result_availability.cpp) --------------------------------------------------
 

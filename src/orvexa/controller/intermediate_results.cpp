@@ -23,12 +23,13 @@ const Config& step_at(const std::vector<Config>& steps, int index, const char* k
 
 }  // namespace
 
-std::optional<Controller::MaskIntermediate> Controller::generate_mask_intermediate_results(int mask_index) {
+std::optional<Controller::MaskIntermediate> Controller::generate_mask_intermediate_results(
+    int mask_index, const common::CancelEvent* cancel_event) {
   try {
     const auto capture = _cap();
     const auto workflow = _wf();
     if (std::cmp_greater_equal(mask_index, workflow->mask_operations.size())) return std::nullopt;
-    const model::Mask mask = executor->build_mask(*capture, *workflow, mask_index);
+    const model::Mask mask = executor->build_mask(*capture, *workflow, mask_index, cancel_event);
     const auto masked_capture = capture->apply_mask(mask);
     common::OrderedMap<model::ImageMap> masked_images;
     for (const auto& [meas_name, measurement] : masked_capture->measurements) {
@@ -45,16 +46,17 @@ std::optional<Controller::MaskIntermediate> Controller::generate_mask_intermedia
 }
 
 std::optional<Controller::OperationIntermediate> Controller::generate_operation_intermediate_results(
-    int operation_index) {
+    int operation_index, const common::CancelEvent* cancel_event) {
   try {
     const auto capture = _cap();
     const auto workflow = _wf();
     if (std::cmp_greater_equal(operation_index, workflow->result_operations.size())) return std::nullopt;
-    const model::Mask mask = executor->build_mask(*capture, *workflow);
+    const model::Mask mask = executor->build_mask(*capture, *workflow, std::nullopt, cancel_event);
     const auto masked_capture = capture->apply_mask(mask);
     const model::ResultOperationConfig& op_config =
         step_at(workflow->result_operations, operation_index, "result operation");
     const auto op = model::get_result_operation(op_config.op)();
+    op->set_context({.cancel_event = cancel_event, .progress = {}});
     model::OperationResult operation_result = op->run({.source_capture = *masked_capture, .params = op_config.params});
     return OperationIntermediate{.operation_result = std::move(operation_result),
                                  .operation_config = op_config,

@@ -327,6 +327,26 @@ TEST_F(ExecutorTest, BuildMaskLetsACancellationPassUntouched) {
   }
 }
 
+TEST_F(ExecutorTest, BuildMaskHandsTheFlagToEachStepAndLooksAtItBetweenThem) {
+  common::CancelEvent event;
+  int later_steps = 0;
+  const auto setting = fake_mask("setting", [&](FakeMask& operation, const ImageSource&, const Mask*, const Value&) {
+    operation.context().check();
+    event.set();
+    return std::optional(Mask::full({3, 5}));
+  });
+  const auto later = fake_mask("later", [&](FakeMask&, const ImageSource&, const Mask*, const Value&) {
+    ++later_steps;
+    return std::optional(Mask::full({3, 5}));
+  });
+  const MaskRegistryOverride masks({&setting, &later});
+  Workflow workflow;
+  workflow.mask_operations = {mask_op("setting"), mask_op("later")};
+  EXPECT_THROW(static_cast<void>(Executor().build_mask(*small_capture(), workflow, std::nullopt, &event)),
+               CancelledError);
+  EXPECT_EQ(later_steps, 0);
+}
+
 // run_and_save: what is written
 
 TEST_F(ExecutorWithFakes, WritesOneFolderWithEveryKindOfOutput) {
@@ -719,7 +739,7 @@ TEST_F(ExecutorWithFakes, WhatIsWrongWithAMaskStepEndsTheRunBeforeAnythingIsMade
   bool has_begun = false;
   progress = [&](const std::string&) { has_begun = true; };
   const std::string text = failure(workflow);
-  EXPECT_THAT(text, HasSubstr("mask_operations[2] (uper)"));
+  EXPECT_THAT(text, HasSubstr("mask step 3 (uper)"));
   EXPECT_THAT(text, HasSubstr("upper"));
   EXPECT_FALSE(has_begun);
   EXPECT_THAT(place.entries(), IsEmpty());

@@ -107,7 +107,7 @@ TEST_P(WorkflowFrom, GivenANewerFormat_WhenWrittenBack_ThenItsNumberAndAllItBrin
 
 TEST_P(WorkflowFrom, GivenANewerFormat_ThenWhatIsNoStepIsRefusedAllTheSame) {
   EXPECT_EQ(refusal(Value::parse(R"({"format": 2, "mask_operations": [{"params": {}}]})")),
-            "The workflow's step mask_operations[0] has no \"op\", the key of its operation.");
+            "The workflow's mask step 1 has no \"op\", the key of its operation.");
 }
 
 TEST_P(WorkflowFrom, GivenAFormatThatIsNoWholeNumber_ThenItIsKeptAsItWas) {
@@ -142,13 +142,13 @@ TEST_P(WorkflowFrom, GivenAListWithNothingInIt_ThenThereAreNoSteps) {
 
 TEST_P(WorkflowFrom, GivenAStepThatIsNone_ThenTheSentenceNamesIt) {
   EXPECT_EQ(refusal(Value::parse(R"({"mask_operations": [{"op": "erode"}, "dilate"]})")),
-            "The workflow's step mask_operations[1] must be a map with \"op\" and \"params\"; it is a text.");
+            "The workflow's mask step 2 must be a map with \"op\" and \"params\"; it is a text.");
   EXPECT_EQ(refusal(Value::parse(R"({"result_operations": [null]})")),
-            "The workflow's step result_operations[0] must be a map with \"op\" and \"params\"; it is nothing.");
+            "The workflow's result operation 1 must be a map with \"op\" and \"params\"; it is nothing.");
   EXPECT_EQ(refusal(Value::parse(R"({"mask_operations": [{"params": {}}]})")),
-            "The workflow's step mask_operations[0] has no \"op\", the key of its operation.");
+            "The workflow's mask step 1 has no \"op\", the key of its operation.");
   EXPECT_EQ(refusal(Value::parse(R"({"mask_operations": [{"op": 3}]})")),
-            "The \"op\" of the workflow's step mask_operations[0] must be a text; it is a number.");
+            "The \"op\" of the workflow's mask step 1 must be a text; it is a number.");
 }
 
 TEST_P(WorkflowFrom, GivenATitleThatIsNoText_ThenAScalarIsTakenAsWrittenAndTheRestRefused) {
@@ -308,17 +308,17 @@ TEST_F(CheckWorkflow, GivenAGoodWorkflow_ThenThereIsNothingToReport) {
 TEST_F(CheckWorkflow, GivenUnknownOperations_ThenEachIsNamedWithItsStepAndTheNearestKey) {
   EXPECT_THAT(
       problems("mask_operations: [{op: level}, {op: levle}, {op: xyzzy_plugh}]\nresult_operations: [{op: coun}]\n"),
-      ElementsAre(WorkflowProblem{"mask_operations[1] (levle)",
-                                  "There is no mask operation \"levle\" (did you mean \"level\"?)."},
-                  WorkflowProblem{"mask_operations[2] (xyzzy_plugh)", "There is no mask operation \"xyzzy_plugh\"."},
-                  WorkflowProblem{"result_operations[0] (coun)",
-                                  "There is no result operation \"coun\" (did you mean \"count\"?)."}));
+      ElementsAre(
+          WorkflowProblem{"mask step 2 (levle)", "There is no mask operation \"levle\" (did you mean \"level\"?)."},
+          WorkflowProblem{"mask step 3 (xyzzy_plugh)", "There is no mask operation \"xyzzy_plugh\"."},
+          WorkflowProblem{"result operation 1 (coun)",
+                          "There is no result operation \"coun\" (did you mean \"count\"?)."}));
 }
 
 TEST_F(CheckWorkflow, GivenSeveralBadParametersInOneStep_ThenEachIsReported) {
   const auto found = problems("mask_operations: [{op: level, params: {low: 11, high: many, lwo: 1}}]\n");
   ASSERT_EQ(found.size(), 3u);
-  for (const WorkflowProblem& problem : found) EXPECT_EQ(problem.step, "mask_operations[0] (level)");
+  for (const WorkflowProblem& problem : found) EXPECT_EQ(problem.step, "mask step 1 (level)");
   EXPECT_THAT(found[0].text, HasSubstr("\"low\" is 11"));
   EXPECT_THAT(found[1].text, HasSubstr("\"high\" is \"many\""));
   EXPECT_THAT(found[2].text, HasSubstr("(did you mean \"low\"?)"));
@@ -326,10 +326,10 @@ TEST_F(CheckWorkflow, GivenSeveralBadParametersInOneStep_ThenEachIsReported) {
 
 TEST_F(CheckWorkflow, GivenParametersThatDoNotFitTogether_ThenTheOperationSaysSo) {
   EXPECT_THAT(problems("mask_operations: [{op: level, params: {low: 3, high: 2}}]\n"),
-              ElementsAre(WorkflowProblem{"mask_operations[0] (level)", "level: low is above high."}));
+              ElementsAre(WorkflowProblem{"mask step 1 (level)", "level: low is above high."}));
   // high is 1 by default
   EXPECT_THAT(problems("mask_operations: [{op: level, params: {low: 3}}]\n"),
-              ElementsAre(WorkflowProblem{"mask_operations[0] (level)", "level: low is above high."}));
+              ElementsAre(WorkflowProblem{"mask step 1 (level)", "level: low is above high."}));
 }
 
 TEST_F(CheckWorkflow, GivenParametersThatAreNoMap_ThenTheStepIsReported) {
@@ -337,26 +337,24 @@ TEST_F(CheckWorkflow, GivenParametersThatAreNoMap_ThenTheStepIsReported) {
     const auto found = problems("mask_operations: [{op: level, params: " + std::string(params) + "}]\n" +
                                 "result_operations: [{op: count, params: " + std::string(params) + "}]\n");
     ASSERT_EQ(found.size(), 2u) << params;
-    EXPECT_EQ(found[0].step, "mask_operations[0] (level)");
+    EXPECT_EQ(found[0].step, "mask step 1 (level)");
     EXPECT_THAT(found[0].text, HasSubstr("must be a map"));
-    EXPECT_EQ(found[1].step, "result_operations[0] (count)");
+    EXPECT_EQ(found[1].step, "result operation 1 (count)");
     EXPECT_THAT(found[1].text, HasSubstr("must be a map"));
   }
 }
 
 TEST_F(CheckWorkflow, GivenAFirstStepThatNeedsAMask_ThenItIsReported) {
-  EXPECT_THAT(
-      problems("mask_operations: [{op: grow}, {op: grow}]\n"),
-      ElementsAre(WorkflowProblem{"mask_operations[0] (grow)", "grow works on a mask and cannot be the first step."}));
+  EXPECT_THAT(problems("mask_operations: [{op: grow}, {op: grow}]\n"),
+              ElementsAre(WorkflowProblem{"mask step 1 (grow)", "grow works on a mask and cannot be the first step."}));
   EXPECT_THAT(problems("mask_operations: [{op: level}, {op: grow}]\n"), IsEmpty());
 }
 
 TEST_F(CheckWorkflow, GivenAResultOperationThatStandsTwice_ThenTheLaterOneIsReported) {
-  EXPECT_THAT(
-      problems("result_operations: [{op: count}, {op: count, params: {least: 2}}]\n"),
-      ElementsAre(WorkflowProblem{"result_operations[1] (count)",
-                                  "count stands twice, first as result_operations[0]; a result operation stands "
-                                  "once, its bands, indices and methods are lists."}));
+  EXPECT_THAT(problems("result_operations: [{op: count}, {op: count, params: {least: 2}}]\n"),
+              ElementsAre(WorkflowProblem{"result operation 2 (count)",
+                                          "count stands twice, first as result operation 1; a result operation stands "
+                                          "once, its bands, indices and methods are lists."}));
 }
 
 TEST_F(CheckWorkflow, GivenAMaskOperationThatStandsTwice_ThenThatIsFine) {
@@ -366,10 +364,10 @@ TEST_F(CheckWorkflow, GivenAMaskOperationThatStandsTwice_ThenThatIsFine) {
 TEST_F(CheckWorkflow, GivenANewerFormat_ThenItIsReportedFirstAndWhatItBringsLast) {
   EXPECT_THAT(
       problems("colour: red\nformat: 2\nmask_operations: [{op: levle}]\n"),
-      ElementsAre(WorkflowProblem{"format", "The workflow has format 2; this program reads format 1 and older."},
-                  WorkflowProblem{"mask_operations[0] (levle)",
-                                  "There is no mask operation \"levle\" (did you mean \"level\"?)."},
-                  WorkflowProblem{"colour", "A workflow has no entry \"colour\"."}));
+      ElementsAre(
+          WorkflowProblem{"format", "The workflow has format 2; this program reads format 1 and older."},
+          WorkflowProblem{"mask step 1 (levle)", "There is no mask operation \"levle\" (did you mean \"level\"?)."},
+          WorkflowProblem{"colour", "A workflow has no entry \"colour\"."}));
   EXPECT_THAT(problems("format: 18446744073709551615\n"),
               ElementsAre(WorkflowProblem{
                   "format", "The workflow has format 18446744073709551615; this program reads format 1 and older."}));
@@ -412,8 +410,8 @@ TEST_F(CheckWorkflow, GivenProblemsEverywhere_ThenTheyComeInTheOrderOfTheFile) {
                                       "mask_operations: [{op: grow, params: {low: 99}}, {op: y}]\n")) {
     steps.push_back(problem.step);
   }
-  EXPECT_THAT(steps, ElementsAre("mask_operations[0] (grow)", "mask_operations[0] (grow)", "mask_operations[1] (y)",
-                                 "result_operations[0] (x)", "result_operations[1] (count)", "outputs"));
+  EXPECT_THAT(steps, ElementsAre("mask step 1 (grow)", "mask step 1 (grow)", "mask step 2 (y)",
+                                 "result operation 1 (x)", "result operation 2 (count)", "outputs"));
 }
 
 TEST(CheckWorkflowOfTheRealRegistry, NamesWhatIsWrong) {
@@ -425,7 +423,7 @@ TEST(CheckWorkflowOfTheRealRegistry, NamesWhatIsWrong) {
                                                  "w.yaml")));
   ASSERT_EQ(found.size(), 3u);
   EXPECT_EQ(found[0].text, "erode works on a mask and cannot be the first step.");
-  EXPECT_EQ(found[1].step, "mask_operations[1] (threshold_range)");
+  EXPECT_EQ(found[1].step, "mask step 2 (threshold_range)");
   EXPECT_THAT(found[1].text, HasSubstr("low"));
   EXPECT_EQ(found[2].text, "There is no result operation \"aera\" (did you mean \"area\"?).");
 }

@@ -79,7 +79,7 @@ Mask run_mask_steps(const CaptureSet& capture, const Workflow& workflow, std::si
 void expect_workflow_can_run(const Workflow& workflow) {
   std::vector<std::string> problems;
   for (const WorkflowProblem& problem : check_workflow(workflow)) {
-    if (!problem.step.starts_with("result_operations")) problems.push_back(problem.step + ": " + problem.text);
+    if (!problem.place || problem.place->is_mask) problems.push_back(problem.step + ": " + problem.text);
   }
   if (!problems.empty()) throw std::runtime_error(common::joined(problems, " "));
 }
@@ -374,7 +374,8 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
 
 }  // namespace
 
-Mask Executor::build_mask(const CaptureSet& capture, const Workflow& workflow, std::optional<int> until_index) {
+Mask Executor::build_mask(const CaptureSet& capture, const Workflow& workflow, std::optional<int> until_index,
+                          const common::CancelEvent* cancel_event) {
   std::size_t count = workflow.mask_operations.size();
   if (until_index) {
     if (*until_index < 0 || static_cast<std::size_t>(*until_index) >= count) {
@@ -383,7 +384,8 @@ Mask Executor::build_mask(const CaptureSet& capture, const Workflow& workflow, s
     }
     count = static_cast<std::size_t>(*until_index) + 1;
   }
-  return run_mask_steps(capture, workflow, count, {}, [](const MaskStep&) {});
+  return run_mask_steps(capture, workflow, count, {.cancel_event = cancel_event, .progress = {}},
+                        [](const MaskStep&) {});
 }
 
 RunOutput Executor::run_and_save(const Run& run) {

@@ -35,10 +35,12 @@ class Executor {
 
   /// The mask after the workflow's mask steps 0..until_index, all of them when it is absent; all true when there are no
   /// steps.
+  /// @param cancel_event  may be null; must outlive the call.
   /// @throws std::runtime_error with a sentence that names the step that failed and why; std::out_of_range with a
   /// sentence when there is no such step; CancelledError.
   [[nodiscard]] virtual Mask build_mask(const CaptureSet& capture, const Workflow& workflow,
-                                        std::optional<int> until_index = std::nullopt);
+                                        std::optional<int> until_index = std::nullopt,
+                                        const common::CancelEvent* cancel_event = nullptr);
 
   struct Run {
     std::shared_ptr<const CaptureSet> capture = nullptr;

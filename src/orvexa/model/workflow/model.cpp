@@ -7,6 +7,7 @@
 #include <functional>
 #include <stdexcept>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 
 #include "orvexa/common/ordered_map.h"
@@ -44,22 +45,23 @@ Value format_from(const Value& value) {
   return value.is_number_integer() && !is_newer(value) ? Value(workflow_format) : value;
 }
 
-std::string step_name(std::string_view list, std::size_t index) {
-  return fmt::format("{}[{}]", list, index);
+/// What people call it, counted from 1: "mask step 2", "result operation 1".
+std::string step_name(const StepPlace& place) {
+  return fmt::format("{} {}", place.is_mask ? "mask step" : "result operation", place.index + 1);
 }
 
 template <typename Config>
 Config step_from(const Value& entry, const std::string& name) {
   if (!entry.is_object()) {
-    refuse(fmt::format("The workflow's step {} must be a map with \"op\" and \"params\"; it is {}.", name,
-                       kind_text(entry)));
+    refuse(
+        fmt::format("The workflow's {} must be a map with \"op\" and \"params\"; it is {}.", name, kind_text(entry)));
   }
   Config step;
   bool has_op = false;
   for (const auto& [key, value] : entry.items()) {
     if (key == "op") {
       if (!value.is_string()) {
-        refuse(fmt::format("The \"op\" of the workflow's step {} must be a text; it is {}.", name, kind_text(value)));
+        refuse(fmt::format("The \"op\" of the workflow's {} must be a text; it is {}.", name, kind_text(value)));
       }
       step.op = value.template get<std::string>();
       has_op = true;
@@ -69,19 +71,22 @@ Config step_from(const Value& entry, const std::string& name) {
       step.others[key] = value;
     }
   }
-  if (!has_op) refuse(fmt::format("The workflow's step {} has no \"op\", the key of its operation.", name));
+  if (!has_op) refuse(fmt::format("The workflow's {} has no \"op\", the key of its operation.", name));
   return step;
 }
 
 template <typename Config>
 std::vector<Config> steps_from(const Value& list, std::string_view key) {
+  constexpr bool is_mask = std::is_same_v<Config, MaskOperationConfig>;
   std::vector<Config> steps;
   if (list.is_null()) return steps;  // a key with nothing behind it: all its steps are commented out
   if (!list.is_array()) {
     refuse(fmt::format("The workflow's \"{}\" must be a list of steps; it is {}.", key, kind_text(list)));
   }
   steps.reserve(list.size());
-  for (std::size_t i = 0; i < list.size(); ++i) steps.push_back(step_from<Config>(list[i], step_name(key, i)));
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    steps.push_back(step_from<Config>(list[i], step_name({.is_mask = is_mask, .index = i})));
+  }
   return steps;
 }
 
@@ -169,63 +174,69 @@ class Checker {
     for (std::size_t i = 0; i < _workflow.mask_operations.size(); ++i) check_mask_step(i);
     for (std::size_t i = 0; i < _workflow.result_operations.size(); ++i) check_result_step(i);
     check_outputs();
-    for (const auto& [key, value] : _workflow.others.items()) report(key, no_such_entry(key));
+    for (const auto& [key, value] : _workflow.others.items()) report({key}, no_such_entry(key));
     return std::move(_problems);
   }
 
  private:
+  struct Place {
+    std::string name;
+    std::optional<StepPlace> step = std::nullopt;
+  };
+
   void check_format() {
     const Value& format = _workflow.format;
     if (is_newer(format)) {
-      report("format", fmt::format("The workflow has format {}; this program reads format {} and older.",
-                                   scalar_text(format), workflow_format));
+      report({"format"}, fmt::format("The workflow has format {}; this program reads format {} and older.",
+                                     scalar_text(format), workflow_format));
     } else if (!format.is_number_integer()) {
-      report("format", fmt::format("The workflow's format must be a whole number; it is {}.",
-                                   format.is_number() ? scalar_text(format) : kind_text(format)));
+      report({"format"}, fmt::format("The workflow's format must be a whole number; it is {}.",
+                                     format.is_number() ? scalar_text(format) : kind_text(format)));
     }
   }
 
   void check_mask_step(std::size_t i) {
     const MaskOperationConfig& step = _workflow.mask_operations[i];
-    const std::string name = named("mask_operations", i, step);
-    const MaskOperationInfo* const info = known([&] { return &get_mask_operation(step.op); }, name);
+    const Place place = place_of({.is_mask = true, .index = i}, step);
+    const MaskOperationInfo* const info = known([&] { return &get_mask_operation(step.op); }, place);
     if (info == nullptr) return;
     if (i == 0 && info->needs_mask) {
-      report(name, fmt::format("{} works on a mask and cannot be the first step.", step.op));
+      report(place, fmt::format("{} works on a mask and cannot be the first step.", step.op));
     }
-    check_params(*info, info->all_parameters(), step, name);
+    check_params(*info, info->all_parameters(), step, place);
   }
 
   void check_result_step(std::size_t i) {
     const auto& steps = _workflow.result_operations;
     const ResultOperationConfig& step = steps[i];
-    const std::string name = named("result_operations", i, step);
+    const Place place = place_of({.is_mask = false, .index = i}, step);
     const auto first = std::find_if(steps.begin(), steps.end(), [&](const auto& other) { return other.op == step.op; });
     if (const auto first_index = static_cast<std::size_t>(first - steps.begin()); first_index < i) {
-      report(name, fmt::format("{} stands twice, first as {}; a result operation stands once, its bands, indices and "
-                               "methods are lists.",
-                               step.op, step_name("result_operations", first_index)));
+      report(place,
+             fmt::format("{} stands twice, first as {}; a result operation stands once, its bands, indices and methods "
+                         "are lists.",
+                         step.op, step_name({.is_mask = false, .index = first_index})));
     }
-    const ResultOperationInfo* const info = known([&] { return &get_result_operation(step.op); }, name);
-    if (info != nullptr) check_params(*info, info->parameters, step, name);
+    const ResultOperationInfo* const info = known([&] { return &get_result_operation(step.op); }, place);
+    if (info != nullptr) check_params(*info, info->parameters, step, place);
   }
 
   /// What `find` gives, or null after a report of why it refused.
   template <typename Find>
-  auto known(const Find& find, const std::string& name) -> decltype(find()) {
+  auto known(const Find& find, const Place& place) -> decltype(find()) {
     try {
       return find();
     } catch (const std::invalid_argument& failure) {
-      report(name, failure.what());
+      report(place, failure.what());
       return nullptr;
     }
   }
 
   template <typename Info>
   void check_params(const Info& info, const ParameterList& parameters, const OperationConfig& step,
-                    const std::string& name) {
+                    const Place& place) {
     if (!step.params.is_object()) {
-      guarded(name, [&] { static_cast<void>(info()->validate_params(step.params)); });
+      guarded(place, [&] { static_cast<void>(info()->validate_params(step.params)); });
       return;
     }
     // One parameter at a time, so that all that are wrong are named; then all together, for what must fit.
@@ -233,18 +244,18 @@ class Checker {
     for (const auto& [key, value] : step.params.items()) {
       Value alone = Value::object();
       alone[key] = value;
-      guarded(name, [&] { static_cast<void>(validate_parameters(step.op, parameters, alone)); });
+      guarded(place, [&] { static_cast<void>(validate_parameters(step.op, parameters, alone)); });
     }
     if (_problems.size() > before) return;
-    guarded(name, [&] { static_cast<void>(info()->validate_params(step.params)); });
+    guarded(place, [&] { static_cast<void>(info()->validate_params(step.params)); });
   }
 
   template <typename Check>
-  void guarded(const std::string& name, const Check& check) {
+  void guarded(const Place& place, const Check& check) {
     try {
       check();
     } catch (const std::invalid_argument& failure) {
-      report(name, failure.what());
+      report(place, failure.what());
     }
   }
 
@@ -253,29 +264,31 @@ class Checker {
     static const std::vector<std::string> known_outputs = {"masks", "overlays", "images", "numbers"};
     const std::string allowed = common::joined(known_outputs, ", ");
     if (!_workflow.outputs->is_array()) {
-      report("outputs",
+      report({"outputs"},
              fmt::format("\"outputs\" must be a list of {}; it is {}.", allowed, kind_text(*_workflow.outputs)));
       return;
     }
     for (const Value& output : *_workflow.outputs) {
       if (!output.is_string()) {
-        report("outputs",
+        report({"outputs"},
                fmt::format("\"outputs\" must hold names ({}); one of them is {}.", allowed, kind_text(output)));
         continue;
       }
       const auto& wanted = output.get_ref<const std::string&>();
       if (std::find(known_outputs.begin(), known_outputs.end(), wanted) == known_outputs.end()) {
-        report("outputs", fmt::format("There is no output \"{}\"{}; there are {}.", wanted,
-                                      did_you_mean(wanted, known_outputs), allowed));
+        report({"outputs"}, fmt::format("There is no output \"{}\"{}; there are {}.", wanted,
+                                        did_you_mean(wanted, known_outputs), allowed));
       }
     }
   }
 
-  static std::string named(std::string_view list, std::size_t index, const OperationConfig& step) {
-    return fmt::format("{} ({})", step_name(list, index), step.op);
+  static Place place_of(const StepPlace& place, const OperationConfig& step) {
+    return {.name = fmt::format("{} ({})", step_name(place), step.op), .step = place};
   }
 
-  void report(const std::string& step, const std::string& text) { _problems.push_back({step, text}); }
+  void report(const Place& where, const std::string& text) {
+    _problems.push_back({.step = where.name, .text = text, .place = where.step});
+  }
 
   const Workflow& _workflow;
   std::vector<WorkflowProblem> _problems;

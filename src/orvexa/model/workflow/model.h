@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -60,10 +61,17 @@ class Workflow {
 [[nodiscard]] MaskOperationConfig mask_op(const std::string& op_name, const Value& params = Value::object());
 [[nodiscard]] ResultOperationConfig result_op(const std::string& key, const Value& params = Value::object());
 
+/// Where a step stands in a workflow.
+struct StepPlace {
+  bool is_mask = false;   ///< else a result operation
+  std::size_t index = 0;  ///< in its list, from 0
+};
+
 /// A thing that is wrong with a workflow, named with its step.
 struct WorkflowProblem {
-  std::string step;  ///< "mask_operations[1] (erode)", "result_operations[0] (areas)", "outputs", "format"
+  std::string step;  ///< "mask step 2 (erode)", "result operation 1 (area)", "outputs", "format"
   std::string text;  ///< a sentence
+  std::optional<StepPlace> place = std::nullopt;  ///< absent when it is of no step
 };
 
 /// Everything in a workflow that would make a run fail whatever the capture: a newer format, unknown operations (with
