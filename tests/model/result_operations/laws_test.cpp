@@ -97,6 +97,36 @@ TEST_P(EveryOperation, GivesTheSameUnitsInTheSameOrderWhateverIsUndefined) {
   for (const auto& [name, reason] : none.reasons.items()) EXPECT_TRUE(none.units.contains(name)) << name;
 }
 
+/// Those whose rows are long can leave the regions out.
+class OperationOfTheWhole : public testing::TestWithParam<std::string> {};
+INSTANTIATE_TEST_SUITE_P(Registry, OperationOfTheWhole,
+                         testing::Values("band_statistics", "histogram", "color_statistics", "index_statistics"),
+                         [](const auto& key) { return key.param; });
+
+TEST_P(OperationOfTheWhole, GivenThatRegionsAreNotWanted_ThenTheWholeIsAsIfNobodyHadMadeThemAndNoRegionIsThere) {
+  const auto capture = rich_capture(6, 20, 20);
+  const Mask mask = test::mask_of_grid(test::random_mask(5, 20, 20, 0.4), 4, 4);
+  Value params = rich_parameters(GetParam());
+  EXPECT_EQ(test::measured(GetParam(), *capture, mask, params).regions.size(), 16u);
+  const auto without_regions = test::measured(GetParam(), *capture, mask.with_labels(nullptr), params);
+  params["each_region"] = false;
+  const auto whole = test::measured(GetParam(), *capture, mask, params);
+  EXPECT_TRUE(whole.regions.empty());
+  EXPECT_EQ(whole.metrics, without_regions.metrics);
+  EXPECT_EQ(whole.reasons, without_regions.reasons);
+  EXPECT_EQ(whole.units, without_regions.units);
+  EXPECT_EQ(whole.tables.size(), without_regions.tables.size());
+  EXPECT_EQ(whole.images.size(), without_regions.images.size());
+}
+
+TEST_P(OperationOfTheWhole, GivenThatNobodyMadeRegions_ThenTheOneRegionStays) {
+  Value params = rich_parameters(GetParam());
+  params["each_region"] = false;
+  const auto result = test::measured(GetParam(), *rich_capture(6, 20, 20), test::random_mask(5, 20, 20, 0.4), params);
+  ASSERT_EQ(result.regions.size(), 1u);
+  EXPECT_EQ(result.regions.at("ROI_1").metrics, result.metrics);
+}
+
 TEST_P(EveryOperation, GivesEveryRegionTheNamesOfTheWhole) {
   const Mask mask = test::mask_of_grid(test::random_mask(5, 20, 20, 0.4), 4, 4);
   const auto result = test::measured(GetParam(), *rich_capture(6, 20, 20), mask, rich_parameters(GetParam()));

@@ -211,7 +211,11 @@ TEST(Histogram, MoreNumbersThanAnybodyCanReadAreRefused) {
                                                {{"bins", 65536}}));
             }),
             "histogram: 400 regions with 65,536 bins each are more than the 16,777,216 numbers a band may have; choose "
-            "fewer bins.");
+            "fewer bins, or only the whole mask with each_region: false.");
+  EXPECT_EQ(test::measured("histogram", *grey(test::flat_image<std::uint8_t>(20, 20, 1)), mask,
+                           {{"bins", 65536}, {"each_region", false}})
+                .metrics.at("GRY.GRY.histogram.n"),
+            400);
 }
 
 // ---- color_statistics ----

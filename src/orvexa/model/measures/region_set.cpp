@@ -38,9 +38,7 @@ RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mas
   _whole = {
       .name = {}, .label = 0, .area = _mask.count(), .box = {box.x, box.y, box.x + box.width, box.y + box.height}};
   if (!_labels) {
-    _regions.push_back(_whole);
-    _regions.front().name = "ROI_1";
-    _regions.front().label = 1;
+    make_single();
     return;
   }
 
@@ -75,6 +73,19 @@ RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mas
     _regions.push_back(
         {.name = _labels->names[index], .label = static_cast<int>(index) + 1, .area = extent.area, .box = extent.box});
   }
+}
+
+void RegionSet::make_single() {
+  _labels.reset();
+  _regions = {_whole};
+  _regions.front().name = "ROI_1";
+  _regions.front().label = 1;
+}
+
+RegionSet RegionSet::joined() const {
+  RegionSet one = *this;
+  one.make_single();
+  return one;
 }
 
 cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {

@@ -33,6 +33,8 @@ class RegionSet {
   [[nodiscard]] const std::vector<Region>& regions() const { return _regions; }
   /// Whether the single region is the whole mask (nobody made regions), so that it need not be measured twice.
   [[nodiscard]] bool is_single() const { return !_labels; }
+  /// The same pixels as if nobody had made regions.
+  [[nodiscard]] RegionSet joined() const;
   /// Index into `regions()` of the pixel, -1 where it belongs to none. Only meaningful where the mask is set.
   [[nodiscard]] int region_at(int y, int x) const { return _labels ? _labels->image.at<std::int32_t>(y, x) - 1 : 0; }
   /// Labels of one row: `region_at` + 1, for loops over pixels. Empty when nobody made regions.
@@ -45,6 +47,8 @@ class RegionSet {
   [[nodiscard]] cv::Mat crop(const Region& region, const RunContext& context = {}) const;
 
  private:
+  void make_single();
+
   Mask _mask;
   std::shared_ptr<const RegionLabels> _labels;
   Region _whole;

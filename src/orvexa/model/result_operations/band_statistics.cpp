@@ -49,7 +49,8 @@ const ResultOperationInfo& band_statistics_info() {
                       .type = ParameterType::choice,
                       .default_value = "counts",
                       .help = "Whether values are counts as the file holds them or fractions of the white level.",
-                      .choices = {"counts", "fraction"}}},
+                      .choices = {"counts", "fraction"}},
+                     each_region_parameter()},
       .operation_class = {.make = [] { return std::make_unique<BandStatistics>(); }}};
   return info;
 }

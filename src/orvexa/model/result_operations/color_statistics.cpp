@@ -251,7 +251,7 @@ const ResultOperationInfo& color_statistics_info() {
       .source =
           "K. V. Mardia, P. E. Jupp, Directional Statistics, Wiley, 2000 (hue); A. R. Smith, Color Gamut Transform "
           "Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19 (HSV); ISO/CIE 11664-4 and IEC 61966-2-1 (CIELAB)",
-      .parameters = {color_image_parameter()},
+      .parameters = {color_image_parameter(), each_region_parameter()},
       .required_measurements = std::vector<MeasurementRequirement>{std::vector<std::string>{"CLR", "MSP"}},
       .operation_class = {.make = [] { return std::make_unique<ColorStatistics>(); }}};
   return info;

@@ -99,7 +99,7 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
         "histogram: " + common::grouped_integer_text(static_cast<std::int64_t>(regions.regions().size())) +
         " regions with " + common::grouped_integer_text(static_cast<std::int64_t>(layout.bins)) +
         " bins each are more than the " + common::grouped_integer_text(static_cast<std::int64_t>(most_numbers)) +
-        " numbers a band may have; choose fewer bins.");
+        " numbers a band may have; choose fewer bins, or only the whole mask with each_region: false.");
   }
 
   for (const auto& [name, band, reason] : wanted_bands(capture, params.at("bands"), result)) {
@@ -162,7 +162,8 @@ const ResultOperationInfo& histogram_info() {
                       .default_value = 256,
                       .min = 2,
                       .max = 65536,
-                      .help = "Number of equal bins from 0 to the white level."}},
+                      .help = "Number of equal bins from 0 to the white level."},
+                     each_region_parameter()},
       .operation_class = {.make = [] { return std::make_unique<HistogramOperation>(); }}};
   return info;
 }

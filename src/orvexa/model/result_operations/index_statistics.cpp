@@ -198,7 +198,8 @@ const ResultOperationInfo& index_statistics_info() {
                       .default_value = 1.0,
                       .min = -1e6,
                       .max = 1e6,
-                      .help = "The value of the last colour when the range of the map is fixed."}},
+                      .help = "The value of the last colour when the range of the map is fixed."},
+                     each_region_parameter()},
       .required_measurements = std::vector<MeasurementRequirement>{std::vector<std::string>{"MSP", "CLR"}},
       .operation_class = {.make = [] { return std::make_unique<IndexStatistics>(); }}};
   return info;

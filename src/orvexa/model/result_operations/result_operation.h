@@ -45,6 +45,10 @@ struct ResultOperationInfo {
   [[nodiscard]] std::unique_ptr<ResultOperation> operator()() const;
 };
 
+/// The parameter `each_region` of operations whose rows are long: false = only the whole mask is measured, and no
+/// region has any of the operation's metrics. Where nobody made regions the one region stays.
+[[nodiscard]] ParameterInfo each_region_parameter();
+
 /// One run of a result operation.
 class ResultOperation {
  public:
@@ -74,6 +78,8 @@ class ResultOperation {
   [[nodiscard]] const RunContext& context() const { return _context; }
 
  private:
+  [[nodiscard]] OperationResult measure(const CaptureSet& capture, const RegionSet& regions, const Value& params);
+
   friend struct ResultOperationInfo;
   const ResultOperationInfo* _info = nullptr;
   RunContext _context;
