@@ -2,10 +2,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
-
+#include "support/file_size_limit.h"
 #include "support/temporary_folder.h"
 
 namespace orvexa::test {
@@ -42,21 +40,15 @@ TEST(AppendFile, GivenATextOfWhichOnlyABeginningFits_ThenNothingOfItIsInTheFile)
   const TemporaryFolder folder;
   AppendFile file(folder / "journal");
   file.append("one\n");
-  // A largest size of files stands for a disk that gets full in the middle of a write.
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
-  auto* const previous = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit small = before;
-  small.rlim_cur = 10;
-  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
   std::string sentence;
-  try {
-    file.append("two hundred\n");
-  } catch (const std::runtime_error& failure) {
-    sentence = failure.what();
+  {
+    const FileSizeLimit limit(10);
+    try {
+      file.append("two hundred\n");
+    } catch (const std::runtime_error& failure) {
+      sentence = failure.what();
+    }
   }
-  ::setrlimit(RLIMIT_FSIZE, &before);
-  std::signal(SIGXFSZ, previous);
   EXPECT_EQ(sentence, (folder / "journal").string() + ": cannot be written: File too large.");
   EXPECT_EQ(read_all(folder / "journal"), "one\n");
   file.append("two\n");

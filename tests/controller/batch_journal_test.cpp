@@ -2,14 +2,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
-#include <csignal>
 #include <limits>
 
+#include "controller/table_text.h"
 #include "orvexa/common/serialisation.h"
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/run_context.h"
+#include "support/file_size_limit.h"
 #include "support/log_capture.h"
 #include "support/python.h"
 #include "support/temporary_folder.h"
@@ -31,7 +31,7 @@ using testing::IsEmpty;
 std::string table_text(const std::vector<BatchRow>& rows) {
   BatchTable table;
   for (const BatchRow& row : rows) table.add(row);
-  return table.text();
+  return test::table_text(table);
 }
 
 /// The sentence of the failure of an action; empty when it did not fail.
@@ -248,19 +248,41 @@ TEST_F(BatchJournalTest, GivenATornLastLine_ThenALaterRunBeginsALineOfItsOwn) {
 
 TEST_F(BatchJournalTest, GivenAWriteThatEndedInsideALine_ThenTheNextLineIsWholeAgain) {
   BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png"}));
-  // A limit on the size of files stops a write where a full disk would.
-  rlimit before{};
-  ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &before), 0);
-  const auto old_handler = std::signal(SIGXFSZ, SIG_IGN);
-  rlimit tight = before;
-  tight.rlim_cur = std::filesystem::file_size(file) + 10;
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &tight), 0);
-  const std::string sentence = failure_of([&] { writer.add(failed("/in/a.png")); });
-  ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &before), 0);
-  std::signal(SIGXFSZ, old_handler);
-  EXPECT_EQ(sentence, file.string() + ": cannot be written: File too large.");
+  {
+    const FileSizeLimit limit(std::filesystem::file_size(file) + 10);
+    EXPECT_EQ(failure_of([&] { writer.add(failed("/in/a.png")); }),
+              file.string() + ": cannot be written: File too large.");
+  }
   writer.add(failed("/in/b.png"));
   const BatchJournal read = controller::read_batch_journal(run_folder);
+  ASSERT_EQ(read.entries.size(), 1U);
+  EXPECT_EQ(read.entries[0].file, "/in/b.png");
+}
+
+TEST_F(BatchJournalTest, GivenThatTheRunFolderIsTakenAway_ThenTheJournalBeginsAnewWithTheNextLine) {
+  BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png", "/in/c.png"}));
+  writer.add(failed("/in/a.png"));
+  std::filesystem::remove_all(run_folder);
+  EXPECT_EQ(failure_of([&] { writer.add(failed("/in/b.png")); }),
+            file.string() + ": cannot be written: No such file or directory.");
+  std::filesystem::create_directory(run_folder);
+  writer.add(failed("/in/c.png"));
+  const BatchJournal read = controller::read_batch_journal(run_folder);
+  EXPECT_EQ(read.workflow_title, "Leaves");
+  ASSERT_EQ(read.entries.size(), 1U);
+  EXPECT_EQ(read.entries[0].file, "/in/c.png");
+}
+
+TEST_F(BatchJournalTest, GivenAHeaderThatCouldNotBeWritten_ThenItIsWrittenBeforeTheNextLine) {
+  BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png"}));
+  std::filesystem::remove(file);
+  {
+    const FileSizeLimit limit(10);
+    EXPECT_THAT(failure_of([&] { writer.add(failed("/in/a.png")); }), HasSubstr("File too large"));
+  }
+  writer.add(failed("/in/b.png"));
+  const BatchJournal read = controller::read_batch_journal(run_folder);
+  EXPECT_EQ(read.workflow_title, "Leaves");
   ASSERT_EQ(read.entries.size(), 1U);
   EXPECT_EQ(read.entries[0].file, "/in/b.png");
 }

@@ -2,11 +2,21 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
 
+#include <array>
+#include <cerrno>
+#include <cstddef>
 #include <ctime>
 #include <limits>
+#include <thread>
 
+#include "controller/table_text.h"
 #include "orvexa/common/clock.h"
+#include "support/file_size_limit.h"
 #include "support/log_capture.h"
 #include "support/python.h"
 #include "support/temporary_folder.h"
@@ -49,7 +59,7 @@ TEST(BatchTable, GivenRowsWithDifferentMetrics_ThenTheColumnsStandInOrderOfFirst
   table.add(row("a.png", "ROI_1", {{"area", 6}}));
   table.add(row("a.png", "ROI_2", {{"sd", 0.5}, {"area", 7}, {"mean", 1.25}}));
   table.add(row("b.png", "ROI_1", {{"mean", 2}, {"area", 8}}));
-  EXPECT_EQ(table.text(),
+  EXPECT_EQ(table_text(table),
             "Filename\tROI\tDate\tTime\tarea\tsd\tmean\n"
             "a.png\tROI_1\t2024-01-31\t10:00\t6\t\t\n"
             "a.png\tROI_2\t2024-01-31\t10:00\t7\t0.5\t1.25\n"
@@ -64,7 +74,7 @@ TEST(BatchTable, GivenARowThatLacksColumns_ThenEveryLineHasTheSameNumberOfTabs) 
     if (i % 5 == 0) made.erase("Date");
     table.add(made);
   }
-  std::istringstream lines(table.text());
+  std::istringstream lines(table_text(table));
   int count = 0;
   std::ptrdiff_t tabs = -1;
   for (std::string line; std::getline(lines, line); ++count) {
@@ -92,10 +102,69 @@ TEST(BatchTable, ValuesAreWrittenAsTheyStand) {
              {"list", Value::array({1, 2.5, "x"})},
              {"text", "a \"b\"\tc\nd"}});
   EXPECT_EQ(
-      table.text(),
+      table_text(table),
       "Filename\tROI\tDate\tTime\tinteger\tlarge\treal\twhole\tsmall\tnan\tinfinite\tyes\tno\tabsent\tlist\ttext\n"
       "a.png\tROI_1\t\t\t-7\t18446744073709551615\t0.30000000000000004\t3.0\t1e-05\tnan\t-inf\tTrue\tFalse\tNone\t"
       "[1, 2.5, \"x\"]\ta \"b\"\tc\nd\n");
+}
+
+/// Columns that come later, an empty text, and a line break and a zero inside a value: what a line on the disk must
+/// carry.
+void add_awkward_rows(BatchTable& table) {
+  table.add(row("a.png", "ROI_1", {{"area", 6}}));
+  table.add(row("b.png", "ROI_1", {{"note", "two\nlines"}, {"zero", std::string(1, '\0')}}));
+  table.add({});
+  for (int i = 0; i < 3000; ++i) table.add(row(std::to_string(i) + ".png", "ROI_1", {{"area", i}, {"text", "ü"}}));
+}
+
+TEST(BatchTable, GivenAFolder_ThenTheTextIsTheSameAndNothingShowsInTheFolder) {
+  const TemporaryFolder folder;
+  BatchTable in_memory;
+  BatchTable on_disk(folder.path());
+  add_awkward_rows(in_memory);
+  add_awkward_rows(on_disk);
+  EXPECT_EQ(table_text(on_disk), table_text(in_memory));
+  EXPECT_THAT(folder.entries(), IsEmpty());
+  EXPECT_FALSE(on_disk.is_empty());
+  EXPECT_TRUE(BatchTable(folder.path()).is_empty());
+}
+
+TEST(BatchTable, ALongTextComesInPiecesThatEndWithALine) {
+  BatchTable table;
+  add_awkward_rows(table);
+  int pieces = 0;
+  table.write([&](std::string_view piece) {
+    ++pieces;
+    EXPECT_TRUE(piece.ends_with('\n'));
+    EXPECT_LT(piece.size(), 70'000U);
+  });
+  EXPECT_GT(pieces, 1);
+}
+
+TEST(BatchTable, GivenADiskThatGetsFull_ThenTheOtherRowsWaitInMemoryAndNoneIsLost) {
+  const TemporaryFolder folder;
+  BatchTable in_memory;
+  BatchTable on_disk(folder.path());
+  add_awkward_rows(in_memory);
+  const LogCapture log;
+  {
+    const FileSizeLimit limit(10'000);
+    add_awkward_rows(on_disk);
+  }
+  on_disk.add(row("last.png", "ROI_1", {}));
+  in_memory.add(row("last.png", "ROI_1", {}));
+  EXPECT_EQ(table_text(on_disk), table_text(in_memory));
+  EXPECT_THAT(log.lines(), ElementsAre("warning: The rows of the batch wait in memory from now on: A scratch file in "
+                                       "the folder \"" +
+                                       folder.path().string() + "\" cannot be written: File too large."));
+}
+
+TEST(BatchTable, GivenAFolderThatIsNotThere_ThenItsRowsWaitInMemory) {
+  const LogCapture log;
+  BatchTable table("/nowhere");
+  table.add(row("a.png", "ROI_1", {{"area", 6}}));
+  EXPECT_EQ(table_text(table), "Filename\tROI\tDate\tTime\tarea\na.png\tROI_1\t2024-01-31\t10:00\t6\n");
+  EXPECT_THAT(log.lines(), ElementsAre(testing::StartsWith("warning: The rows of the batch wait in memory: ")));
 }
 
 class BatchReports : public testing::Test {
@@ -125,7 +194,7 @@ TEST_F(BatchReports, TheTableBeginsWithAByteOrderMarkAndIsReported) {
 
 TEST_F(BatchReports, GivenNoRows_ThenNoTableIsWrittenAndNothingLogged) {
   const LogCapture log;
-  controller::write_batch_aggregated_results({}, folder.path());
+  controller::write_batch_aggregated_results(BatchTable(), folder.path());
   EXPECT_THAT(folder.entries(), IsEmpty());
   EXPECT_THAT(log.lines(), IsEmpty());
 }
@@ -256,6 +325,36 @@ TEST_F(BatchReports, GivenReportsOfAnotherRun_ThenTheyGetFreeNamesAndAWarning) {
                                            "\"; it is kept as \"batch_aggregated_results_1.txt\"",
                                        "warning: Another run wrote \"" + summary_file.string() +
                                            "\"; it is kept as \"batch_summary_2.txt\""));
+}
+
+/// Has the system refuse to the calling thread, for the rest of its life, what file systems without a rename that
+/// never replaces refuse.
+/// @return whether this machine lets it.
+bool take_rename_without_replacing_away() {
+  std::array<sock_filter, 4> steps{{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+                                    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
+                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
+                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
+  const sock_fprog filter{.len = steps.size(), .filter = steps.data()};
+  return prctl(PR_SET_NO_NEW_PRIVS, 1UL, 0UL, 0UL, 0UL) == 0 &&
+         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
+}
+
+TEST_F(BatchReports, GivenAFileSystemWithoutARenameThatNeverReplaces_ThenReportsOfAnotherRunAreKeptAllTheSame) {
+  folder.write("batch_summary.txt", "first");
+  folder.write("batch_summary_1.txt", "even older");
+  const LogCapture log;
+  bool is_taken_away = false;
+  std::thread([&] {
+    is_taken_away = take_rename_without_replacing_away();
+    controller::keep_reports_of_another_run(folder.path());
+  }).join();
+  if (!is_taken_away) GTEST_SKIP() << "this machine does not let the test take a system call away";
+  EXPECT_THAT(folder.entries(), ElementsAre("batch_summary_1.txt", "batch_summary_2.txt"));
+  EXPECT_EQ(read_all(folder / "batch_summary_1.txt"), "even older");
+  EXPECT_EQ(read_all(folder / "batch_summary_2.txt"), "first");
+  EXPECT_THAT(log.lines(), ElementsAre("warning: Another run wrote \"" + summary_file.string() +
+                                       "\"; it is kept as \"batch_summary_2.txt\""));
 }
 
 TEST_F(BatchReports, GivenAFolderWithoutReports_ThenNothingIsKeptOrLogged) {

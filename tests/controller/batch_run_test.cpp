@@ -13,8 +13,9 @@ using controller::BatchFileSuccess;
 using controller::BatchSummary;
 using testing::Contains;
 using testing::ElementsAre;
+using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
+using testing::StartsWith;
 
 // ---- The whole sequence
 // --------------------------------------------------------------------------------------------
@@ -119,6 +120,15 @@ TEST_F(BatchRunTest, InBatchModeTheWorkflowIsLeftAsItIs) {
   EXPECT_EQ(controller.state.current_workflow, workflow);
 }
 
+TEST_F(BatchRunTest, TheProcessingModeIsTheOneTheRunWasStartedIn) {
+  for (const std::string mode : {"batch", "analysis"}) {
+    out = folder / mode;
+    controller.state.processing_mode = mode;
+    run({}, {"in/HDR_a.INF"});
+    EXPECT_EQ(controller.state.processing_mode, mode);
+  }
+}
+
 // ---- The run folder
 // ------------------------------------------------------------------------------------------------
 
@@ -128,6 +138,18 @@ TEST_F(BatchRunTest, TheRunFolderIsNamedAfterTheLocalTimeAtTheStartAndMadeWithIt
   const BatchSummary summary = run({}, {"in/HDR_a.INF"});
   EXPECT_EQ(summary.batch_folder, run_folder.string());
   EXPECT_TRUE(std::filesystem::exists(run_folder / "batch_summary.txt"));
+}
+
+TEST_F(BatchRunTest, GivenARunThatTakesAWhile_ThenItsFolderNamesTheStartAndItsSummaryTheEnd) {
+  common::TimePoint time = local_time();
+  const common::ClockOverride passing([&] { return time; });
+  executor.on_run = [&](const model::Executor::Run& run) {
+    time += std::chrono::seconds(90);
+    return output_of(run);
+  };
+  const BatchSummary summary = run({}, {"in/HDR_a.INF"});
+  EXPECT_EQ(summary.batch_folder, run_folder.string());
+  EXPECT_THAT(read_all(run_folder / "batch_summary.txt"), HasSubstr("\nGenerated: 2024-01-31 15:46:32\n"));
 }
 
 TEST_F(BatchRunTest, GivenARunFolderThatCannotBeMade_ThenASentenceReachesTheCallerAndTheStateIsUntouched) {
@@ -326,6 +348,9 @@ TEST_F(BatchRunTest, GivenReportsThatCannotBeWritten_ThenTheSummaryIsTheSame) {
   const BatchSummary summary = run({}, {"in/HDR_a.INF"});
   EXPECT_EQ(summary.successful_files.size(), 1U);
   EXPECT_EQ(controller.state.message, "Batch completed: 1/1 successful");
+  EXPECT_THAT(summary.unwritten, ElementsAre(StartsWith("Failed to write batch journal: "),
+                                             StartsWith("Failed to write batch aggregated results CSV: "),
+                                             StartsWith("Failed to save batch summary: ")));
   EXPECT_THAT(log.lines(), Contains("error: Failed to write batch aggregated results CSV: " +
                                     (run_folder / "batch_aggregated_results.txt").string() +
                                     ": cannot be written: there is no folder " + run_folder.string() + "."));
@@ -400,6 +425,8 @@ TEST_F(BatchRunTest, GivenARegionWithoutMetrics_ThenItsRowsBeforeStayTheRestIsSk
             "HDR_b.INF\tROI_1\t\t\t6\nHDR_b.INF\tROI_2\t\t\t7\nHDR_b.INF\tROI_3\t\t\t8\n");
   EXPECT_THAT(log.lines(), Contains("warning: Could not collect metrics row for HDR_a.INF: "
                                     "The region ROI_2 has no metrics."));
+  EXPECT_THAT(summary.unwritten,
+              ElementsAre("Could not collect metrics row for HDR_a.INF: The region ROI_2 has no metrics."));
 }
 
 TEST_F(BatchRunTest, GivenThatEveryFileFailed_ThenNoTableIsWrittenAndEachIsInTheSummaryOnce) {
@@ -443,6 +470,15 @@ TEST_F(BatchRunTest, WithoutASelectionThereIsNoneAfterwards) {
   run({}, {"in/HDR_a.INF"});
   EXPECT_EQ(controller.state.current_capture, nullptr);
   EXPECT_EQ(controller.state.current_file, std::nullopt);
+}
+
+TEST_F(BatchRunTest, MasksWorkedOutForTheSelectionAreForgottenAlthoughItIsCurrentAgain) {
+  const auto selected = small_capture("selected");
+  controller.state.current_capture = selected;
+  controller._mask_result_cache[0] = small_capture("masked");
+  run({}, {"in/HDR_a.INF"});
+  EXPECT_EQ(controller.state.current_capture, selected);
+  EXPECT_THAT(cached_indices(controller), IsEmpty());
 }
 
 TEST_F(BatchRunTest, NoMoreThanTwoCapturesAreAliveAtATime) {

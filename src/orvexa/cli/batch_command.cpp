@@ -57,26 +57,9 @@ BatchArguments arguments_of(const GivenWords& given) {
   return arguments;
 }
 
-/// Lines of the controller about the run as a whole, which its summary has no place for: a report or a line of the
-/// journal that could not be written, a row that is missing from the table.
-bool is_about_what_was_not_written(const common::LogRecord& record) {
-  for (const char* beginning : {"Failed to write batch aggregated results", "Failed to save batch summary",
-                                "Failed to write batch journal", "Could not collect metrics row"}) {
-    if (record.text.starts_with(beginning)) return true;
-  }
-  return false;
-}
-
 BatchOutcome run_batch(Console& console, Controller& controller, const BatchPlan& plan) {
   BatchOutcome outcome;
   outcome.taken_over = plan.earlier.entries.size();
-  const common::LogObserver observer([&](const common::LogRecord& record) {
-    // A full disk says the same after every file.
-    if (is_about_what_was_not_written(record) &&
-        std::find(outcome.unwritten.begin(), outcome.unwritten.end(), record.text) == outcome.unwritten.end()) {
-      outcome.unwritten.push_back(record.text);
-    }
-  });
   BatchProgress progress(console, static_cast<int>(plan.files.size()));
   const auto file_done = [&](const BatchFileEntry& entry) {
     if (const auto* failure = std::get_if<BatchFileFailure>(&entry)) {
@@ -113,7 +96,7 @@ int report(Console& console, const BatchOutcome& outcome) {
       if (!success.operation_errors.empty()) console.error(success.file + ": " + operation_errors_text(success));
     }
   }
-  for (const std::string& sentence : outcome.unwritten) console.error(sentence);
+  for (const std::string& sentence : outcome.summary.unwritten) console.error(sentence);
   if (console.json) {
     console.answer_json(batch_report_document(outcome));
   } else if (console.quiet) {

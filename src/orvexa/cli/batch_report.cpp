@@ -106,7 +106,7 @@ bool BatchOutcome::has_operation_errors() const {
 int BatchOutcome::exit_code() const {
   if (is_interrupted) return exit_interrupted;
   if (summary.successful_files.empty() && summary.total_files > 0) return exit_nothing_succeeded;
-  const bool is_complete = not_reached() == 0 && summary.failed_files.empty() && unwritten.empty();
+  const bool is_complete = not_reached() == 0 && summary.failed_files.empty() && summary.unwritten.empty();
   return is_complete && !has_operation_errors() ? exit_done : exit_failed;
 }
 
@@ -144,7 +144,7 @@ common::Value batch_report_document(const BatchOutcome& outcome) {
   document["done_before"] = outcome.taken_over;
   document["interrupted"] = outcome.is_interrupted;
   document["seconds"] = outcome.seconds;
-  document["unwritten"] = outcome.unwritten;
+  document["unwritten"] = outcome.summary.unwritten;
   return document;
 }
 

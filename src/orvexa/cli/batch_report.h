@@ -13,7 +13,6 @@ namespace orvexa::cli {
 struct BatchOutcome {
   controller::BatchSummary summary;
   std::map<std::string, std::string> reasons;  ///< file that failed to the sentence that names it and says why
-  std::vector<std::string> unwritten;          ///< sentences about reports and journal lines that are missing
   std::size_t taken_over = 0;                  ///< files that an earlier run did
   bool is_interrupted = false;
   double seconds = 0;

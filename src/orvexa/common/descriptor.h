@@ -1,6 +1,7 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -27,6 +28,13 @@ class Descriptor {
 
   [[nodiscard]] bool is_open() const { return _number >= 0; }
   [[nodiscard]] int get() const { return _number; }
+  /// Whether the path still leads to what is open: another process may have removed, renamed or replaced it.
+  [[nodiscard]] bool is_at(const std::filesystem::path& path) const {
+    struct stat opened {};
+    struct stat there {};
+    return ::fstat(_number, &opened) == 0 && ::lstat(path.c_str(), &there) == 0 && opened.st_dev == there.st_dev &&
+           opened.st_ino == there.st_ino;
+  }
   [[nodiscard]] int release() { return std::exchange(_number, -1); }
   /// Some file systems report a failed write only here.
   [[nodiscard]] bool close() { return ::close(release()) == 0; }

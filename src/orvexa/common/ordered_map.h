@@ -3,8 +3,11 @@
 #include <tsl/ordered_map.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace orvexa::common {
 
@@ -15,8 +18,10 @@ struct StringHash {
 
 /// The one string-keyed map of the project: it keeps the order in which keys were first inserted, because people see
 /// that order in tabs, tables and files. Lookup takes a std::string_view. Iterate with `for (const auto& [key, value] :
-/// map)`; `iterator::value()` is the writable value.
+/// map)`; `iterator::value()` is the writable value. An empty map allocates nothing; references to values end with the
+/// next insertion.
 template <typename V>
-using OrderedMap = tsl::ordered_map<std::string, V, StringHash, std::equal_to<>>;
+using OrderedMap = tsl::ordered_map<std::string, V, StringHash, std::equal_to<>,
+                                    std::allocator<std::pair<std::string, V>>, std::vector<std::pair<std::string, V>>>;
 
 }  // namespace orvexa::common

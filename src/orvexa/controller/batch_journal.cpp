@@ -314,26 +314,25 @@ std::vector<Path> failed_files(const BatchJournal& journal) {
 // ---- writing
 
 BatchJournalWriter::BatchJournalWriter(const BatchJournal& journal)
-    : _run_folder(journal.run_folder), _file(journal.run_folder / batch_journal_name) {
-  const std::string header = common::json_line(header_value(journal));
-  _descriptor = ::open(_file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-  if (_descriptor < 0) fail(errno);
-  char last = '\n';
-  const off_t size = ::lseek(_descriptor, 0, SEEK_END);
-  _ends_inside_a_line = size > 0 && ::pread(_descriptor, &last, 1, size - 1) == 1 && last != '\n';
-  try {
-    append(header);
-  } catch (...) {
-    ::close(_descriptor);
-    throw;
-  }
+    : _run_folder(journal.run_folder),
+      _file(journal.run_folder / batch_journal_name),
+      _header(common::json_line(header_value(journal))) {
+  begin();
 }
 
-BatchJournalWriter::~BatchJournalWriter() {
-  ::close(_descriptor);
+void BatchJournalWriter::begin() {
+  _has_begun = false;
+  _descriptor = common::Descriptor(_file, O_RDWR | O_CREAT | O_APPEND, 0666);
+  if (!_descriptor.is_open()) fail(errno);
+  char last = '\n';
+  const off_t size = ::lseek(_descriptor.get(), 0, SEEK_END);
+  _ends_inside_a_line = size > 0 && ::pread(_descriptor.get(), &last, 1, size - 1) == 1 && last != '\n';
+  append(_header);
+  _has_begun = true;
 }
 
 void BatchJournalWriter::add(const BatchJournalEntry& entry) {
+  if (!_has_begun || !_descriptor.is_at(_file)) begin();
   append(common::json_line(entry_value(entry, _run_folder)));
 }
 
@@ -342,7 +341,7 @@ void BatchJournalWriter::append(std::string line) {
   if (_ends_inside_a_line) line.insert(line.begin(), '\n');
   std::string_view rest = line;
   while (!rest.empty()) {
-    const ssize_t count = ::write(_descriptor, rest.data(), rest.size());
+    const ssize_t count = ::write(_descriptor.get(), rest.data(), rest.size());
     if (count < 0) {
       if (errno == EINTR) continue;
       _ends_inside_a_line = _ends_inside_a_line || rest.size() < line.size();

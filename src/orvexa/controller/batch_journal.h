@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "orvexa/common/cancel.h"
+#include "orvexa/common/descriptor.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/controller/batch_reports.h"
@@ -76,25 +77,26 @@ void expect_same_workflow(const BatchJournal& journal, const model::Workflow& wo
 [[nodiscard]] std::vector<common::Path> failed_files(const BatchJournal& journal);
 
 /// Appends to the journal of a run folder, a whole line at a time, in one write. A journal that is there already goes
-/// on with the new lines.
+/// on with the new lines; one that is taken away meanwhile, perhaps with the whole folder, begins anew with the next
+/// line.
 /// @throws std::runtime_error with a sentence, from each of its functions.
 class BatchJournalWriter {
  public:
   /// Writes the line about the run: everything of `journal` but its entries.
   explicit BatchJournalWriter(const BatchJournal& journal);
-  ~BatchJournalWriter();
-  BatchJournalWriter(const BatchJournalWriter&) = delete;
-  BatchJournalWriter& operator=(const BatchJournalWriter&) = delete;
 
   void add(const BatchJournalEntry& entry);
 
  private:
+  void begin();
   void append(std::string line);
   [[noreturn]] void fail(int error) const;
 
   common::Path _run_folder;
   common::Path _file;
-  int _descriptor = -1;
+  std::string _header;  ///< the line about the run
+  common::Descriptor _descriptor;
+  bool _has_begun = false;           ///< the header is written
   bool _ends_inside_a_line = false;  ///< a write that failed left a part of a line
 };
 

@@ -86,7 +86,7 @@ std::string details_text(const common::OrderedMap<std::string>& errors) {
 /// their places.
 class CombinedTable {
  public:
-  explicit CombinedTable(const BatchTakeover& earlier) : _earlier(earlier) {
+  CombinedTable(const BatchTakeover& earlier, const Path& run_folder) : _earlier(earlier), _table(run_folder) {
     for (const BatchJournalEntry& entry : earlier.entries) _taken_over.emplace(entry.file.native(), &entry);
     for (const Path& file : earlier.selection) _selected.insert(file.native());
   }
@@ -160,7 +160,7 @@ class BatchProcess {
         _run(run),
         _workflow(std::move(workflow)),
         _run_folder(std::move(run_folder)),
-        _table(run.earlier) {
+        _table(run.earlier, _run_folder) {
     _summary.total_files = static_cast<int>(run.selected_files.size());
     _summary.batch_folder = _run_folder.string();
     _summary.workflow_title = _workflow->title;
@@ -249,7 +249,9 @@ class BatchProcess {
     try {
       collect_rows(name, *capture, output, entry.rows);
     } catch (...) {
-      logger.warning(fmt::format("Could not collect metrics row for {}: {}", name, failure_text()));
+      const std::string line = fmt::format("Could not collect metrics row for {}: {}", name, failure_text());
+      logger.warning(line);
+      add_unwritten(line);
     }
     entry.is_done = true;
   }
@@ -285,7 +287,7 @@ class BatchProcess {
                        .files = _run.earlier.selection.empty() ? _run.selected_files : _run.earlier.selection,
                        .entries = {}});
     } catch (...) {
-      logger.error("Failed to write batch journal: " + failure_text());
+      say_journal_failed();
     }
     for (const BatchJournalEntry& entry : _run.earlier.entries) add_to_journal(entry);
   }
@@ -295,14 +297,27 @@ class BatchProcess {
     try {
       _journal->add(entry);
     } catch (...) {
-      logger.error("Failed to write batch journal: " + failure_text());
+      say_journal_failed();
     }
+  }
+
+  /// Inside a handler.
+  void say_journal_failed() {
+    const std::string line = "Failed to write batch journal: " + failure_text();
+    logger.error(line);
+    add_unwritten(line);
+  }
+
+  /// A full disk says the same after every file.
+  void add_unwritten(const std::optional<std::string>& line) {
+    std::vector<std::string>& lines = _summary.unwritten;
+    if (line && std::find(lines.begin(), lines.end(), *line) == lines.end()) lines.push_back(*line);
   }
 
   void write_reports() {
     keep_reports_of_another_run(_run_folder);
-    write_batch_aggregated_results(_table.finished(), _run_folder);
-    write_batch_summary(_summary, _run_folder);
+    add_unwritten(write_batch_aggregated_results(_table.finished(), _run_folder));
+    add_unwritten(write_batch_summary(_summary, _run_folder));
   }
 
   void conclude() {

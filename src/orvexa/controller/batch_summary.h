@@ -35,6 +35,9 @@ struct BatchSummary {
   std::vector<std::string> errors;            ///< of the run as a whole: no workflow, cancelled
   std::optional<std::string> batch_folder;    ///< absent when the run was refused
   std::optional<std::string> workflow_title;  ///< likewise
+  /// Each once: log lines about a report or a line of the journal that could not be written, and about rows that are
+  /// missing from the table. They change nothing of the run's result and are not part of the map.
+  std::vector<std::string> unwritten;
 
   /// The summary as a map with these names as keys, in this order; absent fields are left out.
   [[nodiscard]] common::Value to_value() const;

@@ -1,7 +1,6 @@
 #include "orvexa/controller/folder_lock.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -85,10 +84,7 @@ FolderLock::~FolderLock() {
 }
 
 bool FolderLock::is_in_place() const {
-  struct stat held {};
-  struct stat there {};
-  return ::fstat(_file.get(), &held) == 0 && ::stat(_path.c_str(), &there) == 0 && held.st_dev == there.st_dev &&
-         held.st_ino == there.st_ino;
+  return _file.is_at(_path);
 }
 
 std::optional<LockHolder> folder_lock_holder(const Path& folder) {

@@ -45,19 +45,26 @@ ResultsFolderError folder_error(const fs::path& folder, std::string_view what, i
   return ResultsFolderError(fmt::format("The folder \"{}\" {}: {}.", path_text(folder), what, reason_text(error)));
 }
 
-/// Whether the path still leads to the folder that is open: another process may have removed or renamed it.
-bool is_still_at(const fs::path& path, int descriptor) {
-  struct stat by_name {};
-  struct stat opened {};
-  return lstat(path.c_str(), &by_name) == 0 && fstat(descriptor, &opened) == 0 && by_name.st_dev == opened.st_dev &&
-         by_name.st_ino == opened.st_ino;
-}
-
 bool is_partial_name(std::string_view name) {
   if (name.size() <= 1 + partial_mark.size() + random_digits || name.front() != '.') return false;
   const std::string_view digits = name.substr(name.size() - random_digits);
   const std::string_view before = name.substr(0, name.size() - random_digits);
   return before.ends_with(partial_mark) && digits.find_first_not_of("0123456789abcdef") == std::string_view::npos;
+}
+
+/// What `rename_over_own_empty_folder` is for a folder: a file cannot be renamed over one, but be given a second name,
+/// which is refused where it is taken.
+bool rename_by_second_name(const fs::path& from, const fs::path& to) {
+  if (link(from.c_str(), to.c_str()) != 0) {
+    if (errno == EEXIST) return false;
+    throw std::system_error(errno, std::generic_category());
+  }
+  if (unlink(from.c_str()) != 0) {
+    const int error = errno;
+    unlink(to.c_str());
+    throw std::system_error(error, std::generic_category());
+  }
+  return true;
 }
 
 }  // namespace
@@ -141,7 +148,7 @@ void ResultsFolder::make_hidden_folder() {
     // A network file system without locks on folders refuses this for everybody, so nobody removes the folder there.
     while (flock(opened.get(), LOCK_EX) != 0 && errno == EINTR) {
     }
-    if (!is_still_at(folder, opened.get())) continue;
+    if (!opened.is_at(folder)) continue;
     _partial = folder;
     _lock = opened.release();
     return;
@@ -272,7 +279,7 @@ void remove_left_over_results(const fs::path& output_base_dir) {
   for (const fs::path& folder : candidates) {
     const Descriptor opened(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     if (!opened.is_open() || flock(opened.get(), LOCK_EX | LOCK_NB) != 0) continue;
-    if (!is_still_at(folder, opened.get())) continue;
+    if (!opened.is_at(folder)) continue;
     std::error_code failure;
     fs::remove_all(folder, failure);
     if (failure) {
@@ -288,7 +295,11 @@ void remove_left_over_results(const fs::path& output_base_dir) {
 bool rename_to_free_name(const fs::path& from, const fs::path& to) {
   if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
   if (errno == EEXIST) return false;
-  if (errno == EINVAL || errno == ENOSYS || errno == ENOTSUP) return rename_over_own_empty_folder(from, to);
+  if (errno == EINVAL || errno == ENOSYS || errno == ENOTSUP) {
+    std::error_code unknown;
+    const bool is_folder = fs::is_directory(fs::symlink_status(from, unknown));
+    return is_folder ? rename_over_own_empty_folder(from, to) : rename_by_second_name(from, to);
+  }
   throw std::system_error(errno, std::generic_category());
 }
 

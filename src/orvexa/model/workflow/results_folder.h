@@ -79,7 +79,7 @@ class ResultsFolder {
 /// removed stays and is logged as a warning.
 void remove_left_over_results(const std::filesystem::path& output_base_dir);
 
-/// Renames a folder unless the new name is taken.
+/// Renames a folder or a file unless the new name is taken.
 /// @return false when it is taken. @throws std::system_error for anything else.
 [[nodiscard]] bool rename_to_free_name(const std::filesystem::path& from, const std::filesystem::path& to);
 /// The same for file systems whose rename cannot be told not to replace: takes the name with an empty folder first.
