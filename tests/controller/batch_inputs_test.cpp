@@ -62,17 +62,21 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_P(BatchInputFolder, ListsItsFilesAndReportsThem) {
   const Path file = folder.write(GetParam().file, "");
-  state.error = "older";
-  state.on_reset = [this](ScriptedState& at_reset) {
+  state.message = "older message";
+  state.error = "older error";
+  const LogCapture log;
+  state.on_reset = [&](ScriptedState& at_reset) {
     ++resets;
+    EXPECT_THAT(log.lines_without_debug(), ElementsAre(GetParam().first_line + folder.path().string()));
     EXPECT_EQ(at_reset.batch_input_folder, std::nullopt) << "the selection goes before the folder is stored";
+    EXPECT_EQ(at_reset.message, "older message");
+    EXPECT_EQ(at_reset.error, "older error");
   };
   panel.on_refresh = [&] {
     EXPECT_THAT(state.batch_file_list, Optional(ElementsAre(file)));
     EXPECT_EQ(state.message, "Batch input folder set: " + folder.path().string());
     EXPECT_EQ(state.error, std::nullopt);
   };
-  const LogCapture log;
   set(folder.path());
   EXPECT_EQ(state.batch_input_folder, folder.path());
   EXPECT_EQ(resets, 1);
@@ -81,6 +85,16 @@ TEST_P(BatchInputFolder, ListsItsFilesAndReportsThem) {
       log.lines_without_debug(),
       ElementsAre(GetParam().first_line + folder.path().string(),
                   "info: Found 1 " + GetParam().files + " in batch folder: " + folder.path().string(), refreshed(1)));
+}
+
+TEST_P(BatchInputFolder, GivenTheFolderOfTheStateThatTheResetClears_ThenItIsStoredAndSearched) {
+  const Path file = folder.write(GetParam().file, "");
+  state.current_folder = folder.path();
+  set(state.current_folder);
+  EXPECT_EQ(state.current_folder, std::nullopt);
+  EXPECT_EQ(state.batch_input_folder, folder.path());
+  EXPECT_THAT(state.batch_file_list, Optional(ElementsAre(file)));
+  EXPECT_EQ(state.message, "Batch input folder set: " + folder.path().string());
 }
 
 TEST_P(BatchInputFolder, GivenTheSameFolderAgain_ThenNothingIsReset) {
@@ -193,6 +207,7 @@ TEST_F(BatchInputs, ImagesOfEverySuffixInLowerAndUpperCaseAreFoundOnceInOrder) {
   std::vector<Path> expected;
   for (const std::string& name : found) expected.push_back(folder.write(name, ""));
   for (const char* name : {"i.Png", "j.webp", "k.INF", "png", "sub/l.png"}) folder.write(name, "");
+  std::filesystem::create_directory(folder / "x.png");
   EXPECT_EQ(controller._find_batch_image_files(folder.path()), expected);
 }
 
@@ -216,40 +231,62 @@ TEST_F(BatchInputs, GivenAFileInPlaceOfAFolder_ThenTheSearchesFindNothingAndLogW
 // ---- Output folder and file list
 // -----------------------------------------------------------------------------------
 
-TEST_F(BatchInputs, TheOutputFolderIsStoredAndShown) {
+TEST_F(BatchInputs, TheOutputFolderIsStoredAndThenShown) {
   state.error = "older";
+  panel.on_refresh = [&] {
+    EXPECT_EQ(state.batch_output_folder, folder.path());
+    EXPECT_EQ(state.message, "Batch output folder set: " + folder.path().string());
+    EXPECT_EQ(state.error, std::nullopt);
+  };
   controller.set_batch_output_folder(folder.path());
-  EXPECT_EQ(state.batch_output_folder, folder.path());
-  EXPECT_EQ(state.message, "Batch output folder set: " + folder.path().string());
-  EXPECT_EQ(state.error, std::nullopt);
   EXPECT_EQ(panel.refreshes, 1);
   EXPECT_EQ(resets, 0);
-  controller.set_batch_output_folder(std::nullopt);
-  EXPECT_EQ(state.batch_output_folder, std::nullopt);
-  EXPECT_EQ(state.message, "No batch output folder selected");
-  EXPECT_EQ(panel.refreshes, 2);
 }
 
-TEST_F(BatchInputs, AFileListIsStoredUnchangedAndCounted) {
+TEST_F(BatchInputs, GivenNoOutputFolder_ThenItIsStoredAbsentAndThenShown) {
+  state.batch_output_folder = folder.path();
   state.error = "older";
-  controller.set_batch_file_list(std::vector<Path>{"b.png", "a.png", "b.png"});
-  EXPECT_THAT(state.batch_file_list, Optional(ElementsAre("b.png", "a.png", "b.png")));
-  EXPECT_EQ(state.message, "Batch file list set: 3 files");
-  EXPECT_EQ(state.error, std::nullopt);
+  panel.on_refresh = [&] {
+    EXPECT_EQ(state.batch_output_folder, std::nullopt);
+    EXPECT_EQ(state.message, "No batch output folder selected");
+    EXPECT_EQ(state.error, std::nullopt);
+  };
+  controller.set_batch_output_folder(std::nullopt);
   EXPECT_EQ(panel.refreshes, 1);
 }
 
-TEST_F(BatchInputs, GivenAnEmptyFileList_ThenItIsStoredEmpty) {
-  controller.set_batch_file_list(std::vector<Path>{});
-  EXPECT_THAT(state.batch_file_list, Optional(IsEmpty()));
-  EXPECT_EQ(state.message, "Batch file list cleared");
+TEST_F(BatchInputs, AFileListIsStoredUnchangedAndCountedAndThenShown) {
+  state.error = "older";
+  panel.on_refresh = [&] {
+    EXPECT_THAT(state.batch_file_list, Optional(ElementsAre("b.png", "a.png", "b.png")));
+    EXPECT_EQ(state.message, "Batch file list set: 3 files");
+    EXPECT_EQ(state.error, std::nullopt);
+  };
+  controller.set_batch_file_list(std::vector<Path>{"b.png", "a.png", "b.png"});
+  EXPECT_EQ(panel.refreshes, 1);
 }
 
-TEST_F(BatchInputs, GivenNoFileList_ThenItIsStoredAbsent) {
+TEST_F(BatchInputs, GivenAnEmptyFileList_ThenItIsStoredEmptyAndThenShown) {
+  state.error = "older";
+  panel.on_refresh = [&] {
+    EXPECT_THAT(state.batch_file_list, Optional(IsEmpty()));
+    EXPECT_EQ(state.message, "Batch file list cleared");
+    EXPECT_EQ(state.error, std::nullopt);
+  };
+  controller.set_batch_file_list(std::vector<Path>{});
+  EXPECT_EQ(panel.refreshes, 1);
+}
+
+TEST_F(BatchInputs, GivenNoFileList_ThenItIsStoredAbsentAndThenShown) {
   state.batch_file_list = std::vector<Path>{"a.png"};
+  state.error = "older";
+  panel.on_refresh = [&] {
+    EXPECT_EQ(state.batch_file_list, std::nullopt);
+    EXPECT_EQ(state.message, "Batch file list cleared");
+    EXPECT_EQ(state.error, std::nullopt);
+  };
   controller.set_batch_file_list();
-  EXPECT_EQ(state.batch_file_list, std::nullopt);
-  EXPECT_EQ(state.message, "Batch file list cleared");
+  EXPECT_EQ(panel.refreshes, 1);
 }
 
 }  // namespace

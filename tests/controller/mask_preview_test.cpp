@@ -312,6 +312,34 @@ TEST_F(MaskPreview, AFailureClearsThePreviewAndIsLoggedAndReportedWithoutReachin
   EXPECT_EQ(controller.state.message, "before");
 }
 
+TEST_F(MaskPreview, AFailureWhileChoosingOrChangingIsReportedWithoutReachingTheCallerAndThePanelsAreRefreshed) {
+  define("broken", fails("no contrast"), {}, {integer_parameter("radius", 3)});
+  std::vector<std::optional<std::string>> errors_seen;
+  panel.on_refresh = [&] { errors_seen.push_back(controller.state.error); };
+  EXPECT_NO_THROW(controller.set_mask_operation("broken"));
+  EXPECT_EQ(controller.state.current_mask_operation, "broken");
+  EXPECT_THAT(errors_seen, ElementsAre("Mask preview error: no contrast"));
+  controller.state.error.reset();
+  errors_seen.clear();
+  EXPECT_NO_THROW(controller.update_mask_operation_params({{"radius", 5}}));
+  EXPECT_EQ(controller.state.mask_operation_params.at("radius"), 5);
+  EXPECT_THAT(errors_seen, ElementsAre("Mask preview error: no contrast"));
+}
+
+TEST_F(MaskPreview, WithoutPicturesTheMaskIsStoredAndReportedAllTheSame) {
+  const model::Mask of_another_size = mask({"##"});
+  define("odd", gives(of_another_size));
+  controller.state.current_mask_operation = "odd";
+  const LogCapture log;
+  controller.update_mask_preview();
+  EXPECT_EQ(controller.state.preview_mask, of_another_size);
+  EXPECT_THAT(controller.get_mask_preview_images(), testing::Optional(IsEmpty()));
+  EXPECT_EQ(controller.state.message, "Mask preview updated: The odd (2 pixels)");
+  EXPECT_EQ(controller.state.error, std::nullopt);
+  EXPECT_THAT(log.lines(), ElementsAre("error: Controller._generate_mask_preview_images: Error generating preview "
+                                       "images - A mask must be as large as the image it is put on."));
+}
+
 TEST_F(MaskPreview, AnOperationThatTheRegistryNoLongerHasIsAFailureLikeAnyOther) {
   define("keep", gives(left));
   controller.state.current_mask_operation = "gone";

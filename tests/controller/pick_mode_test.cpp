@@ -25,14 +25,19 @@ using Steps = std::vector<std::string>;
 struct RecordingViewer final : controller::ImageViewer {
   explicit RecordingViewer(Steps& all_steps) : steps(all_steps) {}
   void set_active_tool(const std::string& name) override {
-    steps.push_back("tool " + name);
+    take("tool " + name);
     count_when_tool_was_set = _pick_existing_count;
   }
-  void set_pick_cursor() override { steps.emplace_back("pick cursor"); }
-  void restore_cursor() override { steps.emplace_back("restore cursor"); }
-  void clear_all_rois() override { steps.emplace_back("clear rois"); }
-  void setFocus() override { steps.emplace_back("focus"); }
+  void set_pick_cursor() override { take("pick cursor"); }
+  void restore_cursor() override { take("restore cursor"); }
+  void clear_all_rois() override { take("clear rois"); }
+  void setFocus() override { take("focus"); }
+  void take(const std::string& step) {
+    if (step == failing_step) throw std::runtime_error("no " + step);
+    steps.push_back(step);
+  }
   Steps& steps;
+  std::string failing_step;
   int count_when_tool_was_set = -1;
 };
 
@@ -46,6 +51,15 @@ struct ViewerPanel final : LockedPanel, controller::HasImageViewer {
   using LockedPanel::LockedPanel;
   controller::ImageViewer* image_viewer() override { return viewer; }
   controller::ImageViewer* viewer = nullptr;
+};
+
+struct RegisteringPanel final : LockedPanel {
+  using LockedPanel::LockedPanel;
+  void setEnabled(bool enabled) override {
+    LockedPanel::setEnabled(enabled);
+    register_another();
+  }
+  std::function<void()> register_another;
 };
 
 /// The panels "masks", "viewer" and "results", of which the second has a viewer; what happens to them and on the event
@@ -225,6 +239,18 @@ TEST_F(PickMode, WithoutACallbackAGeometryIsNotEvenConverted) {
   EXPECT_NO_THROW(controller.exit_pick_mode(ViewerPoint(2, 3)));
 }
 
+TEST_F(PickMode, APanelThatRegistersAnotherWhileItIsLockedOrUnlockedGetsThatLockedOrUnlockedToo) {
+  RegisteringPanel registering("registering", steps);
+  controller.register_panel(registering);
+  registering.register_another = [this] { controller.register_panel(masks); };
+  controller.enter_pick_mode(Interaction{"rect"}, "roi_rect", {});
+  EXPECT_THAT(steps, ElementsAre("disable registering", "disable masks", "event on"));
+  steps.clear();
+  registering.register_another = [this] { controller.register_panel(results); };
+  controller.exit_pick_mode();
+  EXPECT_THAT(steps, ElementsAre("enable registering", "enable masks", "enable results", "event off"));
+}
+
 // ---- What is told
 // ----------------------------------------------------------------------------------------------------
 
@@ -289,6 +315,26 @@ TEST_F(PickMode, AViewerThatDrewSomethingElseThanItWasAskedForFailsToTheCaller) 
   controller.enter_pick_mode(Interaction{"rect"}, "roi_rect", recording_callback());
   EXPECT_THROW(controller.exit_pick_mode(ViewerPoint(2, 3)), std::logic_error);
   EXPECT_EQ(steps.back(), "event off");
+}
+
+TEST_F(PickMode, AViewerThatCannotTakeItsToolFailsToTheCallerWithPickModeStoredAndNoPanelLocked) {
+  register_panels();
+  viewer.failing_step = "tool rectangle";
+  EXPECT_THROW(controller.enter_pick_mode(Interaction{"rect"}, "roi_rect", recording_callback()), std::runtime_error);
+  EXPECT_TRUE(controller.state.pick_mode.active);
+  EXPECT_EQ(controller.state.pick_mode.operation_key, "roi_rect");
+  EXPECT_THAT(steps, IsEmpty()) << "no panel disabled, no event";
+}
+
+TEST_F(PickMode, AViewerThatCannotBeRestoredFailsToTheCallerWithPickModeLeftAndNobodyTold) {
+  register_panels();
+  controller.enter_pick_mode(Interaction{"point"}, "keep_regions", recording_callback());
+  steps.clear();
+  viewer.failing_step = "clear rois";
+  EXPECT_THROW(controller.exit_pick_mode(ViewerPoint(2, 3)), std::runtime_error);
+  EXPECT_FALSE(controller.state.pick_mode.active);
+  EXPECT_FALSE(controller.state.pick_mode.callback);
+  EXPECT_THAT(steps, IsEmpty()) << "no panel enabled, no event, no callback";
 }
 
 TEST_F(PickMode, APanelThatCannotBeLockedFailsToTheCallerWithPickModeStored) {

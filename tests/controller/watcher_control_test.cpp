@@ -3,6 +3,7 @@
 
 #include "controller/fakes.h"
 #include "orvexa/controller/file_watcher.h"
+#include "support/log_capture.h"
 #include "support/temporary_folder.h"
 
 namespace orvexa::test {
@@ -188,6 +189,30 @@ TEST_F(WatcherControl, AFailureToStartReachesTheCallerAndNothingRuns) {
   EXPECT_EQ(controller.state.error, std::nullopt);
 }
 
+TEST_F(WatcherControl, AStartAfterAFailureToStartStopsAndForgetsTheWatcherThatFailed) {
+  configure();
+  diary.fails_to_start = true;
+  EXPECT_THROW(controller.start_watcher(), std::runtime_error);
+  diary.fails_to_start = false;
+  diary.lines.clear();
+  controller.start_watcher();
+  EXPECT_THAT(diary.lines, ElementsAre("stop", "gone", "derive: Watcher stopped", "made", "start",
+                                       "derive: Watcher started, running"));
+}
+
+TEST_F(WatcherControl, ARestartWhoseOldWatcherFailsToStopStartsTheNewOneAllTheSame) {
+  configure();
+  controller.start_watcher();
+  diary.lines.clear();
+  diary.fails_to_stop = true;
+  EXPECT_NO_THROW(controller.start_watcher());
+  EXPECT_THAT(diary.lines, ElementsAre("stop", "gone", "derive: Watcher stopped", "made", "start",
+                                       "derive: Watcher started, running"));
+  EXPECT_TRUE(controller.is_watcher_running());
+  EXPECT_EQ(controller.state.message, "Watcher started");
+  EXPECT_EQ(controller.state.error, std::nullopt);
+}
+
 TEST_F(WatcherControl, StopWithNoWatcherSaysStoppedTwiceWhenCalledTwice) {
   controller.state.watcher_running = true;
   controller.stop_watcher();
@@ -212,7 +237,9 @@ TEST_F(WatcherControl, AFailingStopIsIgnoredAndTheWatcherForgotten) {
   configure();
   controller.start_watcher();
   diary.fails_to_stop = true;
+  const LogCapture log;
   EXPECT_NO_THROW(controller.stop_watcher());
+  EXPECT_THAT(log.lines(), ElementsAre("debug: Controller.stop_watcher: no stop"));
   EXPECT_EQ(controller._watcher, nullptr);
   EXPECT_FALSE(controller.is_watcher_running());
   EXPECT_EQ(controller.state.message, "Watcher stopped");

@@ -67,22 +67,23 @@ struct InputKind {
 constexpr InputKind captures{"set_batch_input_folder", "batch input folder", "HDR_*.INF files", "HDR files"};
 constexpr InputKind images{"set_batch_input_image_folder", "batch input image folder", "image files", "image files"};
 
+/// @param folder  a copy: the caller's may be a field of the state that the reset clears.
 template <typename Search>
-void set_input_folder(Controller& controller, const InputKind& kind, const std::optional<Path>& folder,
-                      const Search& search) {
+void set_input_folder(Controller& controller, const InputKind& kind, std::optional<Path> folder, const Search& search) {
   AppState& state = controller.state;
   const std::string text = folder_text(folder);
   logger.info(fmt::format("Controller.{}: Setting {} to {}", kind.operation, kind.folder_kind, text));
   if (state.batch_input_folder != folder) state.reset_system_state();
   // What was selected by hand goes also when the folder is the one it was.
   if (is_given(state.current_file) || is_given(state.current_folder)) state.reset_system_state();
-  state.batch_input_folder = folder;
-  state.message = is_given(folder) ? "Batch input folder set: " + text : "No batch input folder selected";
+  state.batch_input_folder = std::move(folder);
+  const bool is_chosen = is_given(state.batch_input_folder);
+  state.message = is_chosen ? "Batch input folder set: " + text : "No batch input folder selected";
   state.error.reset();
   state.batch_file_list.emplace();
-  if (is_given(folder)) {
+  if (is_chosen) {
     try {
-      state.batch_file_list = search(*folder);
+      state.batch_file_list = search(*state.batch_input_folder);
       logger.info(
           fmt::format("Found {} {} in batch folder: {}", state.batch_file_list->size(), kind.files_found, text));
     } catch (...) {

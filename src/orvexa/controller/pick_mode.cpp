@@ -52,6 +52,8 @@ ImageViewer* Controller::_get_image_viewer() const {
   return nullptr;
 }
 
+// A panel that is locked or unlocked may register further panels, so the loops of the next two go by index.
+
 void Controller::enter_pick_mode(const model::Interaction& interaction, const std::string& operation_key,
                                  PickCallback callback, int existing_count) {
   logger.info(fmt::format("Controller.enter_pick_mode: mode={} op={}", interaction.mode, operation_key));
@@ -64,8 +66,9 @@ void Controller::enter_pick_mode(const model::Interaction& interaction, const st
     viewer->set_pick_cursor();
     viewer->setFocus();
   }
-  for (Panel* panel : _ui_panels) {
-    if (dynamic_cast<HasImageViewer*>(panel) == nullptr) panel->setEnabled(false);
+  for (std::size_t i = 0; i < _ui_panels.size(); ++i) {
+    Panel& panel = *_ui_panels[i];
+    if (dynamic_cast<HasImageViewer*>(&panel) == nullptr) panel.setEnabled(false);
   }
   events.pick_mode_changed.emit(true);
 }
@@ -77,7 +80,7 @@ void Controller::exit_pick_mode(const std::optional<ViewerGeometry>& geometry) {
     viewer->set_active_tool("pan_zoom");
     viewer->restore_cursor();
   }
-  for (Panel* panel : _ui_panels) panel->setEnabled(true);
+  for (std::size_t i = 0; i < _ui_panels.size(); ++i) _ui_panels[i]->setEnabled(true);
   events.pick_mode_changed.emit(false);
 
   // Last, because the callback may enter pick mode again.
