@@ -1,5 +1,5 @@
 # Targets for the libraries whose Debian packages bring no CMake configuration of their own: OpenCV's core and imgproc
-# (the configuration is only in the package of all of OpenCV), turbojpeg, libexif, libsigc++ and the ordered map.
+# (the configuration is only in the package of all of OpenCV), turbojpeg, libexif, ISA-L, libsigc++ and the ordered map.
 include(FindPackageHandleStandardArgs)
 include(CMakeFindDependencyMacro)
 
@@ -27,6 +27,7 @@ _orvexa_library(orvexa_libraries::opencv_core opencv2/core.hpp opencv_core PATH_
 _orvexa_library(orvexa_libraries::opencv_imgproc opencv2/imgproc.hpp opencv_imgproc PATH_SUFFIXES opencv4)
 _orvexa_library(orvexa_libraries::turbojpeg turbojpeg.h turbojpeg)
 _orvexa_library(orvexa_libraries::exif libexif/exif-data.h exif)
+_orvexa_library(orvexa_libraries::isal isa-l/igzip_lib.h isal)
 _orvexa_library(orvexa_libraries::ordered_map tsl/ordered_map.h "")
 
 # libsigc++ keeps a generated header beside its library, so pkg-config is the one that knows where.

@@ -1,54 +1,60 @@
 #include "orvexa/model/codecs/deflate_piece.h"
 
-#include <zlib.h>
+#include <isa-l/igzip_lib.h>
 
 #include <cstddef>
-#include <memory>
-#include <new>
+#include <limits>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace orvexa::model::codecs {
 
 namespace {
 
-bool mostly_repeats(std::span<const std::uint8_t> bytes) {
-  std::size_t repeats = 0;
-  for (std::size_t i = 1; i < bytes.size(); ++i) repeats += bytes[i] == bytes[i - 1] ? 1 : 0;
-  return repeats > bytes.size() / 2;
+/// How many bytes the stream may take for so many: stored blocks of at most 64 KiB, each with five bytes before it, and
+/// the ends of the piece and of its last block.
+std::size_t most_bytes(std::size_t size) {
+  return size + (size / 32768 + 1) * 5 + 1024;
 }
 
 }  // namespace
 
 common::Bytes deflate_piece(std::span<const std::uint8_t> bytes, bool is_last) {
-  constexpr int level = 1;
-  constexpr int raw_stream = -15;
-  constexpr int most_memory = 9;
-  z_stream stream{};
-  if (deflateInit2(&stream, level, Z_DEFLATED, raw_stream, most_memory,
-                   mostly_repeats(bytes) ? Z_RLE : Z_HUFFMAN_ONLY) != Z_OK) {
-    throw std::bad_alloc();
+  if (bytes.size() > std::numeric_limits<std::uint32_t>::max() / 2) {
+    throw std::invalid_argument("A piece of a deflate stream holds 2 GiB at most.");
   }
-  const std::unique_ptr<z_stream, decltype(&deflateEnd)> end(&stream, &deflateEnd);
-  constexpr std::size_t end_of_piece = 16;
-  common::Bytes out(deflateBound(&stream, static_cast<uLong>(bytes.size())) + end_of_piece);
-  stream.next_in = const_cast<Bytef*>(bytes.data());
-  stream.avail_in = static_cast<uInt>(bytes.size());
-  stream.next_out = reinterpret_cast<Bytef*>(out.data());
-  stream.avail_out = static_cast<uInt>(out.size());
-  const int status = deflate(&stream, is_last ? Z_FINISH : Z_FULL_FLUSH);
-  if (status != (is_last ? Z_STREAM_END : Z_OK) || stream.avail_in != 0 || stream.avail_out == 0) {
-    throw std::logic_error("A piece of a deflate stream did not fit: zlib says " + std::to_string(status) + ".");
+  std::vector<std::uint8_t> workspace(ISAL_DEF_LVL1_DEFAULT);
+  isal_zstream stream{};
+  isal_deflate_init(&stream);
+  stream.level = 1;
+  stream.level_buf = workspace.data();
+  stream.level_buf_size = static_cast<std::uint32_t>(workspace.size());
+  stream.gzip_flag = IGZIP_DEFLATE;
+  stream.flush = is_last ? NO_FLUSH : FULL_FLUSH;
+  stream.end_of_stream = is_last ? 1 : 0;
+  common::Bytes out(most_bytes(bytes.size()));
+  stream.next_in = const_cast<std::uint8_t*>(bytes.data());
+  stream.avail_in = static_cast<std::uint32_t>(bytes.size());
+  stream.next_out = reinterpret_cast<std::uint8_t*>(out.data());
+  stream.avail_out = static_cast<std::uint32_t>(out.size());
+  const int status = isal_deflate(&stream);
+  if (status != COMP_OK || stream.avail_in != 0 || stream.avail_out == 0) {
+    throw std::logic_error("A piece of a deflate stream did not fit: ISA-L says " + std::to_string(status) + ".");
   }
   out.resize(stream.total_out);
   return out;
+}
+
+std::uint32_t adler32(std::span<const std::uint8_t> bytes) {
+  return isal_adler32(1, bytes.data(), bytes.size());
 }
 
 common::Bytes zlib_stream(std::span<const std::uint8_t> bytes) {
   common::Bytes out{std::byte{0x78}, std::byte{0x01}};  // deflate with a window of 32 KiB; quickest level
   const common::Bytes piece = deflate_piece(bytes, true);
   out.insert(out.end(), piece.begin(), piece.end());
-  const auto adler = static_cast<std::uint32_t>(adler32_z(1, bytes.data(), bytes.size()));
+  const std::uint32_t adler = adler32(bytes);
   for (const int shift : {24, 16, 8, 0}) out.push_back(static_cast<std::byte>(adler >> shift & 0xff));
   return out;
 }

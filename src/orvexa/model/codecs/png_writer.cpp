@@ -1,5 +1,6 @@
 // Writes PNG files: rows are filtered, compressed and checked stripe by stripe on several threads. Where a stripe ends
 // depends on the picture's size alone, so a picture is the same file whatever the number of threads.
+#include <isa-l/crc.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -41,8 +42,8 @@ void append_chunk(common::Bytes& to, std::string_view type, std::span<const std:
   const std::size_t checked = to.size();
   append(to, common::as_byte_span(type));
   append(to, content);
-  append_number(to, static_cast<std::uint32_t>(
-                        crc32_z(0, reinterpret_cast<const Bytef*>(to.data() + checked), to.size() - checked)));
+  append_number(to,
+                crc32_gzip_refl(0, reinterpret_cast<const std::uint8_t*>(to.data() + checked), to.size() - checked));
 }
 
 /// A stretch of the file: its rows as one chunk of pixels.
@@ -67,7 +68,7 @@ Stripe make_stripe(const Layout& layout, Filter filter, int y0, int y1, const Wr
   if (y0 == 0) packed = {std::byte{0x78}, std::byte{0x01}};  // RFC 1950: deflate, a window of 32 KiB, quickest level
   append(packed, codecs::deflate_piece(filtered, y1 == layout.shape.height));
   Stripe stripe;
-  stripe.adler = adler32_z(1, filtered.data(), filtered.size());
+  stripe.adler = codecs::adler32(filtered);
   stripe.filtered_bytes = filtered.size();
   append_chunk(stripe.chunk, "IDAT", packed);
   return stripe;
