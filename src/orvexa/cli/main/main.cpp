@@ -1,5 +1,7 @@
 #include "orvexa/cli/command_line.h"
+#include "orvexa/common/memory.h"
 
 int main(int argc, char** argv) {
+  orvexa::common::use_few_memory_pools();
   return orvexa::cli::run_command_line(argc, argv);
 }

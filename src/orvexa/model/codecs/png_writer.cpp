@@ -164,12 +164,19 @@ common::Bytes encode_rgb_png(Shape shape, const std::function<void(int y, std::u
 common::Bytes encode_mask_png(const Mask& mask, const RunContext& context) {
   const auto row_bytes = static_cast<std::size_t>((mask.shape().width + 7) / 8);
   const Layout layout{.shape = mask.shape(), .bits = 1, .row_bytes = row_bytes};
+  std::vector<std::uint8_t> bits(static_cast<std::size_t>(mask.shape().height) * row_bytes);
+  const auto row_of_bits = [&](int y) { return bits.data() + static_cast<std::size_t>(y) * row_bytes; };
+  for_each_stripe(mask.shape().height, mask.shape().width, context, [&](int y0, int y1) {
+    for (int y = y0; y < y1; ++y) pack_row(mask.row(y), row_of_bits(y));
+  });
   return png_of(layout, Filter::up, context, [&](int y, std::uint8_t* filtered) {
-    pack_row(mask.row(y), filtered);
-    if (y == 0) return;
-    std::vector<std::uint8_t> above(row_bytes);
-    pack_row(mask.row(y - 1), above.data());
-    for (std::size_t i = 0; i < row_bytes; ++i) filtered[i] = static_cast<std::uint8_t>(filtered[i] - above[i]);
+    const std::uint8_t* row = row_of_bits(y);
+    if (y == 0) {
+      std::copy(row, row + row_bytes, filtered);
+      return;
+    }
+    const std::uint8_t* above = row_of_bits(y - 1);
+    for (std::size_t i = 0; i < row_bytes; ++i) filtered[i] = static_cast<std::uint8_t>(row[i] - above[i]);
   });
 }
 

@@ -215,25 +215,25 @@ OutputFile tiff_file(Path path, const Image& image) {
           .content = [image](const RunContext& context) { return encode_tiff(image, context); }};
 }
 
-/// The number of the region at each pixel, 0 where there is none: 16-bit as long as the numbers fit.
-Image region_image(const RegionSet& regions, const RunContext& context) {
-  const Shape shape = regions.shape();
-  const bool fits = regions.regions().size() <= std::numeric_limits<std::uint16_t>::max();
-  cv::Mat numbers(shape.height, shape.width, fits ? CV_16UC1 : CV_32FC1);
-  for_each_stripe(shape.height, shape.width, context, [&](int y0, int y1) {
+template <typename T>
+Image region_numbers(const RegionSet& regions, const RunContext& context) {
+  const auto [height, width] = regions.shape();
+  cv::Mat numbers(height, width, cv::DataType<T>::type);
+  for_each_stripe(height, width, context, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) {
-      const auto mask = regions.mask().row(y);
-      for (int x = 0; x < shape.width; ++x) {
-        const int number = mask[static_cast<std::size_t>(x)] != 0 ? regions.region_at(y, x) + 1 : 0;
-        if (fits) {
-          numbers.at<std::uint16_t>(y, x) = static_cast<std::uint16_t>(number);
-        } else {
-          numbers.at<float>(y, x) = static_cast<float>(number);
-        }
-      }
+      const std::uint8_t* mask = regions.mask().row(y).data();
+      const std::int32_t* labels = regions.label_row(y).data();
+      T* out = numbers.ptr<T>(y);
+      for (int x = 0; x < width; ++x) out[x] = mask[x] != 0 ? static_cast<T>(labels[x]) : T{0};
     }
   });
   return Image(std::move(numbers));
+}
+
+/// The number of the region at each pixel, 0 where there is none: 16-bit as long as the numbers fit.
+Image region_image(const RegionSet& regions, const RunContext& context) {
+  const bool fits = regions.regions().size() <= std::numeric_limits<std::uint16_t>::max();
+  return fits ? region_numbers<std::uint16_t>(regions, context) : region_numbers<float>(regions, context);
 }
 
 void add_masks(const RunFindings& found, std::vector<OutputFile>& files) {

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Whether a batch of large captures keeps to its memory: two captures, their masks and one encoded image a thread.
 
-    benchmarks/batch_peak_memory.py [ORVEXA]     build/release/src/orvexa/orvexa by default
+    batch_peak_memory.py ORVEXA
 
 Runs `orvexa batch` on three captures of ten 16-bit bands of 20 megapixels each and looks at the greatest resident
 memory of the process. Exit code 1 when it is above the limit whose parts are printed. Needs 2 GB of disk below the
@@ -66,8 +66,9 @@ def write_captures(folder):
 
 
 def main():
-    program = pathlib.Path(sys.argv[1]) if len(sys.argv) > 1 else (
-        pathlib.Path(__file__).resolve().parent.parent / 'build' / 'release' / 'src' / 'orvexa' / 'orvexa')
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    program = pathlib.Path(sys.argv[1])
     folder = pathlib.Path(tempfile.mkdtemp(prefix='orvexa_memory_'))
     try:
         write_captures(folder)
