@@ -181,6 +181,43 @@ TEST(Batch, GivenAnOperationThatFails_ThenItsSentenceStandsOnceWithTheFilesAndTh
   EXPECT_THAT(column_of(batch.run_folder(), "area"), ElementsAre("30", "60", "90", "120", "150"));
 }
 
+TEST(Batch, GivenPicturesWithoutContrast_ThenTheEmptyMasksAreExplainedOnceAndInTheJsonDocument) {
+  BatchSetup batch(4);
+  batch.workflow = batch.folder.write("flat.yaml",
+                                      "title: Flat\n"
+                                      "mask_operations:\n"
+                                      "  - op: threshold_auto\n"
+                                      "    params: {band: MSP.RED}\n"
+                                      "result_operations:\n"
+                                      "  - op: area\n");
+  const std::string note = "no_contrast: all pixels have the same value in MSP.RED, so the mask is empty";
+  const Outcome outcome = batch();
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+  const std::string first = (batch.captures / "HDR_plot_0001.INF").string();
+  EXPECT_THAT(outcome.out, testing::StartsWith("Warnings about masks:\n  mask step 1 (threshold_auto): " + note +
+                                               ".\n    4 files: " + first + ", "));
+  EXPECT_THAT(outcome.out, HasSubstr("HDR_plot_0003.INF and 1 more\n\nWorkflow "));
+  batch.output = batch.folder / "json";
+  const common::Value notes = batch({"--json"}).json().at("mask_notes");
+  ASSERT_EQ(notes.size(), 4u);
+  EXPECT_EQ(notes.at(0), (common::Value{{"file", first}, {"step", 0}, {"op", "threshold_auto"}, {"note", note}}));
+}
+
+TEST(Batch, GivenAStepThatRemarksTheLevelItFound_ThenThatIsNoWarningButInTheJsonDocument) {
+  BatchSetup batch(1);
+  batch.workflow = batch.folder.write("otsu.yaml",
+                                      "title: Flat\n"
+                                      "mask_operations:\n"
+                                      "  - op: threshold_auto\n"
+                                      "    params: {band: MSP.NIR}\n"
+                                      "result_operations:\n"
+                                      "  - op: area\n");
+  EXPECT_THAT(batch().out, testing::StartsWith("Workflow "));
+  batch.output = batch.folder / "json";
+  EXPECT_THAT(batch({"--json"}).json().at("mask_notes").at(0).at("note").get<std::string>(),
+              HasSubstr("level 1000 counts"));
+}
+
 TEST(Batch, GivenAWorkflowOfMasksAlone_ThenTheyAreWrittenAndARemarkSaysThatNothingIsMeasured) {
   BatchSetup batch(1);
   batch.workflow = batch.folder.write("masks.yaml", "title: Masks\nmask_operations:\n  - op: threshold_auto\n");

@@ -382,6 +382,24 @@ TEST_F(BatchRunTest, OperationErrorsAreThoseThatArePresentEvenWhenEmptyAndTheFil
 // ---- Rows of the combined table
 // -------------------------------------------------------------------------------------
 
+TEST_F(BatchRunTest, WhatMaskStepsRemarkIsHandedOnWithItsFileButIsNoPartOfTheMap) {
+  executor.on_run = [](const model::Executor::Run& run) {
+    model::RunOutput output = output_of(run);
+    if (run.capture_name == "HDR_b") output.mask_notes = {{.step = 0, .op = "erode", .text = "no_region: all is gone"}};
+    return output;
+  };
+  std::vector<std::size_t> told;
+  const BatchSummary summary = run(
+      {.batch_file_done =
+           [&](const BatchFileEntry& entry) { told.push_back(std::get<BatchFileSuccess>(entry).mask_notes.size()); }},
+      {"in/HDR_a.INF", "in/HDR_b.INF"});
+  EXPECT_THAT(told, ElementsAre(0, 1));
+  EXPECT_THAT(summary.successful_files.at(0).mask_notes, IsEmpty());
+  ASSERT_EQ(summary.successful_files.at(1).mask_notes.size(), 1U);
+  EXPECT_EQ(summary.successful_files[1].mask_notes[0].text, "no_region: all is gone");
+  EXPECT_FALSE(summary.to_value().at("successful_files").at(1).contains("mask_notes"));
+}
+
 TEST_F(BatchRunTest, ARowARegionHoldsNameRegionDateTimeAndMetricsButBins) {
   model::CaptureHeader header;
   header.date = "2019-05-21";

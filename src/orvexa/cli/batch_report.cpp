@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "orvexa/cli/console.h"
+#include "orvexa/cli/mask_notes.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/text.h"
@@ -47,20 +48,49 @@ std::string names_text(const std::vector<std::string>& files) {
   return text;
 }
 
-/// Files that say the same of the same operation share its sentence.
+using FilesBySentence = common::OrderedMap<std::vector<std::string>>;
+
+/// Files of which the same is said share its sentence.
+std::string sentences_text(const std::string& title, const FilesBySentence& files_by_sentence) {
+  std::string text;
+  for (const auto& [sentence, files] : files_by_sentence) {
+    text += fmt::format("  {}\n    {}: {}\n", sentence, count_text(files.size(), "file"), names_text(files));
+  }
+  return text.empty() ? text : title + ":\n" + text + "\n";
+}
+
 std::string operation_errors_text(const std::vector<BatchFileSuccess>& successful) {
-  common::OrderedMap<std::vector<std::string>> files_by_sentence;
+  FilesBySentence files_by_sentence;
   for (const BatchFileSuccess& success : successful) {
     for (const auto& [operation, error] : success.operation_errors) {
       files_by_sentence[common::visible_text(operation_sentence(operation, error))].push_back(
           common::visible_text(success.file));
     }
   }
-  std::string text;
-  for (const auto& [sentence, files] : files_by_sentence) {
-    text += fmt::format("  {}\n    {}: {}\n", sentence, count_text(files.size(), "file"), names_text(files));
+  return sentences_text("Failed operations", files_by_sentence);
+}
+
+/// Without what is no more than a remark, such as the level that a step found.
+std::string mask_warnings_text(const std::vector<BatchFileSuccess>& successful) {
+  FilesBySentence files_by_sentence;
+  for (const BatchFileSuccess& success : successful) {
+    for (const model::MaskNote& note : success.mask_notes) {
+      if (!is_warning(note)) continue;
+      files_by_sentence[common::visible_text(note_sentence(note))].push_back(common::visible_text(success.file));
+    }
   }
-  return text.empty() ? text : "Failed operations:\n" + text + "\n";
+  return sentences_text("Warnings about masks", files_by_sentence);
+}
+
+common::Value mask_notes_document(const std::vector<BatchFileSuccess>& successful) {
+  common::Value list = common::Value::array();
+  for (const BatchFileSuccess& success : successful) {
+    for (const model::MaskNote& note : success.mask_notes) {
+      list.push_back(
+          {{"file", success.file}, {"step", note.step}, {"op", note.op}, {"note", common::to_valid_utf8(note.text)}});
+    }
+  }
+  return list;
 }
 
 std::string numbers_text(const BatchOutcome& outcome) {
@@ -132,7 +162,9 @@ std::string operation_errors_text(const BatchFileSuccess& success) {
 }
 
 std::string batch_report_text(const BatchOutcome& outcome) {
-  return failures_text(outcome) + operation_errors_text(outcome.summary.successful_files) + numbers_text(outcome);
+  const std::vector<BatchFileSuccess>& successful = outcome.summary.successful_files;
+  return failures_text(outcome) + operation_errors_text(successful) + mask_warnings_text(successful) +
+         numbers_text(outcome);
 }
 
 common::Value batch_report_document(const BatchOutcome& outcome) {
@@ -140,6 +172,7 @@ common::Value batch_report_document(const BatchOutcome& outcome) {
   for (common::Value& failure : document.at("failed_files")) {
     failure["reason"] = outcome.reasons.at(failure.at("file").get<std::string>());
   }
+  document["mask_notes"] = mask_notes_document(outcome.summary.successful_files);
   document["not_reached"] = outcome.not_reached();
   document["done_before"] = outcome.taken_over;
   document["interrupted"] = outcome.is_interrupted;

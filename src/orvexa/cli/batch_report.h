@@ -29,7 +29,7 @@ struct BatchOutcome {
 /// What the operations that failed say, one after another; empty when none did.
 [[nodiscard]] std::string operation_errors_text(const controller::BatchFileSuccess& success);
 
-/// Failures, operation errors, and a table of the numbers.
+/// Failures, operation errors, warnings about masks, and a table of the numbers.
 [[nodiscard]] std::string batch_report_text(const BatchOutcome& outcome);
 
 /// The summary map, with what else `BatchOutcome` knows.

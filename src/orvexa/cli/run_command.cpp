@@ -4,6 +4,7 @@
 
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/interrupt.h"
+#include "orvexa/cli/mask_notes.h"
 #include "orvexa/cli/run_part.h"
 #include "orvexa/cli/session.h"
 #include "orvexa/cli/workflow_problems.h"
@@ -83,13 +84,6 @@ common::Value notes_document(const std::vector<model::MaskNote>& notes) {
   return list;
 }
 
-/// Whether a note says why pixels are missing: it begins with a code such as "no_contrast: ".
-bool is_warning(const model::MaskNote& note) {
-  const std::size_t end = note.text.find_first_not_of("abcdefghijklmnopqrstuvwxyz_");
-  return end != std::string::npos && note.text.substr(0, end).find('_') != std::string::npos &&
-         note.text.substr(end).starts_with(": ");
-}
-
 std::size_t region_count(const model::ResultMap& results) {
   std::size_t count = 0;
   for (const auto& [key, result] : results) count = std::max(count, result.regions.size());
@@ -134,8 +128,7 @@ int run_command(Console& console, const GivenWords& given) {
   }
 
   for (const model::MaskNote& note : controller.state.last_mask_notes) {
-    if (!is_warning(note)) continue;
-    console.remark(fmt::format("mask step {} ({}): {}.", note.step + 1, note.op, note.text));
+    if (is_warning(note)) console.remark(note_sentence(note));
   }
   const model::ResultMap& results = controller.state.last_results.value();
   bool has_failed = false;

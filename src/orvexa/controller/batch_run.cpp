@@ -206,11 +206,12 @@ class BatchProcess {
     logger.info(fmt::format("Processing file {}/{}: {}", number, total, name));
     _state.message = fmt::format("Batch processing: {} ({}/{})", name, number, total);
     BatchJournalEntry entry{.file = file};
+    std::vector<model::MaskNote> mask_notes;
     try {
       const bool is_loaded = load(file);
       if (number < total) _controller._load_ahead(_run.selected_files[number], _run.cancel_event);
       if (is_loaded) {
-        measure(name, entry);
+        mask_notes = measure(name, entry);
       } else {
         entry.error = "Failed to load capture from: " + path_text(file);
         logger.error(entry.error);
@@ -221,7 +222,7 @@ class BatchProcess {
       logger.error(entry.error);
       logger.exception(reason);
     }
-    record(entry);
+    record(entry, std::move(mask_notes));
   }
 
   /// Whether there is a capture now.
@@ -230,16 +231,17 @@ class BatchProcess {
     return _state.current_capture != nullptr;
   }
 
-  void measure(const std::string& name, BatchJournalEntry& entry) {
+  /// @return what the mask steps remarked.
+  std::vector<model::MaskNote> measure(const std::string& name, BatchJournalEntry& entry) {
     const std::shared_ptr<model::CaptureSet> capture = _state.current_capture;
     entry.content_sha256 = content_sha256(capture->sources);
     for (const model::SourceFile& source : capture->sources) entry.sources.push_back(source.path);
-    const model::RunOutput output = _controller.executor->run_and_save({.capture = capture,
-                                                                        .wf = _workflow,
-                                                                        .output_base_dir = _run_folder,
-                                                                        .capture_name = capture->name,
-                                                                        .progress_cb = _run.overlay_progress_cb,
-                                                                        .cancel_event = _run.cancel_event});
+    model::RunOutput output = _controller.executor->run_and_save({.capture = capture,
+                                                                  .wf = _workflow,
+                                                                  .output_base_dir = _run_folder,
+                                                                  .capture_name = capture->name,
+                                                                  .progress_cb = _run.overlay_progress_cb,
+                                                                  .cancel_event = _run.cancel_event});
     logger.info("Successfully processed: " + name);
     entry.operation_errors = operation_errors(output.bundle);
     if (!entry.operation_errors.empty()) {
@@ -254,15 +256,17 @@ class BatchProcess {
       add_unwritten(line);
     }
     entry.is_done = true;
+    return std::move(output.mask_notes);
   }
 
   /// Puts what became of a file into the summary, the table and the journal, and tells who wants to know.
-  void record(const BatchJournalEntry& entry) {
+  void record(const BatchJournalEntry& entry, std::vector<model::MaskNote> mask_notes) {
     std::optional<BatchFileEntry> told;
     if (entry.is_done) {
       told = _summary.successful_files.emplace_back(BatchFileSuccess{.file = entry.file.string(),
                                                                      .output_folder = entry.output_folder.string(),
-                                                                     .operation_errors = entry.operation_errors});
+                                                                     .operation_errors = entry.operation_errors,
+                                                                     .mask_notes = std::move(mask_notes)});
     } else {
       told = _summary.failed_files.emplace_back(BatchFileFailure{.file = entry.file.string(), .error = entry.error});
     }

@@ -8,6 +8,7 @@
 
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/value.h"
+#include "orvexa/model/entities/result_bundle.h"
 
 namespace orvexa::controller {
 
@@ -17,6 +18,8 @@ struct BatchFileSuccess {
   std::string output_folder;  ///< its results folder
   /// Result operation to the sentence that says why it failed; the others of the file are there.
   common::OrderedMap<std::string> operation_errors;
+  /// What its mask steps remarked, such as a picture without contrast. Not part of the map.
+  std::vector<model::MaskNote> mask_notes = {};
 };
 
 /// A file of a batch without results.
