@@ -81,15 +81,17 @@ TEST_F(BatchJournalTest, HasALineAboutTheRunAndALineAFile) {
     writer.add(done("/in/HDR_a.INF"));
     writer.add(failed("/in/b.png"));
   }
-  EXPECT_EQ(lines(), R"({"format": 1, "workflow": "Leaves", "workflow_sha256": "w1", )"
-                     R"("started": "2024-01-31T15:45:02+0100", "working_folder": )" +
-                         common::json_line(common::path_text(std::filesystem::current_path())) +
-                         R"(, "total": 2, "files": ["/in/HDR_a.INF", "/in/b.png"]}
+  EXPECT_EQ(
+      lines(),
+      R"({"format": 1, "workflow": "Leaves", "workflow_sha256": "w1", )"
+      R"("started": "2024-01-31T15:45:02+0100", "working_folder": )" +
+          common::json_line(common::path_text(std::filesystem::current_path())) +
+          R"(, "total": 2, "files": ["/in/HDR_a.INF", "/in/b.png"]}
 {"file": "/in/HDR_a.INF", "status": "done", "content_sha256": "c0ffee", "sources": ["/in/HDR_a.INF", "/in/a.tif"], )"
-                         R"("output_folder": "plot_a", "operation_errors": {"psii": "no image FM"}, "error": null, )"
-                         R"("rows": [{"Filename": "HDR_a.INF", "ROI": "ROI_1", "Date": "", "Time": "", "area": 6}]}
+          R"("output_folder": "plot_a", "operation_errors": {"psii": "no image FM"}, "error": null, "reason": null, )"
+          R"("rows": [{"Filename": "HDR_a.INF", "ROI": "ROI_1", "Date": "", "Time": "", "area": 6}]}
 {"file": "/in/b.png", "status": "failed", "content_sha256": "", "sources": [], "output_folder": "", )"
-                         R"("operation_errors": {}, "error": "it is torn", "rows": []}
+          R"("operation_errors": {}, "error": "it is torn", "reason": null, "rows": []}
 )");
 }
 
@@ -119,6 +121,19 @@ TEST_F(BatchJournalTest, IsReadAsItWasWritten) {
   EXPECT_EQ(a.operation_errors.at("psii"), "no image FM");
   EXPECT_EQ(table_text(a.rows), table_text(done("/in/HDR_a.INF").rows));
   EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(BatchJournalTest, TheReasonOfAFileThatCouldNotBeLoadedIsReadAsItWasWrittenAndMayBeAbsent) {
+  BatchJournalEntry entry = failed("/in/a.png", "Failed to load capture from: /in/a.png");
+  entry.reason = "Failed to load capture from /in/a.png: a.png: there is no such file.";
+  BatchJournalWriter(journal({"/in/a.png"})).add(entry);
+  const std::string written = R"("reason": "Failed to load capture from /in/a.png: a.png: there is no such file.", )";
+  const std::string text = lines();
+  ASSERT_THAT(text, HasSubstr(written));
+  EXPECT_EQ(controller::read_batch_journal(run_folder).entries.at(0).reason, entry.reason);
+  folder.write("batch_results_20240131154502/batch_journal.jsonl",
+               std::string(text).erase(text.find(written), written.size()));
+  EXPECT_EQ(controller::read_batch_journal(run_folder).entries.at(0).reason, "");
 }
 
 TEST_F(BatchJournalTest, EachLineIsThereBeforeTheNextFileIsBegun) {

@@ -88,6 +88,7 @@ TEST_F(BatchResumeTest, TheJournalHoldsTheRunAndEachFileWithItsContentAndRows) {
   const auto& b = journal.entries[1];
   EXPECT_FALSE(b.is_done);
   EXPECT_EQ(b.error, "Failed to load capture from: " + files[1].string());
+  EXPECT_EQ(b.reason, "Failed to load capture from " + files[1].string() + ": it is torn");
 }
 
 TEST_F(BatchResumeTest, GivenAJournalThatCannotBeWritten_ThenOneErrorLineSaysSoAndTheRunGoesOn) {

@@ -106,6 +106,7 @@ Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
           {"output_folder", path_value(recorded_folder(entry.output_folder, run_folder))},
           {"operation_errors", std::move(operation_errors)},
           {"error", entry.is_done ? Value() : Value(entry.error)},
+          {"reason", entry.reason.empty() ? Value() : Value(common::to_valid_utf8(entry.reason))},
           {"rows", std::move(rows)}};
 }
 
@@ -124,6 +125,9 @@ BatchJournalEntry entry_of(const Value& line, const Path& run_folder) {
     entry.operation_errors[operation] = error.get<std::string>();
   }
   if (!entry.is_done) entry.error = line.at("error").get<std::string>();
+  if (const auto reason = line.find("reason"); reason != line.end() && !reason->is_null()) {
+    entry.reason = reason->get<std::string>();
+  }
   for (const Value& cells : line.at("rows")) {
     BatchRow row;
     for (const auto& [name, value] : cells.items()) row[name] = value;

@@ -23,6 +23,7 @@ struct BatchJournalEntry {
   common::Path output_folder = {};         ///< its results, when it is done
   common::OrderedMap<std::string> operation_errors = {};
   std::string error = {};           ///< the sentence, when it failed
+  std::string reason = {};          ///< why it could not be loaded, when that is what failed
   std::vector<BatchRow> rows = {};  ///< its part of the combined table
 };
 

@@ -214,6 +214,7 @@ class BatchProcess {
         mask_notes = measure(name, entry);
       } else {
         entry.error = "Failed to load capture from: " + path_text(file);
+        entry.reason = _state.error.value_or("");
         logger.error(entry.error);
       }
     } catch (...) {
