@@ -97,5 +97,18 @@ TEST(Info, GivenAFileNameWithALineBreak_ThenTheSentenceStaysOnOneLine) {
   EXPECT_THAT(outcome.err, HasSubstr("two\\nlines\\x1b[2J.png"));
 }
 
+TEST(Info, GivenAFileThatIsNotThere_ThenTheSentenceNamesItOnceAsDoThoseOfRunAndPreview) {
+  const TemporaryFolder folder;
+  const std::string missing = folder / "HDR_no.INF";
+  const std::string workflow = write_leaf_workflow(folder);
+  for (const std::vector<std::string>& words : {std::vector<std::string>{"info", missing},
+                                                {"run", workflow, missing, "-o", folder / "out"},
+                                                {"preview", missing, "--op", "erode", "--mask", folder / "m.png"}}) {
+    const Outcome outcome = orvexa_command(words);
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.err, missing + ": there is no such file.\n");
+  }
+}
+
 }  // namespace
 }  // namespace orvexa::test

@@ -7,6 +7,7 @@
 
 #include "orvexa/cli/console.h"
 #include "orvexa/cli/mask_notes.h"
+#include "orvexa/cli/session.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/text.h"
@@ -17,10 +18,6 @@ namespace {
 
 using controller::BatchFileFailure;
 using controller::BatchFileSuccess;
-
-std::string without_prefix(const std::string& text, const std::string& prefix) {
-  return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
-}
 
 std::string operation_sentence(const std::string& operation, const std::string& error) {
   return error.starts_with(operation) ? error : operation + ": " + error;
@@ -142,15 +139,10 @@ int BatchOutcome::exit_code() const {
 
 std::string failure_sentence(const BatchFileFailure& failure, const std::string& load_error) {
   const std::filesystem::path file = failure.file;
-  const std::string name = common::path_text(file.filename());
-  std::string reason = without_prefix(failure.error, "Error processing " + name + ": ");
-  if (failure.error.starts_with("Failed to load capture from: ")) {
-    // The summary says no more than that; the reason is in the controller's state.
-    reason = without_prefix(load_error, "Failed to load capture from " + common::path_text(file) + ": ");
-  }
-  if (reason.starts_with(common::path_text(file) + ": ")) return reason;
-  const bool names_file = reason.starts_with(name + ": ") || reason.starts_with(name + ", line ");
-  return common::path_text(file) + (names_file ? reason.substr(name.size()) : ": " + reason);
+  // Of a load the summary says no more than that it failed; the reason is in the controller's state.
+  if (failure.error.starts_with("Failed to load capture from: ")) return load_failure_sentence(file, load_error);
+  const std::string prefix = fmt::format("Error processing {}: ", common::path_text(file.filename()));
+  return sentence_naming(file, failure.error.starts_with(prefix) ? failure.error.substr(prefix.size()) : failure.error);
 }
 
 std::string operation_errors_text(const BatchFileSuccess& success) {

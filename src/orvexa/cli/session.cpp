@@ -31,7 +31,21 @@ void save_workflow(controller::Controller& controller, const std::filesystem::pa
 
 void load_capture(controller::Controller& controller, const std::filesystem::path& file) {
   controller.load_capture_from_file(file);
-  if (!controller.state.current_capture) throw std::runtime_error(controller.state.error.value());
+  if (controller.state.current_capture) return;
+  throw std::runtime_error(load_failure_sentence(file, controller.state.error.value()));
+}
+
+std::string sentence_naming(const std::filesystem::path& file, const std::string& sentence) {
+  const std::string path = common::path_text(file);
+  if (sentence.starts_with(path + ": ") || sentence.starts_with(path + ", line ")) return sentence;
+  const std::string name = common::path_text(file.filename());
+  const bool names_file = sentence.starts_with(name + ": ") || sentence.starts_with(name + ", line ");
+  return path + (names_file ? sentence.substr(name.size()) : ": " + sentence);
+}
+
+std::string load_failure_sentence(const std::filesystem::path& file, const std::string& state_error) {
+  const std::string prefix = fmt::format("Failed to load capture from {}: ", common::path_text(file));
+  return sentence_naming(file, state_error.starts_with(prefix) ? state_error.substr(prefix.size()) : state_error);
 }
 
 LoggedFailure::LoggedFailure()
