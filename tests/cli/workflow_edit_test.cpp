@@ -71,6 +71,12 @@ TEST(WorkflowNew, GivenNoTitle_ThenItIsTheNameOfTheFile) {
   EXPECT_EQ(common::load_yaml(edit.file).at("title"), "seeds & leaves");
 }
 
+TEST(WorkflowNew, GivenAnEmptyTitle_ThenTheWorkflowHasNone) {
+  const Editor edit;
+  EXPECT_EQ(edit({"new", "--title", ""}).exit_code, 0);
+  EXPECT_EQ(common::load_yaml(edit.file).at("title"), "");
+}
+
 TEST(WorkflowNew, GivenAFileThatIsThere_ThenItStaysWithoutForceAndGoesWithIt) {
   const Editor edit;
   edit.folder.write(edit.file.filename().string(), "precious");

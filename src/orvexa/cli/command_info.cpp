@@ -9,7 +9,7 @@ namespace orvexa::cli {
 
 bool GivenWords::has(std::string_view name) const {
   const Slot& given = slot(name);
-  return !given.text.empty() || !given.texts.empty();
+  return given.is_set || !given.text.empty() || !given.texts.empty();
 }
 
 int GivenWords::whole_number(std::string_view option, int usual, int min, int max) const {

@@ -40,7 +40,8 @@ struct OptionInfo {
   WordKind kind = WordKind::text;
   std::vector<std::string> choices = {};  ///< what completion offers where only these are allowed
   bool is_required = false;
-  bool repeats = false;  ///< may be given more than once
+  bool repeats = false;       ///< may be given more than once
+  bool may_be_empty = false;  ///< an empty text is a value like any other
 };
 
 /// The words that the user gave a command, by the names of its arguments and options. A name that the command does not
@@ -50,10 +51,10 @@ class GivenWords {
   struct Slot {
     std::string text;
     std::vector<std::string> texts;  ///< of one that repeats
-    bool is_set = false;             ///< of a flag
+    bool is_set = false;             ///< of a flag or an option
   };
 
-  /// Whether there is a text that is not empty.
+  /// Whether the option was given; of an argument, whether there is a text that is not empty.
   [[nodiscard]] bool has(std::string_view name) const;
   /// Empty when it was left out.
   [[nodiscard]] const std::string& text(std::string_view name) const { return slot(name).text; }

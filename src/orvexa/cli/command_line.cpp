@@ -12,6 +12,7 @@
 #include <new>
 #include <optional>
 #include <span>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -41,6 +42,11 @@ class HelpFormatter : public CLI::Formatter {
   [[nodiscard]] std::string make_usage(const CLI::App* app, std::string) const override {
     return "Usage: " + usage_text(*commands.at(app)) + "\n";
   }
+};
+
+/// The option has an empty value: a variable of a script that was not set, most often.
+struct EmptyValue : std::runtime_error {
+  using std::runtime_error::runtime_error;
 };
 
 /// The library's parser for the commands of the table.
@@ -102,6 +108,10 @@ class Parser {
     if (option.value.empty()) return *made.add_flag(names, slot.is_set, option.help);
     CLI::Option& added = option.repeats ? *made.add_option(names, slot.texts, option.help)->allow_extra_args(false)
                                         : *made.add_option(names, slot.text, option.help);
+    added.each([&slot, &option](const std::string& value) {
+      if (value.empty() && !option.may_be_empty) throw EmptyValue(option.name);
+      slot.is_set = true;
+    });
     return *added.type_name(option.value);
   }
 
@@ -184,6 +194,9 @@ std::optional<std::string> parse(Parser& parser, int argc, char** argv) try {
   return version.what() + std::string("\n");
 } catch (const CLI::ExtrasError&) {
   throw UsageError(unexpected_argument_sentence(parser));
+} catch (const EmptyValue& option) {
+  const CommandInfo& command = parser.command_of(parser.chosen());
+  throw UsageError(fmt::format("{}: the value of {} is empty{}", full_name(command), option.what(), see_help(command)));
 } catch (const CLI::ArgumentMismatch& mismatch) {
   const CommandInfo& command = parser.command_of(parser.chosen());
   const std::string text = mismatch.what();
