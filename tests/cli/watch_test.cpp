@@ -147,6 +147,21 @@ TEST(Watch, GivenOnceAndAnOperationThatFails_ThenTheExitCodeIs1AndTheSentenceIsP
   EXPECT_THAT(watch.results(), ElementsAre("a"));
 }
 
+TEST(Watch, GivenAMaskThatBecameEmptyByItself_ThenTheWarningIsPrintedAndStandsInTheEvent) {
+  WatchSetup watch;
+  watch.workflow = watch.folder.write("auto.yaml",
+                                      "mask_operations:\n  - op: threshold_auto\n"
+                                      "result_operations:\n  - op: region_count\n");
+  watch.write_capture("a");
+  const std::string note = "no_contrast: all pixels have the same value in MSP.A, so the mask is empty";
+  const Outcome outcome = watch({"--once", "--json"});
+  EXPECT_EQ(outcome.exit_code, 0);
+  EXPECT_THAT(outcome.err, HasSubstr("HDR_a.INF: mask step 1 (threshold_auto): " + note + ".\n"));
+  const common::Value done = documents(outcome.out).at(2);
+  ASSERT_EQ(done.at("event"), "done");
+  EXPECT_EQ(done.at("mask_notes"), common::Value::array({{{"step", 0}, {"op", "threshold_auto"}, {"note", note}}}));
+}
+
 TEST(Watch, GivenImagesOrCaptures_ThenOnlyTheseAreTaken) {
   for (const bool takes_images : {true, false}) {
     const WatchSetup watch;

@@ -10,6 +10,7 @@
 
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/interrupt.h"
+#include "orvexa/cli/mask_notes.h"
 #include "orvexa/cli/workflow_problems.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/text.h"
@@ -101,6 +102,16 @@ std::string sentence_about(const std::string& file, const std::string& sentence)
   return names_file ? sentence : file + ": " + sentence;
 }
 
+/// What mask steps remarked about missing pixels.
+void say_warnings(Console& console, const std::string& file, const common::Value& notes) {
+  for (const common::Value& entry : notes) {
+    const model::MaskNote note{.step = entry.at("step").get<int>(),
+                               .op = entry.at("op").get<std::string>(),
+                               .text = entry.at("note").get<std::string>()};
+    if (is_warning(note)) console.remark(fmt::format("{}: {}.", file, note_sentence(note)));
+  }
+}
+
 void say(Console& console, const WatcherEvent& event) {
   const std::string file = common::visible_text(event.file);
   switch (event.kind) {
@@ -109,6 +120,7 @@ void say(Console& console, const WatcherEvent& event) {
       break;
     case Kind::done:
     case Kind::recovered:
+      if (event.details.contains("mask_notes")) say_warnings(console, file, event.details.at("mask_notes"));
       if (event.details.contains("operation_errors")) {
         for (const auto& [operation, sentence] : event.details.at("operation_errors").items()) {
           console.error(fmt::format("{}: {}: {}", file, operation, sentence.get<std::string>()));

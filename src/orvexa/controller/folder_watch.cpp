@@ -14,6 +14,7 @@
 #include "orvexa/controller/batch_journal.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/run_context.h"
+#include "orvexa/model/workflow/metrics_files.h"
 #include "orvexa/model/workflow/results_folder.h"
 
 namespace orvexa::controller {
@@ -157,7 +158,7 @@ void FolderWatch::finish_complete_runs() {
   for (const std::string& key : keys) {
     const JournalEntry& entry = *_journal->find(key);
     if (const auto folder = find_complete_folder(entry)) {
-      finish(entry.identity, *folder, Value::object(), Kind::recovered);
+      finish(entry.identity, *folder, {}, Kind::recovered);
     }
   }
 }
@@ -456,7 +457,7 @@ bool FolderWatch::is_done_already(const std::string& name, const CaptureIdentity
     return true;
   }
   const auto folder = find_complete_folder(*entry);
-  if (folder) finish(identity, *folder, Value::object(), Kind::recovered);
+  if (folder) finish(identity, *folder, {}, Kind::recovered);
   return folder.has_value();
 }
 
@@ -490,18 +491,18 @@ void FolderWatch::run(const CaptureIdentity& identity, const std::shared_ptr<mod
                                                           .capture_name = capture->name,
                                                           .progress_cb = {},
                                                           .cancel_event = &_cancel_event});
-  Value operation_errors = Value::object();
+  Remarks remarks{.mask_notes = model::mask_notes_document(output.mask_notes)};
   for (const auto& [operation, result] : output.bundle.results) {
-    if (result.error) operation_errors[operation] = common::to_valid_utf8(*result.error);
+    if (result.error) remarks.operation_errors[operation] = common::to_valid_utf8(*result.error);
   }
-  finish(identity, output.results_folder.filename().string(), operation_errors, Kind::done);
+  finish(identity, output.results_folder.filename().string(), remarks, Kind::done);
 }
 
-void FolderWatch::finish(const CaptureIdentity& identity, const std::string& folder, const Value& operation_errors,
+void FolderWatch::finish(const CaptureIdentity& identity, const std::string& folder, const Remarks& remarks,
                          WatcherEvent::Kind kind) {
   const CaptureIdentity own = identity;  // the journal may own the argument
   const MetricsRows metrics = read_metrics_rows(_output / folder);
-  _journal->record_done(own.key, folder, metrics.rows.size(), operation_errors);
+  _journal->record_done(own.key, folder, metrics.rows.size(), remarks.operation_errors);
   ++_status.done_since_start;
   solve(Topic::output, "Results can be written again.");
   try {
@@ -511,11 +512,14 @@ void FolderWatch::finish(const CaptureIdentity& identity, const std::string& fol
   } catch (...) {
     report_problem(Topic::table, "The running table cannot be written: " + failure_text());
   }
+  Value details = Value::object();
+  if (!remarks.operation_errors.empty()) details["operation_errors"] = remarks.operation_errors;
+  if (!remarks.mask_notes.empty()) details["mask_notes"] = remarks.mask_notes;
   tell({.kind = kind,
         .file = own.name,
         .folder = path_text(_output / folder),
         .text = kind == Kind::recovered ? "Its results were complete already." : "",
-        .details = operation_errors.empty() ? Value::object() : Value{{"operation_errors", operation_errors}}});
+        .details = std::move(details)});
 }
 
 void FolderWatch::note_failure(const std::string& name, Candidate& candidate, const std::string& key,

@@ -58,6 +58,11 @@ class FolderWatch {
     std::string error;     ///< of the last try
     bool is_reported = false;
   };
+  /// What a run said beside its numbers.
+  struct Remarks {
+    common::Value operation_errors = common::Value::object();  ///< {operation: sentence}
+    common::Value mask_notes = common::Value::array();         ///< as metrics.json has them
+  };
   using Queue = std::vector<std::pair<const std::string, Candidate>*>;
   /// What captures may have to wait for.
   enum class Topic { workflow, input, output, lock, program, table, status };
@@ -92,7 +97,7 @@ class FolderWatch {
   [[nodiscard]] CaptureIdentity identify(const Candidate& candidate) const;
   [[nodiscard]] std::shared_ptr<model::CaptureSet> load(const std::string& name, const Candidate& candidate) const;
   void run(const CaptureIdentity& identity, const std::shared_ptr<model::CaptureSet>& capture);
-  void finish(const CaptureIdentity& identity, const std::string& folder, const common::Value& operation_errors,
+  void finish(const CaptureIdentity& identity, const std::string& folder, const Remarks& remarks,
               WatcherEvent::Kind kind);
   void note_failure(const std::string& name, Candidate& candidate, const std::string& key, const std::string& error);
 

@@ -35,7 +35,8 @@ struct WatcherEvent {
     notice,      ///< what it takes from now on
     incomplete,  ///< a capture lacks files and nothing arrives any more
     running,     ///< a capture is worked on
-    done,        ///< its results are there; `details` has "operation_errors": {operation: sentence}
+    done,        ///< its results are there; `details` has "operation_errors": {operation: sentence} and "mask_notes":
+                 ///< [{"step", "op", "note"}], where there are any
     recovered,   ///< results that were complete when the watcher before this one ended
     retry,       ///< a capture failed and is tried again
     failed,      ///< a capture failed for the last time

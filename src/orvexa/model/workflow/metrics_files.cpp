@@ -123,6 +123,12 @@ OrderedMap<RegionResult> gather_regions(const std::vector<std::string>& names, c
   return regions;
 }
 
+Value mask_notes_document(const std::vector<MaskNote>& notes) {
+  Value list = Value::array();
+  for (const MaskNote& note : notes) list.push_back({{"step", note.step}, {"op", note.op}, {"note", note.text}});
+  return list;
+}
+
 Value metrics_document(const MetricsReport& report) {
   Value results = Value::object();
   for (const auto& [operation, result] : report.bundle.results) {
@@ -135,10 +141,6 @@ Value metrics_document(const MetricsReport& report) {
   for (const auto& [name, region] : report.regions) {
     regions.push_back({name, {{"metrics", region.metrics}, {"reasons", region.reasons}}});
   }
-  Value notes = Value::array();
-  for (const MaskNote& note : report.mask_notes) {
-    notes.push_back({{"step", note.step}, {"op", note.op}, {"note", note.text}});
-  }
   return {{"format", 1},
           {"capture", report.capture_name},
           {"date", report.date},
@@ -146,7 +148,7 @@ Value metrics_document(const MetricsReport& report) {
           {"workflow", report.workflow_title},
           {"results", std::move(results)},
           {"regions", std::move(regions)},
-          {"mask_notes", std::move(notes)}};
+          {"mask_notes", mask_notes_document(report.mask_notes)}};
 }
 
 std::string metrics_table(const MetricsReport& report) {

@@ -32,6 +32,9 @@ void drop_values_that_are_no_numbers(OperationResult& result);
 [[nodiscard]] common::OrderedMap<RegionResult> gather_regions(const std::vector<std::string>& names,
                                                               const ResultBundle& bundle);
 
+/// [{"step", "op", "note"}, ...], as they stand in metrics.json.
+[[nodiscard]] common::Value mask_notes_document(const std::vector<MaskNote>& notes);
+
 /// The content of metrics.json:
 /// {"format": 1, "capture", "date", "time", "workflow": title,
 ///  "results": {operation: {"metrics", "units", "reasons", "error": sentence or null}},
