@@ -157,7 +157,8 @@ TEST_F(FolderWatchTest, GivenAHeader_ThenOnlyCapturesAreTakenFromThenOnAndTheSta
             "The input folder holds or has held headers HDR_*.INF, so ordinary images that no header names (1 now) are "
             "left alone; --images takes these instead.");
   EXPECT_THAT(texts_of(Kind::notice),
-              ElementsAre("The input folder holds headers HDR_*.INF now: from here on only captures are taken."));
+              ElementsAre("The input folder holds headers HDR_*.INF now: from here on only captures are taken.",
+                          status().notice.value()));
 
   // Also when the header has gone, and over a restart.
   std::filesystem::remove(in / "HDR_plot.INF");
@@ -166,6 +167,48 @@ TEST_F(FolderWatchTest, GivenAHeader_ThenOnlyCapturesAreTakenFromThenOnAndTheSta
   poll(3);
   EXPECT_EQ(loads, 0);
   EXPECT_EQ(status().takes, "captures");
+  EXPECT_THAT(texts_of(Kind::notice), ElementsAre(status().notice.value())) << "a new watch tells it too";
+}
+
+TEST_F(FolderWatchTest, GivenImagesThatAreLeftAlone_ThenItIsToldOnceWhateverTheirNumberAndAgainWhenItIsSoAgain) {
+  write_capture("plot");
+  write_picture("photo_1.png");
+  EXPECT_FALSE(poll());
+  EXPECT_THAT(texts_of(Kind::notice), IsEmpty()) << "its header may be on the way";
+  poll();
+  ASSERT_THAT(texts_of(Kind::notice), SizeIs(1));
+  EXPECT_THAT(texts_of(Kind::notice)[0], HasSubstr("that no header names (1 now) are left alone"));
+  write_picture("photo_2.png");
+  poll(3);
+  EXPECT_THAT(texts_of(Kind::notice), SizeIs(1));
+  EXPECT_THAT(status().notice.value(), HasSubstr("(2 now)"));
+  for (const char* name : {"photo_1.png", "photo_2.png"}) std::filesystem::remove(in / name);
+  poll(2);
+  write_picture("photo_1.png");
+  poll(2);
+  EXPECT_THAT(texts_of(Kind::notice), SizeIs(2));
+}
+
+TEST_F(FolderWatchTest, GivenAPictureThatLacksItsHeaderForOnePoll_ThenNothingIsSaidAboutIt) {
+  write_capture("first");
+  poll(2);
+  write_picture("plot_A.png");
+  poll();
+  write_header("plot", {"plot_A.png"});
+  poll(3);
+  EXPECT_THAT(files_of(Kind::done), ElementsAre("HDR_first.INF", "HDR_plot.INF"));
+  EXPECT_THAT(texts_of(Kind::notice), IsEmpty());
+}
+
+TEST_F(FolderWatchTest, GivenOnceAndNothingButWhatIsLeftAlone_ThenItIsToldBeforeTheEnd) {
+  arguments.once = true;
+  arguments.search = controller::WatcherSearch::images;
+  write_capture("plot");
+  EXPECT_FALSE(poll());
+  EXPECT_TRUE(poll());
+  EXPECT_THAT(texts_of(Kind::notice),
+              ElementsAre("Captures with a header HDR_*.INF and their images are left alone, because only images are "
+                          "taken."));
 }
 
 TEST_F(FolderWatchTest, GivenAPictureThatArrivesBeforeItsHeader_ThenItIsNotRunAsAPhotograph) {

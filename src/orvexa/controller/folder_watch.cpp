@@ -276,21 +276,38 @@ void FolderWatch::choose_search(const std::vector<FoundFile>& found) {
   const bool takes_captures = _arguments.search == WatcherSearch::captures ||
                               (_arguments.search == WatcherSearch::automatic && _journal->takes_captures_only());
   _status.takes = takes_captures ? "captures" : "images";
-  _status.notice.reset();
-  if (takes_captures && _arguments.search == WatcherSearch::automatic && headers < found.size()) {
-    const auto parts = images_of_headers(found);
-    const auto left_alone = std::count_if(found.begin(), found.end(), [&](const FoundFile& file) {
-      return !file.is_header && !parts.contains(file.name);
-    });
-    if (left_alone > 0) {
-      _status.notice = fmt::format(
-          "The input folder holds or has held headers HDR_*.INF, so ordinary images that no header names ({} now) are "
-          "left alone; --images takes these instead.",
-          left_alone);
-    }
-  } else if (!takes_captures && headers > 0) {
-    _status.notice = "Captures with a header HDR_*.INF and their images are left alone, because only images are taken.";
+  take_notice(notice_about(found, headers));
+}
+
+std::optional<std::string> FolderWatch::notice_about(const std::vector<FoundFile>& found, std::size_t headers) {
+  if (_status.takes == "images") {
+    if (headers == 0) return std::nullopt;
+    return "Captures with a header HDR_*.INF and their images are left alone, because only images are taken.";
   }
+  if (_arguments.search == WatcherSearch::captures || headers == found.size()) return std::nullopt;
+  const auto parts = images_of_headers(found);
+  const auto left_alone = std::count_if(
+      found.begin(), found.end(), [&](const FoundFile& file) { return !file.is_header && !parts.contains(file.name); });
+  if (left_alone == 0) return std::nullopt;
+  return fmt::format(
+      "The input folder holds or has held headers HDR_*.INF, so ordinary images that no header names ({} now) are "
+      "left alone; --images takes these instead.",
+      left_alone);
+}
+
+void FolderWatch::take_notice(std::optional<std::string> notice) {
+  const auto is_about_the_same = [&](const std::optional<std::string>& other) {
+    return notice && other && differ_in_numbers_only(*notice, *other);
+  };
+  // Told only when it stands at two polls: an image that arrives shortly before its header is not left alone.
+  const bool is_resting = is_about_the_same(_status.notice);
+  const bool is_told = is_about_the_same(_told_notice);
+  _status.notice = std::move(notice);
+  if (is_told) return;
+  _told_notice.reset();
+  if (!is_resting) return;
+  _told_notice = _status.notice;
+  tell({.kind = Kind::notice, .text = *_status.notice});
 }
 
 std::unordered_set<std::string> FolderWatch::images_of_headers(const std::vector<FoundFile>& found) {
@@ -584,7 +601,7 @@ bool FolderWatch::is_idle() {
   for (const Topic topic : {Topic::workflow, Topic::input, Topic::output, Topic::lock, Topic::program}) {
     if (_problems.contains(topic)) return true;
   }
-  if (_is_workflow_settling) return false;
+  if (_is_workflow_settling || _told_notice.has_value() != _status.notice.has_value()) return false;
   return std::all_of(_candidates.begin(), _candidates.end(), [](const auto& entry) {
     const Candidate& candidate = entry.second;
     return candidate.state != State::open || (candidate.is_settled && !candidate.capture.missing.empty());

@@ -79,6 +79,9 @@ class FolderWatch {
   [[nodiscard]] bool refresh_workflow();
   [[nodiscard]] bool refresh_candidates();
   void choose_search(const std::vector<FoundFile>& found);
+  /// A sentence about what is left alone.
+  [[nodiscard]] std::optional<std::string> notice_about(const std::vector<FoundFile>& found, std::size_t headers);
+  void take_notice(std::optional<std::string> notice);
   [[nodiscard]] std::vector<FoundFile> wanted(std::vector<FoundFile> found);
   /// Names of images that stand in a header of the input folder.
   [[nodiscard]] std::unordered_set<std::string> images_of_headers(const std::vector<FoundFile>& found);
@@ -125,6 +128,7 @@ class FolderWatch {
   std::map<std::string, Candidate> _candidates;  ///< by the name of the main file
   std::set<std::string> _names_at_first;         ///< what `once` is about
   bool _has_looked = false;
+  std::optional<std::string> _told_notice;  ///< while it stands
   std::unordered_map<std::string, std::pair<FileStamp, std::vector<std::string>>> _header_images;
 
   std::string _new_workflow_text;  ///< as it was at the last poll

@@ -32,7 +32,7 @@ struct WatcherEvent {
   enum class Kind {
     watching,    ///< it began
     taken_over,  ///< the one before it ended without saying so
-    notice,      ///< what it takes from now on
+    notice,      ///< what it takes from now on, or leaves alone
     incomplete,  ///< a capture lacks files and nothing arrives any more
     running,     ///< a capture is worked on
     done,        ///< its results are there; `details` has "operation_errors": {operation: sentence} and "mask_notes":
