@@ -145,6 +145,24 @@ TEST(Watch, GivenOnceAndAnOperationThatFails_ThenTheExitCodeIs1AndTheSentenceIsP
   EXPECT_TRUE(outcome.err.starts_with("HDR_a.INF: psii: ")) << outcome.err;
   EXPECT_THAT(outcome.err, HasSubstr("FLU"));
   EXPECT_THAT(watch.results(), ElementsAre("a"));
+  EXPECT_THAT(orvexa_command({"watch", "--status", watch.output.string()}).out,
+              HasSubstr("With errors   1 of these: an operation failed; the last:\n              HDR_a.INF: psii: "));
+}
+
+TEST(Watch, GivenOnceAndResultsWithAFailedOperationThatAKilledWatcherLeft_ThenTheExitCodeIs1) {
+  WatchSetup watch;
+  watch.workflow = watch.folder.write("psii.yaml", "result_operations:\n  - op: psii\n");
+  watch.write_capture("a");
+  ASSERT_EQ(watch().exit_code, 1);
+  // As after a kill between the name of the results folder and its record.
+  const std::string journal = read_all(watch.output / "watch_journal.jsonl");
+  const std::size_t done = journal.find("{\"event\": \"done\"");
+  ASSERT_NE(done, std::string::npos) << journal;
+  common::write_file_atomically(watch.output / "watch_journal.jsonl", journal.substr(0, done));
+  const Outcome outcome = watch({"--once", "--quiet"});
+  EXPECT_EQ(outcome.exit_code, 1);
+  EXPECT_TRUE(outcome.err.starts_with("HDR_a.INF: psii: ")) << outcome.err;
+  EXPECT_THAT(watch.results(), ElementsAre("a"));
 }
 
 TEST(Watch, GivenAMaskThatBecameEmptyByItself_ThenTheWarningIsPrintedAndStandsInTheEvent) {

@@ -18,6 +18,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
+using testing::StartsWith;
 
 class FolderWatchMemory : public WatchTest {
  protected:
@@ -120,6 +121,51 @@ TEST_F(FolderWatchMemory, GivenAKillBetweenTheResultsAndTheirRecord_ThenTheyAreT
   EXPECT_THAT(journal("done"), SizeIs(1));
   EXPECT_THAT(table(), SizeIs(2));
   EXPECT_EQ(status().done, 1U);
+}
+
+TEST_F(FolderWatchMemory, GivenAKillBetweenTheResultsAndTheirRecord_ThenOperationsThatFailedAreStillTold) {
+  write_workflow("psii");
+  write_capture("plot");
+  poll(2);
+  const Value errors = events.back().details.at("operation_errors");
+  for (const bool is_input_gone : {false, true}) {
+    watch.reset();
+    forget_from("done");
+    if (is_input_gone) std::filesystem::remove(in / "HDR_plot.INF");
+    restart();
+    poll(2);
+    ASSERT_THAT(files_of(Kind::recovered), ElementsAre("HDR_plot.INF"));
+    EXPECT_EQ(events_of(Kind::recovered)[0].details.at("operation_errors"), errors);
+    EXPECT_EQ(journal("done").at(0).at("operation_errors"), errors);
+    EXPECT_EQ(status().with_operation_errors, 1U);
+  }
+}
+
+TEST_F(FolderWatchMemory, GivenAKillBetweenTheResultsAndTheirRecord_ThenAMaskThatBecameEmptyIsStillTold) {
+  folder.write("workflow.yaml", "mask_operations:\n  - op: threshold_auto\nresult_operations:\n  - op: area\n");
+  write_capture("plot", 0);
+  poll(2);
+  watch.reset();
+  forget_from("done");
+  restart();
+  poll(2);
+  ASSERT_THAT(files_of(Kind::recovered), ElementsAre("HDR_plot.INF"));
+  EXPECT_THAT(events_of(Kind::recovered)[0].details.at("mask_notes").at(0).at("note").get<std::string>(),
+              StartsWith("no_contrast: "));
+}
+
+TEST_F(FolderWatchMemory, GivenAStartedFolderWhoseNumbersCannotBeRead_ThenItIsTakenAsDoneWithoutThem) {
+  write_capture("plot");
+  poll(2);
+  for (const char* text : {"{", "{}", "[]", R"({"results": {}, "mask_notes": [1]})"}) {
+    watch.reset();
+    forget_from("done");
+    folder.write("out/plot/metrics.json", text);
+    restart();
+    poll(2);
+    EXPECT_THAT(files_of(Kind::recovered), ElementsAre("HDR_plot.INF")) << text;
+    EXPECT_THAT(results(), ElementsAre("plot"));
+  }
 }
 
 TEST_F(FolderWatchMemory, GivenAStartedFolderThatWasMadeFromOtherInputs_ThenTheCaptureIsDone) {

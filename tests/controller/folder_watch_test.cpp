@@ -339,6 +339,12 @@ TEST_F(FolderWatchTest, GivenAnOperationThatFails_ThenTheCaptureIsDoneAndTheSent
   ASSERT_EQ(events.back().kind, Kind::done);
   EXPECT_THAT(events.back().details.at("operation_errors").at("psii").get<std::string>(), HasSubstr("FLU"));
   EXPECT_EQ(journal("done")[0].at("operation_errors"), events.back().details.at("operation_errors"));
+  EXPECT_EQ(status().with_operation_errors, 1U);
+  EXPECT_TRUE(status().last_operation_error.value().starts_with("HDR_plot.INF: psii: "));
+  restart();
+  poll(2);
+  EXPECT_EQ(status().with_operation_errors, 0U) << "since the start";
+  EXPECT_EQ(status().last_operation_error, std::nullopt);
 }
 
 TEST_F(FolderWatchTest, GivenResultsThatCannotBeWritten_ThenCapturesWaitAndNoTryIsCounted) {

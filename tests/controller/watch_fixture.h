@@ -3,8 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <string>
@@ -124,6 +126,12 @@ class WatchTest : public testing::Test {
     watch = std::make_unique<FolderWatch>(arguments, cancel);
   }
 
+  [[nodiscard]] std::vector<WatcherEvent> events_of(Kind kind) const {
+    std::vector<WatcherEvent> found;
+    std::copy_if(events.begin(), events.end(), std::back_inserter(found),
+                 [kind](const WatcherEvent& event) { return event.kind == kind; });
+    return found;
+  }
   [[nodiscard]] std::vector<std::string> files_of(Kind kind) const {
     std::vector<std::string> files;
     for (const WatcherEvent& event : events) {

@@ -25,6 +25,8 @@ TEST(WatchStatus, SurvivesItsFile) {
                            .notice = "A notice.",
                            .done = 812,
                            .done_since_start = 12,
+                           .with_operation_errors = 2,
+                           .last_operation_error = "HDR_c.INF: psii: It failed.",
                            .waiting = 3,
                            .incomplete = {{"HDR_a.INF", {"a.tif", "b.tif"}}},
                            .failed = {{"HDR_b.INF", "It is broken."}},
@@ -36,6 +38,16 @@ TEST(WatchStatus, SurvivesItsFile) {
   write_watch_status(folder.path(), WatchStatus{});
   EXPECT_EQ(controller::read_watch_status(folder.path()), WatchStatus{});
   EXPECT_THAT(folder.entries(), testing::ElementsAre("watch_status.json"));
+}
+
+TEST(WatchStatus, GivenTheFileOfAnOlderProgram_ThenWhatItDoesNotHaveIsNone) {
+  const TemporaryFolder folder;
+  WatchStatus status;
+  status.done = 812;
+  Value document = controller::status_document(status);
+  for (const char* name : {"with_operation_errors", "last_operation_error"}) document.erase(name);
+  folder.write("watch_status.json", document.dump());
+  EXPECT_EQ(controller::read_watch_status(folder.path()), status);
 }
 
 TEST(WatchStatus, GivenNoFile_ThenTheSentenceSaysThatNoWatcherWorkedThere) {

@@ -205,6 +205,9 @@ std::string status_text(const controller::WatchStatus& status, const std::option
   add("Takes", status.takes);
   add("Last poll", status.last_poll);
   add("Done", fmt::format("{}, {} of them since {}", status.done, status.done_since_start, status.running_since));
+  add("With errors", fmt::format("{}{}", status.with_operation_errors,
+                                 status.with_operation_errors > 0 ? " of these: an operation failed; the last:" : ""));
+  if (status.last_operation_error) add("", *status.last_operation_error);
   add("Waiting", fmt::format("{}", status.waiting));
   for (const auto& entry : status.incomplete) {
     add("", fmt::format("{} lacks {}", entry.file, common::joined(entry.missing, ", ")));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <tuple>
@@ -31,6 +32,7 @@ namespace {
 
 constexpr std::uintmax_t max_workflow_bytes = std::uintmax_t{16} << 20;
 constexpr std::uintmax_t max_provenance_bytes = std::uintmax_t{64} << 20;
+constexpr std::uintmax_t max_metrics_bytes = std::uintmax_t{1} << 30;
 
 std::string listed(const std::vector<std::string>& names) {
   constexpr std::size_t most = 3;
@@ -158,7 +160,7 @@ void FolderWatch::finish_complete_runs() {
   for (const std::string& key : keys) {
     const JournalEntry& entry = *_journal->find(key);
     if (const auto folder = find_complete_folder(entry)) {
-      finish(entry.identity, *folder, {}, Kind::recovered);
+      finish(entry.identity, *folder, remarks_of(*folder), Kind::recovered);
     }
   }
 }
@@ -474,7 +476,7 @@ bool FolderWatch::is_done_already(const std::string& name, const CaptureIdentity
     return true;
   }
   const auto folder = find_complete_folder(*entry);
-  if (folder) finish(identity, *folder, {}, Kind::recovered);
+  if (folder) finish(identity, *folder, remarks_of(*folder), Kind::recovered);
   return folder.has_value();
 }
 
@@ -515,12 +517,42 @@ void FolderWatch::run(const CaptureIdentity& identity, const std::shared_ptr<mod
   finish(identity, output.results_folder.filename().string(), remarks, Kind::done);
 }
 
+FolderWatch::Remarks FolderWatch::remarks_of(const std::string& folder) const {
+  const Path file = _output / folder / "metrics.json";
+  std::error_code ignored;
+  if (!fs::exists(file, ignored)) return {};
+  try {
+    const Value metrics = common::parse_json(common::read_text_file(file, max_metrics_bytes), path_text(file),
+                                             {.max_bytes = max_metrics_bytes});
+    std::vector<model::MaskNote> notes;
+    notes.reserve(metrics.at("mask_notes").size());
+    for (const Value& note : metrics.at("mask_notes")) {
+      notes.push_back({.step = note.at("step"), .op = note.at("op"), .text = note.at("note")});
+    }
+    Remarks remarks{.mask_notes = model::mask_notes_document(notes)};
+    for (const auto& [operation, result] : metrics.at("results").items()) {
+      if (const Value& error = result.at("error"); error.is_string()) remarks.operation_errors[operation] = error;
+    }
+    return remarks;
+  } catch (...) {
+    logger.warning(fmt::format("FileWatcher: what the operations said is not known any more: {}: {}", path_text(file),
+                               failure_text()));
+    return {};
+  }
+}
+
 void FolderWatch::finish(const CaptureIdentity& identity, const std::string& folder, const Remarks& remarks,
                          WatcherEvent::Kind kind) {
   const CaptureIdentity own = identity;  // the journal may own the argument
   const MetricsRows metrics = read_metrics_rows(_output / folder);
   _journal->record_done(own.key, folder, metrics.rows.size(), remarks.operation_errors);
   ++_status.done_since_start;
+  if (!remarks.operation_errors.empty()) {
+    ++_status.with_operation_errors;
+    const auto last = std::prev(remarks.operation_errors.end());
+    _status.last_operation_error =
+        fmt::format("{}: {}: {}", common::to_valid_utf8(own.name), last.key(), last.value().get<std::string>());
+  }
   solve(Topic::output, "Results can be written again.");
   try {
     // Before the first look at the table there is none: it is then made from the journal.

@@ -100,6 +100,8 @@ class FolderWatch {
   [[nodiscard]] CaptureIdentity identify(const Candidate& candidate) const;
   [[nodiscard]] std::shared_ptr<model::CaptureSet> load(const std::string& name, const Candidate& candidate) const;
   void run(const CaptureIdentity& identity, const std::shared_ptr<model::CaptureSet>& capture);
+  /// What the run that wrote this results folder said; nothing where it wrote no numbers.
+  [[nodiscard]] Remarks remarks_of(const std::string& folder) const;
   void finish(const CaptureIdentity& identity, const std::string& folder, const Remarks& remarks,
               WatcherEvent::Kind kind);
   void note_failure(const std::string& name, Candidate& candidate, const std::string& key, const std::string& error);
