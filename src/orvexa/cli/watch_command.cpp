@@ -108,7 +108,7 @@ void say_warnings(Console& console, const std::string& file, const common::Value
     const model::MaskNote note{.step = entry.at("step").get<int>(),
                                .op = entry.at("op").get<std::string>(),
                                .text = entry.at("note").get<std::string>()};
-    if (is_warning(note)) console.remark(fmt::format("{}: {}.", file, note_sentence(note)));
+    if (is_warning(note)) console.remark(fmt::format("{}: {}", file, note_sentence(note)));
   }
 }
 
