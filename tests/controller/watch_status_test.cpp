@@ -27,6 +27,7 @@ TEST(WatchStatus, SurvivesItsFile) {
                            .done_since_start = 12,
                            .with_operation_errors = 2,
                            .last_operation_error = "HDR_c.INF: psii: It failed.",
+                           .results_gone = 1,
                            .waiting = 3,
                            .incomplete = {{"HDR_a.INF", {"a.tif", "b.tif"}}},
                            .failed = {{"HDR_b.INF", "It is broken."}},
@@ -45,7 +46,7 @@ TEST(WatchStatus, GivenTheFileOfAnOlderProgram_ThenWhatItDoesNotHaveIsNone) {
   WatchStatus status;
   status.done = 812;
   Value document = controller::status_document(status);
-  for (const char* name : {"with_operation_errors", "last_operation_error"}) document.erase(name);
+  for (const char* name : {"with_operation_errors", "last_operation_error", "results_gone"}) document.erase(name);
   folder.write("watch_status.json", document.dump());
   EXPECT_EQ(controller::read_watch_status(folder.path()), status);
 }

@@ -93,18 +93,41 @@ TEST_F(WatchTable, GivenAWholeTable_ThenARestartLeavesTheFileAsItIs) {
   EXPECT_EQ(controller::stamp_of(out / "watch_table.tsv"), before);
 }
 
-TEST_F(WatchTable, GivenAResultsFolderThatWasRemoved_ThenItsRowsGoAtTheNextStart) {
+TEST_F(WatchTable, GivenAResultsFolderThatWasRemoved_WhenTheTableIsMadeAnewAtAStart_ThenItsRowsGoAndThatIsTold) {
   for (const char* name : {"a", "b"}) write_capture(name);
   poll(2);
-  end();
+  const std::string notice =
+      "1 of 2 captures in the journal have no results folder with a metrics.tsv any more, so their rows are not in "
+      "watch_table.tsv.";
   std::filesystem::remove_all(out / "a");
+  restart();
+  poll();
+  ASSERT_THAT(table(), SizeIs(3)) << "a whole table is left as it is";
+  EXPECT_EQ(status().results_gone, 0U);
+  end();
   write_table("");
   const LogCapture log;
+  restart();
   poll();
   ASSERT_THAT(table(), SizeIs(2));
   EXPECT_THAT(table()[1], StartsWith(key(1)));
-  EXPECT_THAT(log.lines(), Contains("warning: FileWatcher: 1 results folders are gone or have no metrics.tsv any more; "
-                                    "their rows are not in watch_table.tsv."));
+  EXPECT_THAT(texts_of(Kind::notice), ElementsAre(notice));
+  EXPECT_THAT(log.lines(), Contains("warning: FileWatcher: " + notice));
+  EXPECT_EQ(status().results_gone, 1U);
+}
+
+TEST_F(WatchTable, GivenAResultsFolderThatWasRemoved_WhenANewColumnAppears_ThenItsRowsGoAndThatIsToldOnce) {
+  for (const char* name : {"a", "b"}) write_capture(name);
+  poll(2);
+  std::filesystem::remove_all(out / "a");
+  for (const char* name : {"HDR_a.INF", "a_A.png"}) std::filesystem::remove(in / name);
+  write_workflow("region_count");
+  poll(4);
+  ASSERT_THAT(table(), SizeIs(3)) << "b, and b once more with the other workflow";
+  EXPECT_THAT(texts_of(Kind::notice),
+              ElementsAre("1 of 3 captures in the journal have no results folder with a metrics.tsv any more, so their "
+                          "rows are not in watch_table.tsv."));
+  EXPECT_EQ(status().results_gone, 1U);
 }
 
 TEST_F(WatchTable, GivenAWorkflowThatWritesNoNumbers_ThenTheTableIsItsHeader) {

@@ -208,6 +208,9 @@ std::string status_text(const controller::WatchStatus& status, const std::option
   add("With errors", fmt::format("{}{}", status.with_operation_errors,
                                  status.with_operation_errors > 0 ? " of these: an operation failed; the last:" : ""));
   if (status.last_operation_error) add("", *status.last_operation_error);
+  if (status.results_gone > 0) {
+    add("Gone", fmt::format("{} results folders; their rows are not in watch_table.tsv", status.results_gone));
+  }
   add("Waiting", fmt::format("{}", status.waiting));
   for (const auto& entry : status.incomplete) {
     add("", fmt::format("{} lacks {}", entry.file, common::joined(entry.missing, ", ")));

@@ -100,7 +100,10 @@ bool FolderWatch::poll_once() {
       finish_complete_runs();
       _has_begun = true;
     }
-    if (!_table) _table.emplace(_output, *_journal);
+    if (!_table) {
+      _table.emplace(_output, *_journal);
+      look_for_gone_results();
+    }
     const bool has_workflow = refresh_workflow();
     const bool has_folder = refresh_candidates();
     write_status();
@@ -556,7 +559,10 @@ void FolderWatch::finish(const CaptureIdentity& identity, const std::string& fol
   solve(Topic::output, "Results can be written again.");
   try {
     // Before the first look at the table there is none: it is then made from the journal.
-    if (_table) _table->add(*_journal->find(own.key), metrics);
+    if (_table) {
+      _table->add(*_journal->find(own.key), metrics);
+      look_for_gone_results();
+    }
     solve(Topic::table, "The running table can be written again.");
   } catch (...) {
     report_problem(Topic::table, "The running table cannot be written: " + failure_text());
@@ -596,6 +602,7 @@ void FolderWatch::tell(WatcherEvent event) {
   line += event.text;
   switch (event.kind) {
     case Kind::taken_over:
+    case Kind::notice:
     case Kind::incomplete:
     case Kind::retry:
       logger.warning(line);
@@ -613,6 +620,17 @@ void FolderWatch::tell(WatcherEvent event) {
   } catch (...) {
     logger.exception("FileWatcher: nobody could be told: " + failure_text());
   }
+}
+
+void FolderWatch::look_for_gone_results() {
+  const std::size_t gone = _table->gone();
+  if (gone > _status.results_gone) {
+    tell({.kind = Kind::notice,
+          .text = fmt::format("{} of {} captures in the journal have no results folder with a metrics.tsv any more, so "
+                              "their rows are not in watch_table.tsv.",
+                              gone, _journal->done_count())});
+  }
+  _status.results_gone = gone;
 }
 
 void FolderWatch::report_problem(Topic topic, const std::string& text) {

@@ -108,6 +108,8 @@ class FolderWatch {
 
   // Telling.
   void tell(WatcherEvent event);
+  /// Tells that rows left the table.
+  void look_for_gone_results();
   void report_problem(Topic topic, const std::string& text);
   void solve(Topic topic, const std::string& text);
   [[nodiscard]] bool is_idle();

@@ -35,10 +35,11 @@ struct WatchStatus {
   std::size_t done_since_start = 0;
   std::size_t with_operation_errors = 0;  ///< of those done since the start: an operation of the workflow failed
   std::optional<std::string> last_operation_error;  ///< with its file and operation in front
-  std::size_t waiting = 0;                          ///< seen and neither done nor failed, the incomplete ones too
-  std::vector<Incomplete> incomplete;               ///< they lack files and nothing arrives any more
-  std::vector<Failed> failed;                       ///< not tried again before the next start
-  std::vector<std::string> problems;                ///< what captures wait for now
+  std::size_t results_gone = 0;        ///< captures without rows in the table, because their results folder is gone
+  std::size_t waiting = 0;             ///< seen and neither done nor failed, the incomplete ones too
+  std::vector<Incomplete> incomplete;  ///< they lack files and nothing arrives any more
+  std::vector<Failed> failed;          ///< not tried again before the next start
+  std::vector<std::string> problems;   ///< what captures wait for now
   std::optional<std::string> last_error;
   std::optional<std::string> last_error_time;
   friend bool operator==(const WatchStatus&, const WatchStatus&) = default;

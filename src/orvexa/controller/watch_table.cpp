@@ -1,14 +1,10 @@
 #include "orvexa/controller/watch_table.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <fstream>
 #include <string_view>
 #include <system_error>
 #include <utility>
-
-#include "orvexa/common/logger.h"
 
 namespace orvexa::controller {
 
@@ -90,12 +86,12 @@ void WatchTable::rebuild() {
   _file.reset();
   common::OrderedMap<bool> columns;
   for (const char* column : {"Capture", "Region", "Date", "Time"}) columns[column] = true;
-  std::size_t gone = 0;
+  _gone = 0;
   for (const auto& [key, entry] : _journal.entries()) {
     if (!entry.is_done || entry.rows == 0) continue;
     const MetricsRows metrics = read_metrics_rows(_output_dir / entry.folder);
     for (const std::string& column : metrics.columns) columns[column] = true;
-    if (metrics.rows.empty()) ++gone;
+    if (metrics.rows.empty()) ++_gone;
   }
   _columns.clear();
   for (const auto& [column, is_there] : columns) _columns.push_back(column);
@@ -110,11 +106,6 @@ void WatchTable::rebuild() {
     file.write(text);
   }
   file.commit();
-  if (gone > 0) {
-    common::logger.warning(fmt::format(
-        "FileWatcher: {} results folders are gone or have no metrics.tsv any more; their rows are not in {}.", gone,
-        table_name));
-  }
   _file.emplace(_output_dir / table_name);
 }
 

@@ -29,6 +29,9 @@ class WatchTable {
   /// Adds the rows of something done.
   void add(const JournalEntry& entry, const MetricsRows& metrics);
 
+  /// Captures whose rows went when the table was made anew: their results folder, or its metrics.tsv, is gone.
+  [[nodiscard]] std::size_t gone() const { return _gone; }
+
  private:
   /// Whether the file has every row that the journal promises, each whole.
   [[nodiscard]] bool is_whole();
@@ -38,6 +41,7 @@ class WatchTable {
   common::Path _output_dir;
   const WatchJournal& _journal;
   std::vector<std::string> _columns;  ///< without the key
+  std::size_t _gone = 0;
   std::optional<common::AppendFile> _file;
 };
 
