@@ -121,6 +121,16 @@ TEST(Watch, GivenOnceAndACaptureThatFails_ThenTheExitCodeIs1) {
   EXPECT_THAT(outcome.err, HasSubstr("HDR_b.INF, line 1"));
 }
 
+TEST(Watch, GivenACaptureThatFailsAgainAndAgain_ThenTheLastLineSaysThatItIsLeft) {
+  const WatchSetup watch;
+  watch.folder.write("in/z.png", "");
+  const Outcome outcome = watch({"--once", "--retries", "1"});
+  EXPECT_THAT(outcome.err,
+              HasSubstr("z.png: the file is empty. It is tried again.\n"
+                        "z.png: the file is empty. It is left until its files or the workflow change or the watcher "
+                        "starts again.\n"));
+}
+
 TEST(Watch, GivenOnceAndAnIncompleteCapture_ThenTheExitCodeIs1) {
   const WatchSetup watch;
   watch.write_capture("a");

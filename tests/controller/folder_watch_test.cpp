@@ -312,6 +312,20 @@ TEST_F(FolderWatchTest, GivenAFailedCaptureWhoseFilesChange_ThenItIsTriedAfresh)
   EXPECT_THAT(status().failed, IsEmpty());
 }
 
+TEST_F(FolderWatchTest, GivenAFailedCaptureAndAnotherWorkflow_ThenItIsTriedAfresh) {
+  arguments.retries = 0;
+  write_capture("plot");
+  on_load = [this](const auto&) {
+    if (loads == 1) throw std::runtime_error("The network is away.");
+  };
+  poll(4);
+  EXPECT_EQ(loads, 1);
+  write_workflow("region_count");
+  poll(3);
+  EXPECT_THAT(files_of(Kind::done), ElementsAre("HDR_plot.INF"));
+  EXPECT_THAT(status().failed, IsEmpty());
+}
+
 TEST_F(FolderWatchTest, GivenAFailedCapture_ThenTheNextStartTriesItAgain) {
   arguments.retries = 0;
   write_capture("plot");

@@ -135,7 +135,8 @@ void say(Console& console, const WatcherEvent& event) {
       console.remark(sentence_about(file, event.text) + " It is tried again.");
       break;
     case Kind::failed:
-      console.error(sentence_about(file, event.text));
+      console.error(sentence_about(file, event.text) +
+                    " It is left until its files or the workflow change or the watcher starts again.");
       break;
     case Kind::problem:
       console.error(event.text);
