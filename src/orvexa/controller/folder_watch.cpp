@@ -254,12 +254,13 @@ bool FolderWatch::refresh_candidates() {
     return false;
   }
   solve(Topic::input, "The input folder can be read again.");
-  choose_search(found);
-  found = wanted(std::move(found));
+  FolderStamps stamps(_input, found);
+  choose_search(stamps, found);
+  found = wanted(stamps, std::move(found));
   std::unordered_set<std::string> names;
   for (const FoundFile& file : found) {
     names.insert(file.name);
-    update(file);
+    update(stamps, file);
   }
   const auto is_gone = [&](const auto& entry) { return !names.contains(entry.first); };
   std::erase_if(_candidates, is_gone);
@@ -268,7 +269,7 @@ bool FolderWatch::refresh_candidates() {
   return true;
 }
 
-void FolderWatch::choose_search(const std::vector<FoundFile>& found) {
+void FolderWatch::choose_search(FolderStamps& stamps, const std::vector<FoundFile>& found) {
   std::size_t headers = 0;
   for (const FoundFile& file : found) headers += file.is_header ? 1 : 0;
   if (_arguments.search == WatcherSearch::automatic && headers > 0 && !_journal->takes_captures_only()) {
@@ -281,16 +282,17 @@ void FolderWatch::choose_search(const std::vector<FoundFile>& found) {
   const bool takes_captures = _arguments.search == WatcherSearch::captures ||
                               (_arguments.search == WatcherSearch::automatic && _journal->takes_captures_only());
   _status.takes = takes_captures ? "captures" : "images";
-  take_notice(notice_about(found, headers));
+  take_notice(notice_about(stamps, found, headers));
 }
 
-std::optional<std::string> FolderWatch::notice_about(const std::vector<FoundFile>& found, std::size_t headers) {
+std::optional<std::string> FolderWatch::notice_about(FolderStamps& stamps, const std::vector<FoundFile>& found,
+                                                     std::size_t headers) {
   if (_status.takes == "images") {
     if (headers == 0) return std::nullopt;
     return "Captures with a header HDR_*.INF and their images are left alone, because only images are taken.";
   }
   if (_arguments.search == WatcherSearch::captures || headers == found.size()) return std::nullopt;
-  const auto parts = images_of_headers(found);
+  const auto parts = images_of_headers(stamps, found);
   const auto left_alone = std::count_if(
       found.begin(), found.end(), [&](const FoundFile& file) { return !file.is_header && !parts.contains(file.name); });
   if (left_alone == 0) return std::nullopt;
@@ -315,11 +317,12 @@ void FolderWatch::take_notice(std::optional<std::string> notice) {
   tell({.kind = Kind::notice, .text = *_status.notice});
 }
 
-std::unordered_set<std::string> FolderWatch::images_of_headers(const std::vector<FoundFile>& found) {
+std::unordered_set<std::string> FolderWatch::images_of_headers(FolderStamps& stamps,
+                                                               const std::vector<FoundFile>& found) {
   std::unordered_set<std::string> names;
   for (const FoundFile& file : found) {
     if (!file.is_header) continue;
-    for (const WatchedFile& part : capture_files(_input, file, images_of(file)).files) names.insert(part.name);
+    for (const WatchedFile& part : files_of(stamps, file).files) names.insert(part.name);
   }
   return names;
 }
@@ -338,9 +341,13 @@ const std::vector<std::string>& FolderWatch::images_of(const FoundFile& header) 
   return _header_images.insert_or_assign(header.name, std::pair(header.stamp, std::move(images))).first->second.second;
 }
 
-std::vector<FoundFile> FolderWatch::wanted(std::vector<FoundFile> found) {
+CaptureFiles FolderWatch::files_of(FolderStamps& stamps, const FoundFile& main_file) {
+  return capture_files(stamps, main_file, main_file.is_header ? images_of(main_file) : std::vector<std::string>());
+}
+
+std::vector<FoundFile> FolderWatch::wanted(FolderStamps& stamps, std::vector<FoundFile> found) {
   const bool takes_captures = _status.takes == "captures";
-  const auto parts = takes_captures ? std::unordered_set<std::string>() : images_of_headers(found);
+  const auto parts = takes_captures ? std::unordered_set<std::string>() : images_of_headers(stamps, found);
   std::erase_if(found, [&](const FoundFile& file) {
     return file.is_header != takes_captures || parts.contains(file.name) ||
            (_arguments.once && _has_looked && !_names_at_first.contains(file.name));
@@ -352,8 +359,8 @@ std::vector<FoundFile> FolderWatch::wanted(std::vector<FoundFile> found) {
   return found;
 }
 
-void FolderWatch::update(const FoundFile& found) {
-  CaptureFiles capture = capture_files(_input, found, found.is_header ? images_of(found) : std::vector<std::string>());
+void FolderWatch::update(FolderStamps& stamps, const FoundFile& found) {
+  CaptureFiles capture = files_of(stamps, found);
   const auto [position, is_new] = _candidates.try_emplace(found.name);
   Candidate& candidate = position->second;
   if (!is_new && candidate.capture == capture) {
@@ -465,9 +472,8 @@ void FolderWatch::process(const std::string& name, Candidate& candidate) {
 bool FolderWatch::is_unchanged(const std::string& name, const Candidate& candidate) {
   const auto stamp = stamp_of(_input / name);
   if (!stamp) return false;
-  const FoundFile file{.name = name, .stamp = *stamp, .is_header = candidate.is_header};
-  return capture_files(_input, file, file.is_header ? images_of(file) : std::vector<std::string>()) ==
-         candidate.capture;
+  FolderStamps now(_input);
+  return files_of(now, {.name = name, .stamp = *stamp, .is_header = candidate.is_header}) == candidate.capture;
 }
 
 bool FolderWatch::is_done_already(const std::string& name, const CaptureIdentity& identity) {

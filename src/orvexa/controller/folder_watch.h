@@ -78,15 +78,18 @@ class FolderWatch {
   [[nodiscard]] bool has_output();
   [[nodiscard]] bool refresh_workflow();
   [[nodiscard]] bool refresh_candidates();
-  void choose_search(const std::vector<FoundFile>& found);
+  void choose_search(FolderStamps& stamps, const std::vector<FoundFile>& found);
   /// A sentence about what is left alone.
-  [[nodiscard]] std::optional<std::string> notice_about(const std::vector<FoundFile>& found, std::size_t headers);
+  [[nodiscard]] std::optional<std::string> notice_about(FolderStamps& stamps, const std::vector<FoundFile>& found,
+                                                        std::size_t headers);
   void take_notice(std::optional<std::string> notice);
-  [[nodiscard]] std::vector<FoundFile> wanted(std::vector<FoundFile> found);
+  [[nodiscard]] std::vector<FoundFile> wanted(FolderStamps& stamps, std::vector<FoundFile> found);
   /// Names of images that stand in a header of the input folder.
-  [[nodiscard]] std::unordered_set<std::string> images_of_headers(const std::vector<FoundFile>& found);
+  [[nodiscard]] std::unordered_set<std::string> images_of_headers(FolderStamps& stamps,
+                                                                  const std::vector<FoundFile>& found);
   [[nodiscard]] const std::vector<std::string>& images_of(const FoundFile& header);
-  void update(const FoundFile& found);
+  [[nodiscard]] CaptureFiles files_of(FolderStamps& stamps, const FoundFile& main_file);
+  void update(FolderStamps& stamps, const FoundFile& found);
   void judge(const std::string& name, Candidate& candidate);
   void report_incomplete();
 

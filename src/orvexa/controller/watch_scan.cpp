@@ -7,6 +7,7 @@
 #include <stdexcept>
 #include <system_error>
 #include <tuple>
+#include <utility>
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/entities/capture_header_file.h"
@@ -83,15 +84,26 @@ std::vector<std::string> images_named_by(const Path& header) {
   return images;
 }
 
-CaptureFiles capture_files(const Path& folder, const FoundFile& main_file, const std::vector<std::string>& images) {
+FolderStamps::FolderStamps(Path folder, const std::vector<FoundFile>& found) : _folder(std::move(folder)) {
+  _stamps.reserve(found.size());
+  for (const FoundFile& file : found) _stamps.emplace(file.name, file.stamp);
+}
+
+std::optional<FileStamp> FolderStamps::of(const std::string& name) {
+  const auto [position, is_new] = _stamps.try_emplace(name);
+  if (is_new) position->second = stamp_of(_folder / name);
+  return position->second;
+}
+
+CaptureFiles capture_files(FolderStamps& stamps, const FoundFile& main_file, const std::vector<std::string>& images) {
   CaptureFiles capture;
   capture.files.push_back({main_file.name, main_file.stamp});
   for (const std::string& image : images) {
     std::string name = image;
-    auto stamp = stamp_of(folder / name);
+    auto stamp = stamps.of(name);
     if (!stamp) {
-      name = model::file_of_image_name(folder / image).lexically_relative(folder).string();
-      if (name != image) stamp = stamp_of(folder / name);
+      name = model::file_of_image_name(stamps.folder() / image).lexically_relative(stamps.folder()).string();
+      if (name != image) stamp = stamps.of(name);
     }
     const auto is_this = [&](const WatchedFile& file) { return file.name == name; };
     if (!stamp) {

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "orvexa/common/files.h"
@@ -52,8 +53,22 @@ struct CaptureFiles {
 /// outside its folder: whoever loads it says what is wrong.
 [[nodiscard]] std::vector<std::string> images_named_by(const common::Path& header);
 
+/// The files of a folder as they are at one look: the system, which may be far away, is asked once for each.
+class FolderStamps {
+ public:
+  /// @param found  what that look at the folder has found already.
+  explicit FolderStamps(common::Path folder, const std::vector<FoundFile>& found = {});
+  [[nodiscard]] const common::Path& folder() const { return _folder; }
+  /// As `stamp_of`, by the name relative to the folder.
+  [[nodiscard]] std::optional<FileStamp> of(const std::string& name);
+
+ private:
+  common::Path _folder;
+  std::unordered_map<std::string, std::optional<FileStamp>> _stamps;
+};
+
 /// @param images  as `images_named_by` gives them.
-[[nodiscard]] CaptureFiles capture_files(const common::Path& folder, const FoundFile& main_file,
+[[nodiscard]] CaptureFiles capture_files(FolderStamps& stamps, const FoundFile& main_file,
                                          const std::vector<std::string>& images);
 
 }  // namespace orvexa::controller
