@@ -110,6 +110,27 @@ TEST(Watch, GivenJson_ThenThereIsOneLineAnEvent) {
   EXPECT_EQ(outcome.err, "");
 }
 
+TEST(Watch, GivenJsonAndAWatchThatCannotBegin_ThenTheAnswerIsStillOneLine) {
+  const WatchSetup watch;
+  const std::string workflow = watch.workflow.string();
+  const std::string nowhere = (watch.folder / "nowhere").string();
+  for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+           {workflow, nowhere, "-o", watch.output.string()},
+           {nowhere, watch.input.string(), "-o", watch.output.string()},
+           {watch.folder.write("wrong.yaml", "result_operations:\n  - op: aera\n").string(), watch.input.string(), "-o",
+            watch.output.string()},
+           {workflow},
+           {workflow, watch.input.string(), "-o", watch.output.string(), "--bogus"}}) {
+    std::vector<std::string> all{"watch", "--json"};
+    all.insert(all.end(), words.begin(), words.end());
+    const Outcome outcome = orvexa_command(all);
+    const std::vector<common::Value> lines = documents(outcome.out);
+    ASSERT_THAT(lines, SizeIs(1)) << outcome.out;
+    EXPECT_EQ(lines[0].at("format"), 1);
+    EXPECT_TRUE(lines[0].at("error").is_string());
+  }
+}
+
 TEST(Watch, GivenOnceAndACaptureThatFails_ThenTheExitCodeIs1) {
   const WatchSetup watch;
   watch.write_capture("a");

@@ -86,6 +86,7 @@ struct CommandInfo {
   std::string usage = {};                  ///< what follows the name, where it is not what stands above
   std::string remarks = {};                ///< sentences on lines of their own, each ended by a line feed
   std::vector<std::string> examples = {};  ///< whole command lines
+  bool answers_by_line = false;            ///< with --json one document a line, also when it cannot begin
   /// Does the work and gives the exit code; what is required is there. What goes wrong is an exception: UsageError for
   /// the call, any other for the work. Empty for a group of commands such as "workflow".
   std::function<int(Console&, const GivenWords&)> run = {};

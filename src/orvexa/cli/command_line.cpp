@@ -222,9 +222,15 @@ int execute(Console& console, const Parser& parser) {
   return command.run(console, given);
 }
 
-int fail(Console& console, const std::string& sentence, int exit_code) try {
+int fail(Console& console, const CommandInfo& command, const std::string& sentence, int exit_code) try {
   console.error(sentence);
-  if (console.json) console.answer_json({{"error", common::to_valid_utf8(sentence)}});
+  if (!console.json) return exit_code;
+  const common::Value document = {{"error", common::to_valid_utf8(sentence)}};
+  if (command.answers_by_line) {
+    console.answer_json_line(document);
+  } else {
+    console.answer_json(document);
+  }
   return exit_code;
 } catch (const std::exception&) {
   return exit_code;  // standard output is what failed, and standard error has its sentence
@@ -237,6 +243,9 @@ int run_command_line(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   Console console;
   Parser parser;
+  const auto fail_with = [&](const std::string& sentence, int exit_code) {
+    return fail(console, parser.command_of(parser.chosen()), sentence, exit_code);
+  };
   try {
     if (const auto text = parse(parser, argc, argv)) {
       console.answer(*text);
@@ -248,11 +257,11 @@ int run_command_line(int argc, char** argv) {
     const std::span<char*> words(argv, static_cast<std::size_t>(argc));
     console.json =
         std::any_of(words.begin(), words.end(), [](const char* word) { return std::string_view(word) == "--json"; });
-    return fail(console, wrong.what(), exit_wrong_usage);
+    return fail_with(wrong.what(), exit_wrong_usage);
   } catch (const std::bad_alloc&) {
-    return fail(console, "There is not enough memory for this.", exit_failed);
+    return fail_with("There is not enough memory for this.", exit_failed);
   } catch (const std::exception& failure) {
-    return fail(console, failure.what(), exit_failed);
+    return fail_with(failure.what(), exit_failed);
   }
 }
 

@@ -312,6 +312,7 @@ const CommandInfo& watch_command_info() {
           "cleanly. With --json it answers with one line an event.\n"
           "Exit codes: 130 ended by a signal; with --once 0 all done, 1 some are not, 3 none is.\n",
       .examples = {"orvexa watch leaves.yaml incoming -o results", "orvexa watch --status results"},
+      .answers_by_line = true,
       .run = watch_command};
   return info;
 }
