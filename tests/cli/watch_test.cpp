@@ -309,6 +309,19 @@ TEST(Watch, GivenNoWatcherEver_ThenTheStatusIsOneSentence) {
   EXPECT_TRUE(is_one_sentence(outcome.err));
 }
 
+TEST(Watch, GivenTheStatusAndAnyOtherWordOfTheCommand_ThenItIsRefused) {
+  const WatchSetup watch;
+  ASSERT_EQ(watch().exit_code, 0);
+  for (const std::vector<std::string>& more : std::vector<std::vector<std::string>>{
+           {"--once"}, {"--images"}, {"--captures"}, {"--poll", "1"}, {"--retries", "0"}, {"-o", "x"}, {"w.yaml"}}) {
+    std::vector<std::string> words{"watch", "--status", watch.output.string()};
+    words.insert(words.end(), more.begin(), more.end());
+    const Outcome outcome = orvexa_command(words);
+    EXPECT_EQ(outcome.exit_code, 2) << more.front();
+    EXPECT_EQ(outcome.err, "orvexa watch: --status DIR stands alone; see orvexa watch --help.\n");
+  }
+}
+
 TEST(Watch, GivenFailedAndIncompleteCaptures_ThenTheStatusListsThemWithTheirSentences) {
   const WatchSetup watch;
   watch.folder.write("in/HDR_b.INF", "nothing\n");
@@ -318,6 +331,7 @@ TEST(Watch, GivenFailedAndIncompleteCaptures_ThenTheStatusListsThemWithTheirSent
   EXPECT_THAT(text, HasSubstr("Running       no, stopped at "));
   EXPECT_THAT(text, HasSubstr("Failed        1\n              HDR_b.INF, line 1: "));
   EXPECT_THAT(text, HasSubstr("Waiting       1\n              HDR_c.INF lacks c_A.png\n"));
+  EXPECT_THAT(text, testing::ContainsRegex("Last error    [0-9]{4}-[0-9T:+-]+: HDR_b.INF, line 1: "));
 }
 
 /// What the journal and the folders say about every capture: how often it is done.

@@ -517,6 +517,17 @@ TEST_F(FolderWatchTest, GivenNoInputFolder_ThenThereIsNoWatchAndNoOutputFolder) 
   EXPECT_FALSE(std::filesystem::exists(out));
 }
 
+TEST_F(FolderWatchTest, GivenAFileInPlaceOfTheInputFolder_ThenTheSentenceSaysSo) {
+  arguments.input_dir = write_picture("plot.png").string();
+  try {
+    poll();
+    FAIL();
+  } catch (const std::runtime_error& failure) {
+    EXPECT_EQ(failure.what(), "The input folder \"" + arguments.input_dir + "\" is a file and no folder.");
+  }
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
 TEST_F(FolderWatchTest, GivenACallbackThatFails_ThenTheWorkGoesOn) {
   arguments.on_event = [](const WatcherEvent&) { throw std::runtime_error("nobody listens"); };
   write_capture("plot");

@@ -1,5 +1,6 @@
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -155,6 +156,16 @@ UsageError usage_error(const std::string& what) {
   return UsageError(fmt::format("orvexa watch: {}; see orvexa watch --help.", what));
 }
 
+void expect_status_alone(const GivenWords& given) {
+  const auto is_given = [&](const auto& word) {
+    return word.name != "--status" && (given.has(word.name) || given.flag(word.name));
+  };
+  const CommandInfo& info = watch_command_info();
+  if (std::ranges::any_of(info.arguments, is_given) || std::ranges::any_of(info.options, is_given)) {
+    throw usage_error("--status DIR stands alone");
+  }
+}
+
 void expect_watch_words(const GivenWords& given) {
   for (const char* name : {"WORKFLOW", "INPUT_DIR"}) {
     if (!given.has(name)) throw usage_error(std::string(name) + " is missing");
@@ -220,7 +231,7 @@ std::string status_text(const controller::WatchStatus& status, const std::option
   for (const auto& entry : status.failed) add("", sentence_about(entry.file, entry.error));
   for (const std::string& problem : status.problems) add("Problem", problem);
   if (status.notice) add("Notice", *status.notice);
-  if (status.last_error) add("Last error", fmt::format("{} at {}", *status.last_error, *status.last_error_time));
+  if (status.last_error) add("Last error", fmt::format("{}: {}", *status.last_error_time, *status.last_error));
   return table.text();
 }
 
@@ -243,7 +254,7 @@ int show_status(Console& console, const std::string& output_folder) {
 
 int watch_command(Console& console, const GivenWords& given) {
   if (given.has("--status")) {
-    if (given.has("WORKFLOW") || given.has("--output")) throw usage_error("--status DIR stands alone");
+    expect_status_alone(given);
     return show_status(console, given.text("--status"));
   }
   expect_watch_words(given);

@@ -72,7 +72,8 @@ FolderWatch::FolderWatch(WatcherArguments arguments, const common::CancelEvent& 
       _workflow_file(fs::absolute(_arguments.workflow_yaml_path).lexically_normal()) {
   std::error_code failure;
   if (!fs::is_directory(_input, failure)) {
-    throw std::runtime_error(fmt::format("The input folder \"{}\" is not there.", path_text(_arguments.input_dir)));
+    throw std::runtime_error(fmt::format("The input folder \"{}\" is {}.", path_text(_arguments.input_dir),
+                                         fs::exists(_input, failure) ? "a file and no folder" : "not there"));
   }
   fs::create_directories(_output, failure);
   if (failure) {
