@@ -152,6 +152,21 @@ TEST(Batch, GivenAFileThatCannotBeLoaded_ThenItIsListedWithItsReasonAndTheOthers
   EXPECT_THAT(column_of(batch.run_folder(), "area"), ElementsAre("30", "90"));
 }
 
+TEST(Batch, GivenFilesThatFailForTheSameReason_ThenItStandsOnceWithTheFiles) {
+  const BatchSetup batch(1);
+  for (const char* name : {"HDR_v.INF", "HDR_w.INF", "HDR_x.INF", "HDR_y.INF", "HDR_z.INF"}) {
+    batch.folder.write(std::string("captures/") + name, "nonsense");
+  }
+  std::filesystem::remove(batch.captures / "plot_0001_RED.tif");
+  const Outcome outcome = batch();
+  EXPECT_EQ(outcome.exit_code, 3);
+  const std::string in = batch.captures.string() + "/";
+  EXPECT_THAT(outcome.out,
+              testing::MatchesRegex("Failed files:\n  " + in + "HDR_plot_0001.INF, line 9: [^\n]+\n  line 1: [^\n]+\n" +
+                                    "    5 files: " + in + "HDR_v.INF, " + in + "HDR_w.INF, " + in +
+                                    "HDR_x.INF and 2 more\n\nWorkflow (.|\n)*"));
+}
+
 TEST(Batch, GivenNoFileThatSucceeds_ThenTheExitCodeIs3AndThereIsNoTable) {
   const BatchSetup batch(2);
   for (const char* band : {"plot_0001_RED.tif", "plot_0002_RED.tif"}) std::filesystem::remove(batch.captures / band);

@@ -27,22 +27,24 @@ std::string count_text(std::size_t count, const std::string& thing) {
   return fmt::format("{} {}{}", count, thing, count == 1 ? "" : "s");
 }
 
-std::string failures_text(const BatchOutcome& outcome) {
-  std::string text;
-  for (const BatchFileFailure& failure : outcome.summary.failed_files) {
-    text += fmt::format("  {}\n", common::visible_text(outcome.reasons.at(failure.file)));
-  }
-  return text.empty() ? text : "Failed files:\n" + text + "\n";
-}
-
 /// The first names; `--json` names every one.
 std::string names_text(const std::vector<std::string>& files) {
   constexpr std::size_t shown = 3;
   const std::vector<std::string> first(files.begin(),
                                        files.begin() + static_cast<std::ptrdiff_t>(std::min(shown, files.size())));
-  std::string text = common::joined(first, ", ");
+  std::string text = common::visible_text(common::joined(first, ", "));
   if (files.size() > shown) text += fmt::format(" and {} more", files.size() - shown);
   return text;
+}
+
+/// A sentence and the files of which it is said.
+std::string sentence_text(const std::string& sentence, const std::vector<std::string>& files) {
+  return fmt::format("  {}\n    {}: {}\n", sentence, count_text(files.size(), "file"), names_text(files));
+}
+
+/// Empty when there is nothing to say.
+std::string with_title(const std::string& title, const std::string& text) {
+  return text.empty() ? text : title + ":\n" + text + "\n";
 }
 
 using FilesBySentence = common::OrderedMap<std::vector<std::string>>;
@@ -50,18 +52,38 @@ using FilesBySentence = common::OrderedMap<std::vector<std::string>>;
 /// Files of which the same is said share its sentence.
 std::string sentences_text(const std::string& title, const FilesBySentence& files_by_sentence) {
   std::string text;
-  for (const auto& [sentence, files] : files_by_sentence) {
-    text += fmt::format("  {}\n    {}: {}\n", sentence, count_text(files.size(), "file"), names_text(files));
+  for (const auto& [sentence, files] : files_by_sentence) text += sentence_text(sentence, files);
+  return with_title(title, text);
+}
+
+/// What a sentence says of the file that it names at its beginning.
+std::string without_file(const std::string& sentence, const std::string& file) {
+  const std::string path = common::path_text(file);
+  for (const char* separator : {": ", ", "}) {
+    if (sentence.starts_with(path + separator)) return sentence.substr(path.size() + 2);
   }
-  return text.empty() ? text : title + ":\n" + text + "\n";
+  return sentence;
+}
+
+/// Files that failed for the same reason share its sentence; one that failed for a reason of its own is named in it.
+std::string failures_text(const BatchOutcome& outcome) {
+  FilesBySentence files_by_reason;
+  for (const BatchFileFailure& failure : outcome.summary.failed_files) {
+    files_by_reason[without_file(outcome.reasons.at(failure.file), failure.file)].push_back(failure.file);
+  }
+  std::string text;
+  for (const auto& [reason, files] : files_by_reason) {
+    text += files.size() == 1 ? fmt::format("  {}\n", common::visible_text(outcome.reasons.at(files.front())))
+                              : sentence_text(common::visible_text(reason), files);
+  }
+  return with_title("Failed files", text);
 }
 
 std::string operation_errors_text(const std::vector<BatchFileSuccess>& successful) {
   FilesBySentence files_by_sentence;
   for (const BatchFileSuccess& success : successful) {
     for (const auto& [operation, error] : success.operation_errors) {
-      files_by_sentence[common::visible_text(operation_sentence(operation, error))].push_back(
-          common::visible_text(success.file));
+      files_by_sentence[common::visible_text(operation_sentence(operation, error))].push_back(success.file);
     }
   }
   return sentences_text("Failed operations", files_by_sentence);
@@ -73,7 +95,7 @@ std::string mask_warnings_text(const std::vector<BatchFileSuccess>& successful) 
   for (const BatchFileSuccess& success : successful) {
     for (const model::MaskNote& note : success.mask_notes) {
       if (!is_warning(note)) continue;
-      files_by_sentence[common::visible_text(note_sentence(note))].push_back(common::visible_text(success.file));
+      files_by_sentence[common::visible_text(note_sentence(note))].push_back(success.file);
     }
   }
   return sentences_text("Warnings about masks", files_by_sentence);
