@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <thread>
 
 #include "controller/table_text.h"
 #include "orvexa/common/serialisation.h"
@@ -12,6 +13,7 @@
 #include "support/file_size_limit.h"
 #include "support/log_capture.h"
 #include "support/python.h"
+#include "support/refused_system_call.h"
 #include "support/temporary_folder.h"
 
 namespace orvexa::test {
@@ -337,6 +339,33 @@ TEST_F(BatchJournalTest, GivenAFullDisk_ThenASentenceNamesTheJournalAndTheReason
   std::filesystem::create_symlink("/dev/full", file);
   EXPECT_EQ(failure_of([&] { BatchJournalWriter writer(journal({})); }),
             file.string() + ": cannot be written: No space left on device.");
+}
+
+TEST_F(BatchJournalTest, GivenADiskThatDoesNotTakeALine_ThenTheSentenceSaysSoBeforeTheNextFileBegins) {
+  BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png"}));
+  std::string failure;
+  bool is_refused = false;
+  std::thread([&] {
+    is_refused = refuse_system_call(SYS_fdatasync, EIO);
+    failure = failure_of([&] { writer.add(failed("/in/a.png")); });
+  }).join();
+  if (!is_refused) GTEST_SKIP() << "this machine does not let the test take a system call away";
+  EXPECT_EQ(failure, file.string() + ": cannot be written: Input/output error.");
+  writer.add(failed("/in/b.png"));
+  EXPECT_EQ(controller::read_batch_journal(run_folder).entries.size(), 2U);
+}
+
+TEST_F(BatchJournalTest, GivenAFileSystemWithNothingToFlush_ThenTheLineIsThere) {
+  BatchJournalWriter writer(journal({"/in/a.png"}));
+  std::string failure;
+  bool is_refused = false;
+  std::thread([&] {
+    is_refused = refuse_system_call(SYS_fdatasync, EINVAL);
+    failure = failure_of([&] { writer.add(failed("/in/a.png")); });
+  }).join();
+  if (!is_refused) GTEST_SKIP() << "this machine does not let the test take a system call away";
+  EXPECT_EQ(failure, "");
+  EXPECT_EQ(controller::read_batch_journal(run_folder).entries.size(), 1U);
 }
 
 // ---- Two runs in one folder

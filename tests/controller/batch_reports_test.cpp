@@ -2,14 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 
-#include <array>
-#include <cerrno>
-#include <cstddef>
 #include <ctime>
 #include <limits>
 #include <thread>
@@ -19,6 +12,7 @@
 #include "support/file_size_limit.h"
 #include "support/log_capture.h"
 #include "support/python.h"
+#include "support/refused_system_call.h"
 #include "support/temporary_folder.h"
 
 namespace orvexa::test {
@@ -327,26 +321,14 @@ TEST_F(BatchReports, GivenReportsOfAnotherRun_ThenTheyGetFreeNamesAndAWarning) {
                                            "\"; it is kept as \"batch_summary_2.txt\""));
 }
 
-/// Has the system refuse to the calling thread, for the rest of its life, what file systems without a rename that
-/// never replaces refuse.
-/// @return whether this machine lets it.
-bool take_rename_without_replacing_away() {
-  std::array<sock_filter, 4> steps{{BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-                                    BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_renameat2, 0, 1),
-                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | EINVAL),
-                                    BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)}};
-  const sock_fprog filter{.len = steps.size(), .filter = steps.data()};
-  return prctl(PR_SET_NO_NEW_PRIVS, 1UL, 0UL, 0UL, 0UL) == 0 &&
-         prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) == 0;
-}
-
 TEST_F(BatchReports, GivenAFileSystemWithoutARenameThatNeverReplaces_ThenReportsOfAnotherRunAreKeptAllTheSame) {
   folder.write("batch_summary.txt", "first");
   folder.write("batch_summary_1.txt", "even older");
   const LogCapture log;
   bool is_taken_away = false;
   std::thread([&] {
-    is_taken_away = take_rename_without_replacing_away();
+    // What file systems without a rename that never replaces say.
+    is_taken_away = refuse_system_call(SYS_renameat2, EINVAL);
     controller::keep_reports_of_another_run(folder.path());
   }).join();
   if (!is_taken_away) GTEST_SKIP() << "this machine does not let the test take a system call away";

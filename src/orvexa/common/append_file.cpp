@@ -33,7 +33,7 @@ void AppendFile::append(std::string_view text) {
       error = errno;
     }
   }
-  if (error == 0 && ::fdatasync(_descriptor.get()) != 0 && errno != EINVAL && errno != ENOTSUP) error = errno;
+  if (error == 0 && !_descriptor.flush_data()) error = errno;
   if (error != 0) {
     // A beginning without its end would spoil what is appended next.
     static_cast<void>(::ftruncate(_descriptor.get(), static_cast<off_t>(size_before)));

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <utility>
 
@@ -34,6 +35,15 @@ class Descriptor {
     struct stat there {};
     return ::fstat(_number, &opened) == 0 && ::lstat(path.c_str(), &there) == 0 && opened.st_dev == there.st_dev &&
            opened.st_ino == there.st_ino;
+  }
+  /// Brings what was written to the disk; some file systems have nothing to flush and say so.
+  /// @return  false with the reason in errno.
+  [[nodiscard]] bool flush_data() const {
+    while (::fdatasync(_number) != 0) {
+      if (errno == EINTR) continue;
+      return errno == EINVAL || errno == ENOSYS || errno == ENOTSUP;
+    }
+    return true;
   }
   [[nodiscard]] int release() { return std::exchange(_number, -1); }
   /// Some file systems report a failed write only here.

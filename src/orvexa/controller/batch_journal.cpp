@@ -331,6 +331,9 @@ void BatchJournalWriter::begin() {
   char last = '\n';
   const off_t size = ::lseek(_descriptor.get(), 0, SEEK_END);
   _ends_inside_a_line = size > 0 && ::pread(_descriptor.get(), &last, 1, size - 1) == 1 && last != '\n';
+  // The journal, and the run folder itself, may be new.
+  common::flush_folder(_run_folder);
+  common::flush_folder(_run_folder.has_parent_path() ? _run_folder.parent_path() : Path("."));
   append(_header);
   _has_begun = true;
 }
@@ -354,6 +357,7 @@ void BatchJournalWriter::append(std::string line) {
     rest.remove_prefix(static_cast<std::size_t>(count));
   }
   _ends_inside_a_line = false;
+  if (!_descriptor.flush_data()) fail(errno);
 }
 
 void BatchJournalWriter::fail(int error) const {

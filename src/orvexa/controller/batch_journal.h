@@ -77,9 +77,10 @@ void expect_same_workflow(const BatchJournal& journal, const model::Workflow& wo
 /// The files that failed, in the order of the selection.
 [[nodiscard]] std::vector<common::Path> failed_files(const BatchJournal& journal);
 
-/// Appends to the journal of a run folder, a whole line at a time, in one write. A journal that is there already goes
-/// on with the new lines; one that is taken away meanwhile, perhaps with the whole folder, begins anew with the next
-/// line.
+/// Appends to the journal of a run folder, a whole line at a time, in one write that is on the disk when it returns, so
+/// that a power failure costs at most the file at work. Nothing that is there is ever cut off: another run that began
+/// in the same second may be writing to the same file. A journal that is there already goes on with the new lines; one
+/// that is taken away meanwhile, perhaps with the whole folder, begins anew with the next line.
 /// @throws std::runtime_error with a sentence, from each of its functions.
 class BatchJournalWriter {
  public:
