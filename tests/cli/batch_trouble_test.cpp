@@ -52,6 +52,8 @@ TEST_P(InterruptedBatch, WritesItsReportsAndExits130AndCanBeResumed) {
   EXPECT_EQ(summary.at("interrupted"), true);
   EXPECT_THAT(names_in(summary.at("successful_files")), ElementsAre("HDR_plot_0001.INF"));
   EXPECT_THAT(names_in(summary.at("failed_files")), ElementsAre("HDR_plot_0002.INF"));
+  EXPECT_EQ(summary.at("failed_files").at(0).at("interrupted"), true);
+  EXPECT_THAT(outcome.err, HasSubstr("\n2/4 interrupted: " + (batch.captures / "HDR_plot_0002.INF").string() + "\n"));
   EXPECT_EQ(summary.at("not_reached"), 2);
   EXPECT_EQ(summary.at("errors"), common::Value{"Batch processing cancelled by user"});
   const auto run_folder = batch.run_folder();
@@ -65,6 +67,22 @@ TEST_P(InterruptedBatch, WritesItsReportsAndExits130AndCanBeResumed) {
                                           (batch.folder / "rest").string(), "--json"});
   EXPECT_EQ(resumed.exit_code, 0) << resumed.err;
   EXPECT_EQ(resumed.json().at("total_files"), 3);
+}
+
+TEST(Batch, GivenASignal_ThenTheFileAtWorkStandsUnderInterruptedAndNothingFailed) {
+  const LongBatch batch;
+  Process process(batch.words({"--log-level", "info"}));
+  batch.stop_in_the_second(process);
+  process.send(SIGINT);
+  process.send(SIGCONT);
+  const Outcome outcome = process.wait();
+  EXPECT_EQ(outcome.exit_code, 130);
+  EXPECT_THAT(outcome.out, testing::StartsWith("Workflow "));
+  EXPECT_THAT(outcome.out, AllOf(HasSubstr("Successful   1\nFailed       0\nInterrupted  " +
+                                           (batch.captures / "HDR_plot_0002.INF").string() + "\nNot reached  2\n"),
+                                 Not(HasSubstr("cancelled"))));
+  const Outcome again = orvexa_command({"batch", batch.workflow.string(), "--failed-of", batch.run_folder().string()});
+  EXPECT_THAT(again.err, HasSubstr("no file of this batch failed."));
 }
 
 INSTANTIATE_TEST_SUITE_P(Signals, InterruptedBatch, testing::Values(SIGINT, SIGTERM), [](const auto& test) {

@@ -522,6 +522,21 @@ TEST_F(BatchResumptionTest, ACancellationEndsTheLookAtTheFiles) {
   EXPECT_THROW(static_cast<void>(controller::plan_batch_resumption(earlier, &cancel)), model::CancelledError);
 }
 
+TEST_F(BatchResumptionTest, GivenAnInterruptedFile_ThenItIsLeftToDoButDidNotFail) {
+  BatchJournalEntry interrupted = failed("/in/a.png", "Error processing a.png: Processing cancelled by user");
+  interrupted.is_interrupted = true;
+  {
+    BatchJournalWriter writer(journal({"/in/a.png", "/in/b.png"}));
+    writer.add(interrupted);
+    writer.add(failed("/in/b.png"));
+  }
+  EXPECT_THAT(lines(), HasSubstr(R"({"file": "/in/a.png", "status": "interrupted", )"));
+  const BatchJournal read = controller::read_batch_journal(run_folder);
+  EXPECT_EQ(read.entries.at(0).error, interrupted.error);
+  EXPECT_THAT(controller::failed_files(read), ElementsAre("/in/b.png"));
+  EXPECT_THAT(controller::plan_batch_resumption(read).to_do, ElementsAre("/in/a.png", "/in/b.png"));
+}
+
 TEST_F(BatchResumptionTest, TheFilesThatFailedStandInTheOrderOfTheSelection) {
   BatchJournal earlier = journal({"/in/a.png", "/in/b.png", "/in/c.png", "/in/d.png"});
   earlier.entries = {failed("/in/d.png"), done("/in/a.png"), failed("/in/b.png")};

@@ -256,6 +256,8 @@ TEST_F(BatchRunTest, GivenACancellationInsideAFile_ThenThatFileFailedAndTheRunEn
   const BatchSummary summary = run({.cancel_event = &cancel}, {"in/HDR_a.INF", "in/HDR_b.INF"});
   ASSERT_EQ(summary.failed_files.size(), 1U);
   EXPECT_EQ(summary.failed_files[0].error, "Error processing HDR_a.INF: Processing cancelled by user");
+  EXPECT_TRUE(summary.failed_files[0].is_interrupted);
+  EXPECT_TRUE(controller::read_batch_journal(run_folder).entries.at(0).is_interrupted);
   EXPECT_THAT(summary.errors, ElementsAre("Batch processing cancelled by user"));
   EXPECT_EQ(controller.state.message, "Batch failed: 1/2 files failed");
 }
@@ -287,6 +289,7 @@ TEST_F(BatchRunTest, GivenAFailingExecutor_ThenTheFileFailedWithATraceAndTheRunG
   ASSERT_EQ(summary.failed_files.size(), 1U);
   EXPECT_EQ(summary.failed_files[0].file, "in/HDR_a.INF");
   EXPECT_EQ(summary.failed_files[0].error, "Error processing HDR_a.INF: Mask step 1 (erode) failed: It gave no mask.");
+  EXPECT_FALSE(summary.failed_files[0].is_interrupted);
   EXPECT_EQ(summary.successful_files.size(), 1U);
   const std::vector<std::string> lines = log.lines();
   const auto at = std::find(lines.begin(), lines.end(),

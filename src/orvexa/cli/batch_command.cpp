@@ -65,7 +65,11 @@ BatchOutcome run_batch(Console& console, Controller& controller, const BatchPlan
     if (const auto* failure = std::get_if<BatchFileFailure>(&entry)) {
       const std::string sentence = failure_sentence(*failure, controller.state.error.value_or(""));
       outcome.reasons[failure->file] = sentence;
-      progress.file_failed(sentence);
+      if (failure->is_interrupted) {
+        progress.file_interrupted(failure->file);
+      } else {
+        progress.file_failed(sentence);
+      }
     } else {
       const auto& success = std::get<BatchFileSuccess>(entry);
       progress.file_succeeded(success.file, operation_errors_text(success));
@@ -90,7 +94,7 @@ int report(Console& console, const BatchOutcome& outcome) {
   const std::string folder = outcome.summary.batch_folder.value_or("");
   if (console.quiet) {
     for (const BatchFileFailure& failure : outcome.summary.failed_files) {
-      console.error(outcome.reasons.at(failure.file));
+      if (!failure.is_interrupted) console.error(outcome.reasons.at(failure.file));
     }
     for (const BatchFileSuccess& success : outcome.summary.successful_files) {
       if (!success.operation_errors.empty()) console.error(success.file + ": " + operation_errors_text(success));

@@ -20,15 +20,19 @@ void BatchProgress::step(const std::string& text) {
 void BatchProgress::file_succeeded(const std::string& file, const std::string& operation_errors) {
   const double seconds = std::max(0.0, std::chrono::duration<double>(common::now() - _file_start).count());
   const std::string errors = operation_errors.empty() ? "" : ", but: " + operation_errors;
-  file_done(true, fmt::format("{}: done in {}{}", file, duration_text(seconds), errors));
+  file_done(false, fmt::format("{}: done in {}{}", file, duration_text(seconds), errors));
 }
 
 void BatchProgress::file_failed(const std::string& sentence) {
-  file_done(false, "failed: " + sentence);
+  file_done(true, "failed: " + sentence);
 }
 
-void BatchProgress::file_done(bool is_successful, const std::string& line) {
-  _pace.file_done(is_successful);
+void BatchProgress::file_interrupted(const std::string& file) {
+  file_done(false, "interrupted: " + file);
+}
+
+void BatchProgress::file_done(bool is_failure, const std::string& line) {
+  _pace.file_done(!is_failure);
   if (_console.has_status_line()) {
     _console.show_status(_pace.bar_text());
     return;

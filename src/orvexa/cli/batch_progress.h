@@ -18,11 +18,12 @@ class BatchProgress {
   void file_succeeded(const std::string& file, const std::string& operation_errors);
   /// @param sentence  names the file.
   void file_failed(const std::string& sentence);
+  void file_interrupted(const std::string& file);
 
   [[nodiscard]] const BatchPace& pace() const { return _pace; }
 
  private:
-  void file_done(bool is_successful, const std::string& line);
+  void file_done(bool is_failure, const std::string& line);
 
   Console& _console;
   BatchPace _pace;

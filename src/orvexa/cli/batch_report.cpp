@@ -69,6 +69,7 @@ std::string without_file(const std::string& sentence, const std::string& file) {
 std::string failures_text(const BatchOutcome& outcome) {
   FilesBySentence files_by_reason;
   for (const BatchFileFailure& failure : outcome.summary.failed_files) {
+    if (failure.is_interrupted) continue;
     files_by_reason[without_file(outcome.reasons.at(failure.file), failure.file)].push_back(failure.file);
   }
   std::string text;
@@ -121,7 +122,10 @@ std::string numbers_text(const BatchOutcome& outcome) {
   std::string successful = std::to_string(summary.successful_files.size());
   if (with_errors > 0) successful += fmt::format(" ({} of them with failed operations)", with_errors);
   table.add({"Successful", successful});
-  table.add({"Failed", std::to_string(summary.failed_files.size())});
+  const auto interrupted = std::ranges::find_if(summary.failed_files, &BatchFileFailure::is_interrupted);
+  const bool is_interrupted = interrupted != summary.failed_files.end();
+  table.add({"Failed", std::to_string(summary.failed_files.size() - (is_interrupted ? 1 : 0))});
+  if (is_interrupted) table.add({"Interrupted", common::visible_text(interrupted->file)});
   if (outcome.not_reached() > 0) table.add({"Not reached", std::to_string(outcome.not_reached())});
   table.add({"Total", count_text(static_cast<std::size_t>(summary.total_files), "file")});
   if (outcome.taken_over > 0) table.add({"Done before", count_text(outcome.taken_over, "file")});
@@ -183,8 +187,11 @@ std::string batch_report_text(const BatchOutcome& outcome) {
 
 common::Value batch_report_document(const BatchOutcome& outcome) {
   common::Value document = outcome.summary.to_value();
-  for (common::Value& failure : document.at("failed_files")) {
-    failure["reason"] = outcome.reasons.at(failure.at("file").get<std::string>());
+  common::Value& failed = document.at("failed_files");
+  for (std::size_t i = 0; i < failed.size(); ++i) {
+    const BatchFileFailure& failure = outcome.summary.failed_files[i];
+    failed[i]["reason"] = outcome.reasons.at(failure.file);
+    failed[i]["interrupted"] = failure.is_interrupted;
   }
   document["mask_notes"] = mask_notes_document(outcome.summary.successful_files);
   document["not_reached"] = outcome.not_reached();

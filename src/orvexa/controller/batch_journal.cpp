@@ -90,6 +90,11 @@ Path recorded_folder(const Path& output_folder, const Path& run_folder) {
   return fs::absolute(output_folder).lexically_normal();
 }
 
+const char* status_of(const BatchJournalEntry& entry) {
+  if (entry.is_done) return "done";
+  return entry.is_interrupted ? "interrupted" : "failed";
+}
+
 Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
   Value operation_errors = Value::object();
   for (const auto& [operation, error] : entry.operation_errors) operation_errors[operation] = error;
@@ -100,7 +105,7 @@ Value entry_value(const BatchJournalEntry& entry, const Path& run_folder) {
     rows.push_back(std::move(cells));
   }
   return {{"file", path_value(entry.file)},
-          {"status", entry.is_done ? "done" : "failed"},
+          {"status", status_of(entry)},
           {"content_sha256", entry.content_sha256},
           {"sources", paths_value(entry.sources)},
           {"output_folder", path_value(recorded_folder(entry.output_folder, run_folder))},
@@ -114,8 +119,9 @@ BatchJournalEntry entry_of(const Value& line, const Path& run_folder) {
   BatchJournalEntry entry;
   entry.file = path_of(line.at("file"));
   const auto status = line.at("status").get<std::string>();
-  if (status != "done" && status != "failed") throw std::runtime_error("the status is neither done nor failed");
   entry.is_done = status == "done";
+  entry.is_interrupted = status == "interrupted";
+  if (status != status_of(entry)) throw std::runtime_error("the status is none of a file");
   entry.content_sha256 = line.at("content_sha256").get<std::string>();
   entry.sources = paths_of(line.at("sources"));
   if (const Path folder = path_of(line.at("output_folder")); !folder.empty()) {
@@ -307,7 +313,7 @@ BatchResumption plan_batch_resumption(BatchJournal journal, const common::Cancel
 std::vector<Path> failed_files(const BatchJournal& journal) {
   std::unordered_set<std::string> failed;
   for (const BatchJournalEntry& entry : journal.entries) {
-    if (!entry.is_done) failed.insert(entry.file.native());
+    if (!entry.is_done && !entry.is_interrupted) failed.insert(entry.file.native());
   }
   std::vector<Path> files;
   std::copy_if(journal.files.begin(), journal.files.end(), std::back_inserter(files),

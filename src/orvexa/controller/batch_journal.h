@@ -18,6 +18,7 @@ namespace orvexa::controller {
 struct BatchJournalEntry {
   common::Path file = {};
   bool is_done = false;                    ///< else it failed
+  bool is_interrupted = false;             ///< a cancellation met it at work, which is why it is not done
   std::string content_sha256 = {};         ///< of its input files; empty when they could not be read
   std::vector<common::Path> sources = {};  ///< the input files: the header and its images, or the one image
   common::Path output_folder = {};         ///< its results, when it is done
@@ -74,7 +75,7 @@ void expect_same_workflow(const BatchJournal& journal, const model::Workflow& wo
 [[nodiscard]] BatchResumption plan_batch_resumption(BatchJournal journal,
                                                     const common::CancelEvent* cancel_event = nullptr);
 
-/// The files that failed, in the order of the selection.
+/// The files that failed, in the order of the selection; one that was interrupted did not.
 [[nodiscard]] std::vector<common::Path> failed_files(const BatchJournal& journal);
 
 /// Appends to the journal of a run folder, a whole line at a time, in one write that is on the disk when it returns, so

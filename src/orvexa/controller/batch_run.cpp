@@ -20,6 +20,7 @@
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
+#include "orvexa/model/run_context.h"
 
 namespace orvexa::controller {
 
@@ -217,13 +218,21 @@ class BatchProcess {
         entry.reason = _state.error.value_or("");
         logger.error(entry.error);
       }
+    } catch (const model::CancelledError&) {
+      entry.is_interrupted = true;
+      take_failure(name, entry);
     } catch (...) {
-      const std::string reason = failure_text();
-      entry.error = fmt::format("Error processing {}: {}", name, reason);
-      logger.error(entry.error);
-      logger.exception(reason);
+      take_failure(name, entry);
     }
     record(entry, std::move(mask_notes));
+  }
+
+  /// Inside a handler.
+  static void take_failure(const std::string& name, BatchJournalEntry& entry) {
+    const std::string reason = failure_text();
+    entry.error = fmt::format("Error processing {}: {}", name, reason);
+    logger.error(entry.error);
+    logger.exception(reason);
   }
 
   /// Whether there is a capture now.
@@ -269,7 +278,8 @@ class BatchProcess {
                                                                      .operation_errors = entry.operation_errors,
                                                                      .mask_notes = std::move(mask_notes)});
     } else {
-      told = _summary.failed_files.emplace_back(BatchFileFailure{.file = entry.file.string(), .error = entry.error});
+      told = _summary.failed_files.emplace_back(
+          BatchFileFailure{.file = entry.file.string(), .error = entry.error, .is_interrupted = entry.is_interrupted});
     }
     _table.add(entry.file, entry.rows);
     add_to_journal(entry);

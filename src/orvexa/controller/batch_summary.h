@@ -26,6 +26,7 @@ struct BatchFileSuccess {
 struct BatchFileFailure {
   std::string file;
   std::string error;
+  bool is_interrupted = false;  ///< nothing is wrong with it: a cancellation met it at work. Not part of the map
 };
 
 using BatchFileEntry = std::variant<BatchFileSuccess, BatchFileFailure>;
