@@ -71,6 +71,13 @@ TEST(BatchInputs, GivenSingleFiles_ThenTheyAreTakenAsTheyAreWhateverTheirNames) 
   EXPECT_THAT(Tree().selected({"both/photo.png"}, {"--captures"}), ElementsAre("both/photo.png"));
 }
 
+TEST(BatchInputs, GivenAnEmptyName_ThenThatIsSaid) {
+  const Tree tree;
+  const Outcome outcome = orvexa_command({"batch", tree.workflow.string(), tree.folder / "both", "", "--dry-run"});
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err, "orvexa batch: an INPUT is empty; see orvexa batch --help.\n");
+}
+
 TEST(BatchInputs, GivenAPageOfAnImage_ThenItIsTaken) {
   EXPECT_THAT(Tree().selected({"stack.tif[2]", "stack.tif"}), ElementsAre("stack.tif[2]", "stack.tif"));
   EXPECT_EQ(Tree().dry_run({"no_stack.tif[2]"}).exit_code, 2);

@@ -77,6 +77,8 @@ TEST(BatchPace, GivenNoFilesAtAll_ThenTheBarIsEmpty) {
 
 TEST(DurationText, IsShortAtEveryLength) {
   EXPECT_EQ(duration_text(0), "0 s");
+  EXPECT_EQ(duration_text(0.0049), "under 0.01 s");
+  EXPECT_EQ(duration_text(0.0051), "0.01 s");
   EXPECT_EQ(duration_text(0.034), "0.03 s");
   EXPECT_EQ(duration_text(2.46), "2.5 s");
   EXPECT_EQ(duration_text(3), "3 s");

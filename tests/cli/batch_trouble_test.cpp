@@ -156,6 +156,19 @@ TEST(Batch, GivenAReadOnlyOutputFolder_ThenOneSentenceSaysSo) {
   EXPECT_THAT(outcome.err, AllOf(HasSubstr("out put ü"), HasSubstr("Read-only file system")));
 }
 
+TEST(Batch, GivenWorkflowAndCaptureInTheWrongOrder_ThenTheSentenceSaysWhichComesFirst) {
+  const BatchSetup batch(1);
+  const std::string capture = batch.captures / "HDR_plot_0001.INF";
+  for (const std::string& first : {capture, (batch.captures / "plot_0001_RED.tif").string()}) {
+    const Outcome outcome = orvexa_command({"batch", first, batch.workflow.string(), "-o", batch.output.string()});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_TRUE(is_one_sentence(outcome.err));
+    EXPECT_THAT(outcome.err, AllOf(testing::StartsWith(first), HasSubstr("The workflow is given first")));
+  }
+  const Outcome no_workflow = orvexa_command({"batch", batch.folder.write("notes.yaml", "text"), capture, "-o", "out"});
+  EXPECT_THAT(no_workflow.err, Not(HasSubstr("is given first")));
+}
+
 TEST(Batch, GivenAnOutputFolderThatIsAFile_ThenTheSentenceNamesItAndTheFileStays) {
   BatchSetup batch(1);
   batch.output = batch.folder.write("a file", "precious");
@@ -163,7 +176,7 @@ TEST(Batch, GivenAnOutputFolderThatIsAFile_ThenTheSentenceNamesItAndTheFileStays
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(outcome.out, "");
   EXPECT_TRUE(is_one_sentence(outcome.err));
-  EXPECT_THAT(outcome.err, HasSubstr("a file"));
+  EXPECT_EQ(outcome.err, "No folder for the run can be made in \"" + batch.output.string() + "\": Not a directory.\n");
   EXPECT_EQ(read_all(batch.output), "precious");
 }
 

@@ -188,6 +188,17 @@ TEST_P(InterruptedPart, EndsInsideAStepWithExitCode130AndLeavesNoFolder) {
 INSTANTIATE_TEST_SUITE_P(Options, InterruptedPart, testing::Values("--step", "--operation"),
                          [](const auto& test) { return std::string(test.param).substr(2); });
 
+TEST(RunPart, GivenANumberThatNoStepHas_ThenTheSentenceSaysHowManyThereAre) {
+  PartSetup run;
+  const Outcome outcome = run({"--step", "3"});
+  EXPECT_EQ(outcome.exit_code, 2);
+  EXPECT_EQ(outcome.err, "--step is \"3\"; a whole number from 1 to 2 is expected, because " + run.workflow.string() +
+                             " has 2 mask steps.\n");
+  run.workflow = run.folder.write("one.yaml", "result_operations:\n  - op: area\n");
+  EXPECT_EQ(run({"--operation", "two"}).err,
+            "--operation is \"two\"; 1 is expected, because " + run.workflow.string() + " has 1 result operation.\n");
+}
+
 TEST(RunPart, GivenAWorkflowWithoutStepsOfThatKind_ThenThatIsSaid) {
   PartSetup run;
   run.workflow = run.folder.write("empty.yaml", "title: Empty\n");

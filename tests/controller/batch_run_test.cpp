@@ -160,8 +160,7 @@ TEST_F(BatchRunTest, GivenARunFolderThatCannotBeMade_ThenASentenceReachesTheCall
     run({}, {"in/HDR_a.INF"});
     FAIL() << "nothing was thrown";
   } catch (const std::runtime_error& failure) {
-    EXPECT_EQ(failure.what(), "The folder \"" + (out / "batch_results_20240131154502").string() +
-                                  "\" cannot be made: Not a directory.");
+    EXPECT_EQ(failure.what(), "No folder for the run can be made in \"" + out.string() + "\": Not a directory.");
   }
   EXPECT_EQ(controller.state.current_file, "selected");
   EXPECT_EQ(controller.state.message, "before");

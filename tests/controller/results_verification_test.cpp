@@ -438,6 +438,12 @@ TEST_F(ResultsVerification, GivenAFolderThatIsNoResultsFolder_ThenASentenceSaysS
             (folder / "in").string() + ": this is no results folder; it has no provenance.json.");
 }
 
+TEST_F(ResultsVerification, GivenTheFolderOfABatch_ThenTheSentenceSaysWhatToNameInstead) {
+  folder.write("batch/batch_journal.jsonl", "");
+  EXPECT_EQ(refusal_of(controller, folder / "batch"),
+            (folder / "batch").string() + ": this is the folder of a batch; name a results folder inside it.");
+}
+
 struct BadRecord {
   const char* name;
   const char* document;
@@ -450,7 +456,8 @@ TEST_P(VerificationRefuses, ARecordThatCannotBeUnderstood) {
   const TemporaryFolder folder;
   folder.write("provenance.json", GetParam().document);
   controller::Controller controller;
-  EXPECT_THAT(refusal_of(controller, folder.path()), HasSubstr(GetParam().sentence));
+  EXPECT_THAT(refusal_of(controller, folder.path()),
+              testing::AllOf(testing::StartsWith(folder.path().string()), HasSubstr(GetParam().sentence)));
 }
 
 INSTANTIATE_TEST_SUITE_P(

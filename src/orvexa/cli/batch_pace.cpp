@@ -44,6 +44,7 @@ std::string rate_text(double files_per_second) {
 
 std::string duration_text(double seconds) {
   if (seconds != std::floor(seconds)) {
+    if (seconds < 0.005) return "under 0.01 s";
     if (seconds < 1) return fmt::format("{:.2f} s", seconds);
     if (seconds < 10) return fmt::format("{:.1f} s", seconds);
   }

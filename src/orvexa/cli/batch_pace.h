@@ -36,7 +36,7 @@ class BatchPace {
 /// "4.0 files/s", "12.5 files/min", "3.0 files/h": the unit in which there is at least one file.
 [[nodiscard]] std::string rate_text(double files_per_second);
 
-/// "0.03 s", "2.5 s", "19 s", "4 min 05 s", "2 h 07 min".
+/// "under 0.01 s", "0.03 s", "2.5 s", "19 s", "4 min 05 s", "2 h 07 min".
 [[nodiscard]] std::string duration_text(double seconds);
 
 }  // namespace orvexa::cli

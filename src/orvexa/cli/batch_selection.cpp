@@ -29,6 +29,7 @@ bool is_there(const Path& input) {
 void expect_there(const std::vector<std::string>& inputs) {
   std::vector<std::string> missing;
   for (const std::string& input : inputs) {
+    if (input.empty()) throw UsageError("orvexa batch: an INPUT is empty; see orvexa batch --help.");
     if (!is_there(input)) missing.push_back(common::path_text(input));
   }
   if (missing.empty()) return;

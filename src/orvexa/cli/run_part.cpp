@@ -17,10 +17,15 @@ namespace {
 
 /// The number that an option gives, counted from 1.
 int step_number(const GivenWords& given, const char* option, std::size_t count, const char* kind) {
-  if (count == 0) {
-    throw UsageError(fmt::format("{}: {} has no {}.", option, common::path_text(given.text("WORKFLOW")), kind));
+  const std::string workflow = common::path_text(given.text("WORKFLOW"));
+  if (count == 0) throw UsageError(fmt::format("{}: {} has no {}s.", option, workflow, kind));
+  try {
+    return given.whole_number(option, 1, 1, static_cast<int>(count));
+  } catch (const UsageError&) {
+    const std::string wanted = count == 1 ? "1" : fmt::format("a whole number from 1 to {}", count);
+    throw UsageError(fmt::format("{} is \"{}\"; {} is expected, because {} has {} {}{}.", option, given.text(option),
+                                 wanted, workflow, count, kind, count == 1 ? "" : "s"));
   }
-  return given.whole_number(option, 1, 1, static_cast<int>(count));
 }
 
 model::RunContext context() {
@@ -37,7 +42,7 @@ void expect_one_part(const GivenWords& given) {
 
 int run_step(Console& console, controller::Controller& controller, const GivenWords& given) {
   const auto workflow = controller._wf();
-  const int number = step_number(given, "--step", workflow->mask_operations.size(), "mask steps");
+  const int number = step_number(given, "--step", workflow->mask_operations.size(), "mask step");
   const std::string capture = controller._cap()->name;
   console.progress(fmt::format("Mask steps 1 to {}", number));
   const LoggedFailure failure;
@@ -68,7 +73,7 @@ int run_step(Console& console, controller::Controller& controller, const GivenWo
 
 int run_operation(Console& console, controller::Controller& controller, const GivenWords& given) {
   const auto workflow = controller._wf();
-  const int number = step_number(given, "--operation", workflow->result_operations.size(), "result operations");
+  const int number = step_number(given, "--operation", workflow->result_operations.size(), "result operation");
   const std::string capture = controller._cap()->name;
   const std::string& op = workflow->result_operations[static_cast<std::size_t>(number - 1)].op;
   console.progress(fmt::format("Result operation {}: {}", number, op));

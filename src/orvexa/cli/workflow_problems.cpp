@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <stdexcept>
+
 #include "orvexa/cli/session.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
@@ -26,8 +28,24 @@ common::Value problems_document(const std::vector<model::WorkflowProblem>& probl
   return list;
 }
 
+namespace {
+
+bool is_named_like_a_capture(const std::filesystem::path& file) {
+  return model::is_image_file_name(file) || common::to_lower_ascii(file.extension().string()) == ".inf";
+}
+
+/// A capture in place of the workflow is no workflow: the arguments were swapped.
+std::vector<model::WorkflowProblem> problems_of_first_argument(const std::filesystem::path& file) try {
+  return workflow_problems(file);
+} catch (const std::exception& failure) {
+  if (!is_named_like_a_capture(file)) throw;
+  throw std::runtime_error(fmt::format("{} The workflow is given first, then what it runs on.", failure.what()));
+}
+
+}  // namespace
+
 bool is_fit_to_run(Console& console, const std::filesystem::path& file) {
-  const std::vector<model::WorkflowProblem> problems = workflow_problems(file);
+  const std::vector<model::WorkflowProblem> problems = problems_of_first_argument(file);
   if (problems.empty()) return true;
   const std::string name = common::path_text(file);
   for (const model::WorkflowProblem& problem : problems) console.error(problem_sentence(name, problem));

@@ -42,7 +42,8 @@ Path make_run_folder(const Path& output_folder) {
   std::error_code error;
   std::filesystem::create_directories(folder, error);
   if (error) {
-    throw std::runtime_error(fmt::format("The folder \"{}\" cannot be made: {}.", path_text(folder), error.message()));
+    throw std::runtime_error(
+        fmt::format("No folder for the run can be made in \"{}\": {}.", path_text(output_folder), error.message()));
   }
   return folder;
 }

@@ -9,6 +9,7 @@
 #include "orvexa/common/serialisation.h"
 #include "orvexa/common/text.h"
 #include "orvexa/common/version.h"
+#include "orvexa/controller/batch_journal.h"
 #include "orvexa/model/workflow/provenance.h"
 
 namespace orvexa::controller {
@@ -72,21 +73,8 @@ std::vector<RecordedStep> steps_from(const Value& list) {
   return steps;
 }
 
-}  // namespace
-
-RunRecord read_run_record(const Path& results_folder) {
-  std::error_code unknown;
-  const std::string name = common::path_text(results_folder);
-  if (!std::filesystem::is_directory(results_folder, unknown)) {
-    throw std::runtime_error(name + ": there is no such folder.");
-  }
-  const Path file = results_folder / "provenance.json";
-  if (!std::filesystem::exists(file, unknown)) {
-    throw std::runtime_error(name + ": this is no results folder; it has no provenance.json.");
-  }
-  const Value document = common::parse_json(common::read_text_file(file, max_record_bytes), "provenance.json");
+RunRecord record_from(const Value& document) {
   if (!document.is_object()) fail(fmt::format("it must be a map; it is {}.", common::kind_text(document)));
-
   RunRecord record{.capture = text(document, "capture")};
   for (const Value& input : maps_at(document, "inputs")) record.inputs.push_back(input_from(input));
   if (record.inputs.empty()) fail("it names no inputs.");
@@ -99,6 +87,29 @@ RunRecord read_run_record(const Path& results_folder) {
   record.mask_steps = steps_from(maps_at(document, "mask_operations"));
   record.result_steps = steps_from(maps_at(document, "result_operations"));
   return record;
+}
+
+}  // namespace
+
+RunRecord read_run_record(const Path& results_folder) {
+  std::error_code unknown;
+  const std::string name = common::path_text(results_folder);
+  if (!std::filesystem::is_directory(results_folder, unknown)) {
+    throw std::runtime_error(name + ": there is no such folder.");
+  }
+  const Path file = results_folder / "provenance.json";
+  if (!std::filesystem::exists(file, unknown)) {
+    if (std::filesystem::exists(results_folder / batch_journal_name, unknown)) {
+      throw std::runtime_error(name + ": this is the folder of a batch; name a results folder inside it.");
+    }
+    throw std::runtime_error(name + ": this is no results folder; it has no provenance.json.");
+  }
+  const std::string content = common::read_text_file(file, max_record_bytes);
+  try {
+    return record_from(common::parse_json(content, "provenance.json"));
+  } catch (const std::runtime_error& failure) {
+    throw std::runtime_error(fmt::format("{}: {}", name, failure.what()));
+  }
 }
 
 Value versions_now() {
