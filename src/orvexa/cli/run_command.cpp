@@ -12,6 +12,7 @@
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
+#include "orvexa/model/workflow/metrics_files.h"
 
 namespace orvexa::cli {
 
@@ -76,14 +77,6 @@ std::string results_text(const model::ResultMap& results) {
 
 namespace {
 
-common::Value notes_document(const std::vector<model::MaskNote>& notes) {
-  common::Value list = common::Value::array();
-  for (const model::MaskNote& note : notes) {
-    list.push_back({{"step", note.step}, {"op", note.op}, {"note", common::to_valid_utf8(note.text)}});
-  }
-  return list;
-}
-
 std::size_t region_count(const model::ResultMap& results) {
   std::size_t count = 0;
   for (const auto& [key, result] : results) count = std::max(count, result.regions.size());
@@ -144,7 +137,7 @@ int run_command(Console& console, const GivenWords& given) {
                          {"workflow", controller.state.current_workflow->title},
                          {"results_folder", folder},
                          {"results", results_document(results)},
-                         {"mask_notes", notes_document(controller.state.last_mask_notes)}});
+                         {"mask_notes", model::mask_notes_document(controller.state.last_mask_notes)}});
   } else if (console.quiet) {
     console.answer(folder + "\n");
   } else {

@@ -125,7 +125,9 @@ OrderedMap<RegionResult> gather_regions(const std::vector<std::string>& names, c
 
 Value mask_notes_document(const std::vector<MaskNote>& notes) {
   Value list = Value::array();
-  for (const MaskNote& note : notes) list.push_back({{"step", note.step}, {"op", note.op}, {"note", note.text}});
+  for (const MaskNote& note : notes) {
+    list.push_back({{"step", note.step}, {"op", note.op}, {"note", common::to_valid_utf8(note.text)}});
+  }
   return list;
 }
 
