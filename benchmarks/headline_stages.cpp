@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "orvexa/common/memory.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/serialisation.h"
 #include "orvexa/model/entities/capture_loader.h"
@@ -100,6 +101,7 @@ void measure(const fs::path& workflow_file, const fs::path& folder, const fs::pa
 }  // namespace
 
 int main(int count, char** arguments) {
+  orvexa::common::set_up_memory();
   if (count != 4) {
     fmt::print(stderr, "usage: headline_stages WORKFLOW FOLDER OUTPUT_FOLDER\n");
     return 2;

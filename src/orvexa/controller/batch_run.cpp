@@ -17,6 +17,7 @@
 #include "orvexa/common/clock.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/logger.h"
+#include "orvexa/common/memory.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
@@ -172,6 +173,7 @@ class BatchProcess {
     log_workflow();
     begin_journal();
     process_files();
+    common::give_back_free_memory();
     write_reports();
     conclude();
     return std::move(_summary);

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "orvexa/common/memory.h"
 #include "orvexa/common/text.h"
 
 namespace orvexa::controller {
@@ -44,6 +45,7 @@ void FileWatcher::run() {
     const auto began = std::chrono::steady_clock::now();
     const bool is_idle = _watch->poll_once();
     if (_arguments.once && is_idle) break;
+    if (is_idle) common::give_back_free_memory();
     const auto next = began + std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                                   std::chrono::duration<double>(_arguments.poll_seconds));
     std::unique_lock lock(_mutex);

@@ -2,6 +2,6 @@
 #include "orvexa/common/memory.h"
 
 int main(int argc, char** argv) {
-  orvexa::common::use_few_memory_pools();
+  orvexa::common::set_up_memory();
   return orvexa::cli::run_command_line(argc, argv);
 }
