@@ -2,11 +2,9 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <regex>
 #include <set>
@@ -14,11 +12,13 @@
 #include <string>
 
 #include "orvexa/common/text.h"
+#include "support/file_size_limit.h"
 #include "support/temporary_folder.h"
 
 namespace orvexa::common {
 namespace {
 
+using test::FileSizeLimit;
 using test::read_all;
 using test::TemporaryFolder;
 using testing::ElementsAre;
@@ -35,27 +35,6 @@ std::string sentence_of(const Action& action) {
   }
   return "nothing was thrown";
 }
-
-/// While it lives, no file of this process may grow beyond the given size: writing fails half-way, as on a full disk.
-class FileSizeLimit {
- public:
-  explicit FileSizeLimit(rlim_t bytes) : _handler_before(std::signal(SIGXFSZ, SIG_IGN)) {
-    ::getrlimit(RLIMIT_FSIZE, &_before);
-    rlimit limit = _before;
-    limit.rlim_cur = bytes;
-    ::setrlimit(RLIMIT_FSIZE, &limit);
-  }
-  ~FileSizeLimit() {
-    ::setrlimit(RLIMIT_FSIZE, &_before);
-    std::signal(SIGXFSZ, _handler_before);
-  }
-  FileSizeLimit(const FileSizeLimit&) = delete;
-  FileSizeLimit& operator=(const FileSizeLimit&) = delete;
-
- private:
-  rlimit _before{};
-  void (*_handler_before)(int);
-};
 
 /// While it lives, a test that root runs has no more rights than the user nobody.
 class OrdinaryUser {

@@ -116,6 +116,22 @@ TEST_F(WatchTable, GivenAResultsFolderThatWasRemoved_WhenTheTableIsMadeAnewAtASt
   EXPECT_EQ(status().results_gone, 1U);
 }
 
+TEST_F(WatchTable, GivenAResultsFolderThatWasRemovedAndANewRunThatTookItsName_ThenTheRowsAreThoseOfTheNewRun) {
+  write_capture("a");
+  poll(2);
+  std::filesystem::remove_all(out / "a");
+  write_workflow("region_count");
+  poll(4);
+  ASSERT_TRUE(std::filesystem::exists(out / "a"));
+  end();
+  write_table("");
+  restart();
+  poll();
+  ASSERT_THAT(table(), SizeIs(2));
+  EXPECT_THAT(table()[1], StartsWith(key(1)));
+  EXPECT_EQ(status().results_gone, 1U);
+}
+
 TEST_F(WatchTable, GivenAResultsFolderThatWasRemoved_WhenANewColumnAppears_ThenItsRowsGoAndThatIsToldOnce) {
   for (const char* name : {"a", "b"}) write_capture(name);
   poll(2);

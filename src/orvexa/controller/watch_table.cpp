@@ -4,6 +4,7 @@
 #include <fstream>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 #include <utility>
 
 namespace orvexa::controller {
@@ -87,11 +88,14 @@ void WatchTable::rebuild() {
   common::OrderedMap<bool> columns;
   for (const char* column : {"Capture", "Region", "Date", "Time"}) columns[column] = true;
   _gone = 0;
+  std::unordered_map<std::string, const JournalEntry*> owners;
   for (const auto& [key, entry] : _journal.entries()) {
     if (!entry.is_done || entry.rows == 0) continue;
     const MetricsRows metrics = read_metrics_rows(_output_dir / entry.folder);
     for (const std::string& column : metrics.columns) columns[column] = true;
-    if (metrics.rows.empty()) ++_gone;
+    // Where somebody removed a results folder, a later run may have taken its name.
+    const bool is_taken_over = !owners.insert_or_assign(entry.folder, &entry).second;
+    if (metrics.rows.empty() || is_taken_over) ++_gone;
   }
   _columns.clear();
   for (const auto& [column, is_there] : columns) _columns.push_back(column);
@@ -99,7 +103,8 @@ void WatchTable::rebuild() {
   common::AtomicFile file(_output_dir / table_name);
   file.write(header_text(_columns));
   for (const auto& [key, entry] : _journal.entries()) {
-    if (!entry.is_done || entry.rows == 0) continue;
+    const auto owner = owners.find(entry.folder);
+    if (owner == owners.end() || owner->second != &entry) continue;
     const MetricsRows metrics = read_metrics_rows(_output_dir / entry.folder);
     std::string text;
     for (std::size_t row = 0; row < metrics.rows.size(); ++row) text += row_text(key, metrics, row);
