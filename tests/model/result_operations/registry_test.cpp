@@ -21,8 +21,8 @@ std::vector<std::string> all_keys() {
 }
 
 TEST(ResultRegistry, HoldsTheOperationsInTheOrderOfMenus) {
-  EXPECT_THAT(all_keys(), ElementsAre("area", "perimeter", "shape_factors", "region_count", "band_statistics",
-                                      "histogram", "color_statistics", "index_statistics", "psii"));
+  EXPECT_THAT(all_keys(), ElementsAre("area", "perimeter", "shape_factors", "convex_hull", "holes", "region_count",
+                                      "band_statistics", "histogram", "color_statistics", "index_statistics", "psii"));
 }
 
 TEST(ResultRegistry, CategoriesHoldEveryOperationOnceInTheSameOrder) {
@@ -82,6 +82,7 @@ TEST(ResultRegistry, AnUnknownKeyIsRefusedWithTheNearest) {
 TEST(ResultRegistry, AnOverrideReplacesItWhileItLives) {
   const auto fake =
       test::fake_result("fake", [](auto&, const auto&, const auto&, const auto&) { return OperationResult{}; });
+  const std::vector<std::string> built_in = all_keys();
   std::vector<std::string> asked;
   {
     const ResultRegistryOverride outer({&fake}, [&](std::string_view key) { asked.emplace_back(key); });
@@ -96,7 +97,7 @@ TEST(ResultRegistry, AnOverrideReplacesItWhileItLives) {
     EXPECT_EQ(get_operations_by_category().size(), 1u);
   }
   EXPECT_EQ(asked, (std::vector<std::string>{"", "area", "fake", ""}));
-  EXPECT_EQ(all_keys().size(), 9u);
+  EXPECT_EQ(all_keys(), built_in);
 }
 
 TEST(ResultRegistry, ARegistryThatCannotBeBuiltSaysSoAtTheCall) {

@@ -1,4 +1,4 @@
-// area, perimeter, shape_factors and region_count: operations on the mask alone.
+// area, perimeter, shape_factors, convex_hull, holes and region_count: operations on the mask alone.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -161,6 +161,68 @@ TEST(ShapeFactors, AnEmptyMaskHasNone) {
   EXPECT_EQ(keys(result.reasons), keys(result.units));
 }
 
+// scipy.spatial.ConvexHull of the pixels' corners: 7989 for the disc of 7845 pixels.
+TEST(ConvexHull, OfADiscAgreesWithAnIndependentLibrary) {
+  const auto result = test::measured("convex_hull", *blank(121, 121, test::header_with_scale(0.5)), disc_mask(121, 50));
+  EXPECT_EQ(result.metrics.at("hull_area"), 7989.0);
+  EXPECT_NEAR(result.metrics.at("hull_area_mm2").get<double>(), 7989 * 0.25, 1e-9);
+  EXPECT_NEAR(result.metrics.at("solidity").get<double>(), 0.9819752159218926, 1e-12);
+  EXPECT_EQ(result.units.at("hull_area"), "px");
+  EXPECT_EQ(result.units.at("hull_area_mm2"), "mm²");
+  EXPECT_EQ(result.units.at("solidity"), "");
+}
+
+TEST(ConvexHull, AConvexShapeOfPixelsIsItsOwnHull) {
+  const auto result = test::measured("convex_hull", *blank(50, 50), rectangle_mask({50, 50}, {3, 5, 30, 20}));
+  EXPECT_EQ(result.metrics.at("hull_area"), 600.0);
+  EXPECT_EQ(result.metrics.at("solidity"), 1.0);
+  EXPECT_FALSE(result.metrics.contains("hull_area_mm2"));
+}
+
+// An L of three pixels: the square of 4 without the triangle at its inner corner, 4 - 1 / 2.
+TEST(ConvexHull, OfTheWholeSpansTheGapsBetweenItsRegions) {
+  const Mask mask = test::mask_of_regions({"11...2", "1....2"}, 3);
+  const auto result = test::measured("convex_hull", *blank(2, 6), mask);
+  EXPECT_EQ(result.regions.at("ROI_1").metrics.at("hull_area"), 3.5);
+  EXPECT_NEAR(result.regions.at("ROI_1").metrics.at("solidity").get<double>(), 3 / 3.5, 1e-15);
+  EXPECT_EQ(result.regions.at("ROI_2").metrics.at("hull_area"), 2.0);
+  EXPECT_EQ(result.metrics.at("hull_area"), 12.0);  // the frame of 6 x 2
+  EXPECT_NEAR(result.metrics.at("solidity").get<double>(), 5 / 12.0, 1e-15);
+  EXPECT_TRUE(result.regions.at("ROI_3").metrics.empty());
+  EXPECT_EQ(result.regions.at("ROI_3").reasons.at("solidity"), "The region has no pixel.");
+}
+
+// python3-skimage: euler_number(connectivity=2) 2, label(connectivity=2) 4 parts; scipy.ndimage.binary_fill_holes adds
+// 10 pixels in 2 places. By hand: around the dot in the frame 9 - 1 = 8 pixels, in the ring at the right 2.
+TEST(Holes, AreCountedAndMeasuredLikeIndependentLibrariesDo) {
+  const Mask mask = test::mask(
+      {"#####....##", "#...#....##", "#.#.#......", "#...#..###.", "#####..#.#.", "......##.#.", ".......####"});
+  const auto result = test::measured("holes", *blank(7, 11, test::header_with_scale(0.5)), mask);
+  EXPECT_EQ(result.metrics.at("euler_number"), 2);
+  EXPECT_EQ(result.metrics.at("hole_count"), 2);
+  EXPECT_EQ(result.metrics.at("hole_area"), 10);
+  EXPECT_EQ(result.metrics.at("hole_area_mm2"), 2.5);
+}
+
+// Through a gap at a corner the background would get out if it were 8-connected; the mask holds together there.
+TEST(Holes, AGapAtACornerDoesNotOpenAHole) {
+  const auto result = test::measured("holes", *blank(3, 3), test::mask({".##", "#.#", "###"}));
+  EXPECT_EQ(result.metrics.at("hole_count"), 1);
+  EXPECT_EQ(result.metrics.at("euler_number"), 0);
+  const auto open = test::measured("holes", *blank(3, 3), test::mask({"###", "#..", "###"}));
+  EXPECT_EQ(open.metrics.at("hole_count"), 0);
+  EXPECT_EQ(open.metrics.at("hole_area"), 0);
+  EXPECT_EQ(open.metrics.at("euler_number"), 1);
+}
+
+TEST(Holes, WhatAnotherRegionFillsIsAHoleOfTheOneAroundIt) {
+  const Mask mask = test::mask_of_regions({"111", "121", "111"}, 2);
+  const auto result = test::measured("holes", *blank(3, 3), mask);
+  EXPECT_EQ(result.regions.at("ROI_1").metrics.at("hole_area"), 1);
+  EXPECT_EQ(result.regions.at("ROI_2").metrics.at("hole_count"), 0);
+  EXPECT_EQ(result.metrics.at("hole_count"), 0);
+}
+
 TEST(RegionCount, CountsConnectedPartsAndListsTheirAreas) {
   const Mask mask = test::mask({"##...#", "##....", "..#...", "......", "#....#"});
   const auto result = test::measured("region_count", *blank(5, 6, test::header_with_scale(2)), mask);
@@ -195,8 +257,11 @@ TEST(RegionCount, ARegionCountsItsOwnPartsInTheFullFrame) {
 /// at least one look a stripe each time, whatever the number of threads.
 TEST(ShapesOfOneLargeRegion, AreMeasuredWithALookAtTheFlagInEveryStripe) {
   const auto capture = blank(2000, 2000)->apply_mask(test::mask_of_grid(Mask::full({2000, 2000}), 1, 1));
-  const std::vector<std::pair<std::string, Value>> operations{
-      {"perimeter", {{"chain", true}}}, {"shape_factors", Value::object()}, {"region_count", Value::object()}};
+  const std::vector<std::pair<std::string, Value>> operations{{"perimeter", {{"chain", true}}},
+                                                              {"shape_factors", Value::object()},
+                                                              {"region_count", Value::object()},
+                                                              {"convex_hull", Value::object()},
+                                                              {"holes", Value::object()}};
   for (const auto& [key, params] : operations) {
     const test::CountingEvent event;
     const auto operation = get_result_operation(key)();
@@ -209,7 +274,7 @@ TEST(ShapesOfOneLargeRegion, AreMeasuredWithALookAtTheFlagInEveryStripe) {
 TEST(ShapesOfOneLargeRegion, EndAtTheNextLookOnceCancelled) {
   const test::ThreadCount one(1);
   const auto capture = blank(2000, 2000)->apply_mask(test::mask_of_grid(Mask::full({2000, 2000}), 1, 1));
-  for (const char* key : {"perimeter", "shape_factors", "region_count"}) {
+  for (const char* key : {"perimeter", "shape_factors", "region_count", "convex_hull", "holes"}) {
     for (const int looks : {1, 10, 20, 40, 60}) {
       const test::CountingEvent event(looks);
       const auto operation = get_result_operation(key)();

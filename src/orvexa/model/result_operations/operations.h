@@ -8,6 +8,8 @@ namespace orvexa::model {
 const ResultOperationInfo& area_info();
 const ResultOperationInfo& perimeter_info();
 const ResultOperationInfo& shape_factors_info();
+const ResultOperationInfo& convex_hull_info();
+const ResultOperationInfo& holes_info();
 const ResultOperationInfo& region_count_info();
 const ResultOperationInfo& band_statistics_info();
 const ResultOperationInfo& histogram_info();

@@ -16,6 +16,8 @@ const std::vector<const ResultOperationInfo*>& built_in_operations() {
   static const std::vector<const ResultOperationInfo*> all{&area_info(),
                                                            &perimeter_info(),
                                                            &shape_factors_info(),
+                                                           &convex_hull_info(),
+                                                           &holes_info(),
                                                            &region_count_info(),
                                                            &band_statistics_info(),
                                                            &histogram_info(),

@@ -102,6 +102,21 @@ void ResultRow::leave_out(std::string name, std::string_view reason) {
   _reasons.emplace_back(std::move(name), reason);
 }
 
+void add_area_units(OperationResult& result, const std::string& name, const std::optional<double>& scale) {
+  result.units[name] = "px";
+  if (scale) result.units[name + "_mm2"] = "mm²";
+}
+
+void set_area(ResultRow& row, const std::string& name, const Value& pixels, const std::optional<double>& scale) {
+  if (row.is_empty()) {
+    row.leave_out(name, row.empty_reason());
+    if (scale) row.leave_out(name + "_mm2", row.empty_reason());
+    return;
+  }
+  row.set(name, pixels);
+  if (scale) row.set(name + "_mm2", pixels.get<double>() * *scale * *scale);
+}
+
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region&, int, ResultRow&)>& write) {
   ResultRow whole(result.metrics, result.reasons, regions.whole());

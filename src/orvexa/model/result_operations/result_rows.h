@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,12 @@ class ResultRow {
   Value::object_t& _reasons;
   const Region& _region;
 };
+
+/// The unit of an area of a shape: `name` in pixels and, where the capture declares its scale, `<name>_mm2`.
+/// @param scale  millimetres a pixel.
+void add_area_units(OperationResult& result, const std::string& name, const std::optional<double>& scale);
+/// Writes both, or leaves both out of an empty row.
+void set_area(ResultRow& row, const std::string& name, const Value& pixels, const std::optional<double>& scale);
 
 /// Calls `write` for the whole mask with index -1, then for each region with its index, these perhaps at the same time.
 /// Whatever the order of the calls, the rows stand in the regions' order.

@@ -217,14 +217,14 @@ OutputFile tiff_file(Path path, const Image& image) {
 
 template <typename T>
 Image region_numbers(const RegionSet& regions, const RunContext& context) {
-  const auto [height, width] = regions.shape();
-  cv::Mat numbers(height, width, cv::DataType<T>::type);
-  for_each_stripe(height, width, context, [&](int y0, int y1) {
+  const Shape shape = regions.shape();
+  cv::Mat numbers(shape.height, shape.width, cv::DataType<T>::type);
+  for_each_stripe(shape.height, shape.width, context, [&](int y0, int y1) {
     for (int y = y0; y < y1; ++y) {
       const std::uint8_t* mask = regions.mask().row(y).data();
       const std::int32_t* labels = regions.label_row(y).data();
       T* out = numbers.ptr<T>(y);
-      for (int x = 0; x < width; ++x) out[x] = mask[x] != 0 ? static_cast<T>(labels[x]) : T{0};
+      for (int x = 0; x < shape.width; ++x) out[x] = mask[x] != 0 ? static_cast<T>(labels[x]) : T{0};
     }
   });
   return Image(std::move(numbers));
