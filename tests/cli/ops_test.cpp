@@ -6,6 +6,8 @@
 #include "cli/process.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/result_operations/registry.h"
+#include "support/places.h"
+#include "support/temporary_folder.h"
 
 namespace orvexa::test {
 namespace {
@@ -36,6 +38,44 @@ TEST(Ops, ListsEveryOperationOfBothRegistriesOnceWithItsSummary) {
   const std::string text = orvexa_command({"ops"}).out;
   for (const std::string& key : masks) EXPECT_THAT(text, HasSubstr("    " + key + "  "));
   for (const std::string& key : results) EXPECT_THAT(text, HasSubstr("    " + key + "  "));
+}
+
+TEST(Ops, ThePageInTheDocumentsIsWhatTheProgramSays) {
+  const Outcome outcome = orvexa_command({"ops", "--markdown"});
+  ASSERT_EQ(outcome.exit_code, 0) << outcome.err;
+  EXPECT_TRUE(outcome.out == read_all(source_folder() / "docs" / "operations.md"))
+      << "docs/operations.md is stale: orvexa ops --markdown > docs/operations.md makes it anew.";
+}
+
+TEST(Ops, ThePageHasEveryOperationWithEveryParameterOnce) {
+  const std::string page = orvexa_command({"ops", "--markdown"}).out;
+  const auto count = [](const std::string& text, const std::string& part) {
+    int found = 0;
+    for (std::size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++found;
+    return found;
+  };
+  const auto expect_section = [&](const std::string& key, const model::ParameterList& parameters) {
+    const std::string heading = "\n#### " + key + "\n";
+    ASSERT_EQ(count(page, heading), 1) << key;
+    const std::size_t begin = page.find(heading) + heading.size();
+    const std::string section = page.substr(begin, page.find("\n##", begin) - begin);
+    EXPECT_THAT(section, HasSubstr("Source: ")) << key;
+    for (const model::ParameterInfo& parameter : parameters) {
+      EXPECT_EQ(count(section, "| `" + parameter.name + "` | "), 1) << key << ": " << parameter.name;
+    }
+  };
+  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
+    expect_section(info->key, info->all_parameters());
+  }
+  for (const auto& [key, info] : model::get_available_result_operations()) expect_section(key, info->parameters);
+}
+
+TEST(Ops, GivenThePageTogetherWithAKeyOrJson_ThenThatIsRefused) {
+  for (const char* other : {"area", "--json"}) {
+    const Outcome outcome = orvexa_command({"ops", "--markdown", other});
+    EXPECT_EQ(outcome.exit_code, 2) << other;
+    EXPECT_THAT(outcome.err, HasSubstr("--markdown"));
+  }
 }
 
 TEST(Ops, GivenAnOperation_ThenEachParameterHasTypeDefaultRangeAndHelp) {
