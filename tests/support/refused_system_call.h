@@ -12,7 +12,7 @@
 namespace orvexa::test {
 
 /// Has the system refuse a call (SYS_...) with an error number to the calling thread, for the rest of its life.
-/// @return whether this machine lets it.
+/// @return whether it does; Linux lets every process have that.
 inline bool refuse_system_call(unsigned int call, unsigned int error) {
   std::array<sock_filter, 4> steps{
       {BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)), BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, call, 0, 1),
