@@ -113,7 +113,7 @@ TEST(LabelComponents, MatchAFloodFillOnRandomMasks) {
     const Mask rest(cv::Mat(255 - noise.read_only()));
     for (const int connectivity : {4, 8}) {
       expect_same(label_components(noise, connectivity), flooded(noise, connectivity));
-      expect_same(label_background(noise, connectivity), flooded(rest, connectivity));
+      expect_same(label_background(noise.read_only(), connectivity), flooded(rest, connectivity));
     }
   }
 }

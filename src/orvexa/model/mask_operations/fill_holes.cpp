@@ -11,15 +11,12 @@ class FillHoles final : public MaskOperation {
     const auto& unit = params.at("unit").get_ref<const std::string&>();
     const double area_of_pixel = pixel_area_in(get_display_name(), unit, source);
     const double max_area = params.at("max_area").get<double>();
-    const Shape shape = current->shape();
-    const Components components = label_background(*current, 4, context());
+    const Components components = label_background(current->read_only(), 4, context());
     std::vector<char> is_hole;
     is_hole.reserve(components.components.size());
     for (const Components::Component& component : components.components) {
-      const PixelRect& box = component.box;
-      const bool touches_border = box.x0 == 0 || box.y0 == 0 || box.x1 == shape.width || box.y1 == shape.height;
       const bool is_small = max_area == 0 || reaches(max_area, double(component.area) * area_of_pixel);
-      is_hole.push_back(!touches_border && is_small ? 1 : 0);
+      is_hole.push_back(!components.touches_border(component) && is_small ? 1 : 0);
     }
     cv::Mat filled = current->read_only().clone();
     paint_components(components, is_hole, 255, context(), filled);

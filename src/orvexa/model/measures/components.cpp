@@ -156,8 +156,8 @@ Components label_components(const Mask& mask, int connectivity, const RunContext
   return label(mask.read_only(), connectivity, Side::set, context);
 }
 
-Components label_background(const Mask& mask, int connectivity, const RunContext& context) {
-  return label(mask.read_only(), connectivity, Side::not_set, context);
+Components label_background(const cv::Mat& mask, int connectivity, const RunContext& context) {
+  return label(mask, connectivity, Side::not_set, context);
 }
 
 }  // namespace orvexa::model

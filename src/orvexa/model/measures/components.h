@@ -31,6 +31,11 @@ struct Components {
   std::vector<Run> runs;               ///< of all components, in raster order
   std::vector<std::size_t> row_begin;  ///< where the runs of a row begin; one more for the end
 
+  /// Whether the component reaches the border of the mask. A part of the background that does not is a hole.
+  [[nodiscard]] bool touches_border(const Component& component) const {
+    const PixelRect& box = component.box;
+    return box.x0 == 0 || box.y0 == 0 || box.x1 == shape.width || box.y1 == shape.height;
+  }
   /// The runs of rows y0 to y1 - 1.
   [[nodiscard]] std::span<const Run> runs_of_rows(int y0, int y1) const {
     const std::size_t begin = row_begin[static_cast<std::size_t>(y0)];
@@ -49,6 +54,6 @@ struct Components {
 [[nodiscard]] Components label_components(const Mask& mask, int connectivity = 8, const RunContext& context = {});
 [[nodiscard]] Components label_components(const cv::Mat& mask, int connectivity = 8, const RunContext& context = {});
 /// The same for the pixels that are not set.
-[[nodiscard]] Components label_background(const Mask& mask, int connectivity, const RunContext& context = {});
+[[nodiscard]] Components label_background(const cv::Mat& mask, int connectivity, const RunContext& context = {});
 
 }  // namespace orvexa::model

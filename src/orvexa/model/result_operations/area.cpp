@@ -16,8 +16,7 @@ OperationResult Area::compute(const CaptureSet& capture, const RegionSet& region
   const std::optional<double> scale = capture.millimetres_per_pixel();
 
   OperationResult result;
-  result.units["area"] = "px";
-  if (scale) result.units["area_mm2"] = "mm²";
+  add_area_units(result, "area", scale);
   result.units["area_fraction"] = "fraction of the image";
   result.units["area_fraction_of_roi"] = "fraction of the region of interest";
   write_rows(result, regions, [&](const Region& region, int, ResultRow& row) {

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "orvexa/model/measures/components.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/region_shapes.h"
@@ -19,10 +17,9 @@ struct Topology {
 Topology topology_of(const cv::Mat& picture, const RunContext& context) {
   Topology found;
   found.parts = static_cast<std::int64_t>(label_components(picture, 8, context).components.size());
-  const cv::Mat background = picture == 0;
-  for (const Components::Component& component : label_components(background, 4, context).components) {
-    const PixelRect& box = component.box;
-    if (box.x0 == 0 || box.y0 == 0 || box.x1 == picture.cols || box.y1 == picture.rows) continue;
+  const Components background = label_background(picture, 4, context);
+  for (const Components::Component& component : background.components) {
+    if (background.touches_border(component)) continue;
     ++found.holes;
     found.hole_area += component.area;
   }
