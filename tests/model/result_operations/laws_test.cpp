@@ -209,6 +209,13 @@ Image turned(const Image& image) {
   return Image(std::move(pixels));
 }
 
+/// Metrics that say where something lies or which way it points: operation to the names.
+bool turns_with_the_picture(const std::string& key, const std::string& name) {
+  static const std::map<std::string, std::set<std::string>> positional;
+  const auto found = positional.find(key);
+  return found != positional.end() && found->second.contains(name);
+}
+
 TEST_P(EveryOperation, GivesTheSameForATurnedCapture) {
   const auto capture = rich_capture(15, 20, 31);
   const Mask mask = test::random_mask(16, 20, 31, 0.5);
@@ -226,6 +233,7 @@ TEST_P(EveryOperation, GivesTheSameForATurnedCapture) {
   const auto b = test::measured(GetParam(), *after, Mask(turned_mask), rich_parameters(GetParam()));
   ASSERT_EQ(a.metrics.size(), b.metrics.size());
   for (const auto& [name, value] : a.metrics.items()) {
+    if (turns_with_the_picture(GetParam(), name)) continue;
     if (value.is_number_float()) {
       EXPECT_NEAR(value.get<double>(), b.metrics.at(name).get<double>(),
                   1e-9 * std::max(1.0, std::abs(value.get<double>())))

@@ -33,6 +33,9 @@ struct MaskOperationInfo {
   bool _preview_unconstrained = false;
   /// It works on a mask and cannot run without one (morphology, filters of regions).
   bool needs_mask = false;
+  /// Throws the std::runtime_error that says what a capture lacks for checked parameters; absent = any capture will do.
+  /// For menus, which say why an operation cannot be used; a run finds out by itself.
+  std::function<void(const ImageSource& source, const Value& params)> check_capture = {};
 
   std::function<std::unique_ptr<MaskOperation>()> make;
 

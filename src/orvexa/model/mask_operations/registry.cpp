@@ -14,12 +14,23 @@ MaskRegistryOverride* active_override = nullptr;
 
 /// The only list; its order is the order in menus, help and documents.
 const std::vector<const MaskOperationInfo*>& built_in_operations() {
+  // clang-format off
   static const std::vector<const MaskOperationInfo*> all{
-      &roi_rect_info(),        &roi_rects_info(),  //
-      &threshold_range_info(), &threshold_auto_info(), &threshold_hsv_info(), &threshold_index_info(),
-      &erode_info(),           &dilate_info(),         &open_info(),          &close_info(),
-      &fill_holes_info(),      &remove_small_info(),   &keep_regions_info(),
+      &roi_rect_info(),
+      &roi_rects_info(),
+      &threshold_range_info(),
+      &threshold_auto_info(),
+      &threshold_hsv_info(),
+      &threshold_index_info(),
+      &erode_info(),
+      &dilate_info(),
+      &open_info(),
+      &close_info(),
+      &fill_holes_info(),
+      &remove_small_info(),
+      &keep_regions_info(),
   };
+  // clang-format on
   return all;
 }
 

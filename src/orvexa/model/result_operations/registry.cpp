@@ -13,17 +13,21 @@ namespace {
 
 /// The only list; its order is the order of menus, help, documents and availability.
 const std::vector<const ResultOperationInfo*>& built_in_operations() {
-  static const std::vector<const ResultOperationInfo*> all{&area_info(),
-                                                           &perimeter_info(),
-                                                           &shape_factors_info(),
-                                                           &convex_hull_info(),
-                                                           &holes_info(),
-                                                           &region_count_info(),
-                                                           &band_statistics_info(),
-                                                           &histogram_info(),
-                                                           &color_statistics_info(),
-                                                           &index_statistics_info(),
-                                                           &psii_info()};
+  // clang-format off
+  static const std::vector<const ResultOperationInfo*> all{
+      &area_info(),
+      &perimeter_info(),
+      &shape_factors_info(),
+      &convex_hull_info(),
+      &holes_info(),
+      &region_count_info(),
+      &band_statistics_info(),
+      &histogram_info(),
+      &color_statistics_info(),
+      &index_statistics_info(),
+      &psii_info(),
+  };
+  // clang-format on
   return all;
 }
 

@@ -38,6 +38,11 @@ struct ResultOperationInfo {
   std::string source = {};
   ParameterList parameters = {};
   std::optional<std::vector<MeasurementRequirement>> required_measurements = std::nullopt;
+  /// It compares regions and has nothing to say without a step that makes some.
+  bool needs_labels = false;
+  /// Throws the std::runtime_error that says what a capture lacks for checked parameters; absent = any capture will do.
+  /// For menus, which say why an operation cannot be used; a run finds out by itself.
+  std::function<void(const ImageSource& source, const Value& params)> check_capture = {};
   ResultOperationClass operation_class;
 
   [[nodiscard]] const std::string& get_display_name() const { return display_name; }
