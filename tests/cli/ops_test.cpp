@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
 #include <set>
 
+#include "cli/plot.h"
 #include "cli/process.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/result_operations/registry.h"
@@ -109,6 +111,45 @@ TEST(Ops, GivenAnOperation_ThenEachParameterHasTypeDefaultRangeAndHelp) {
 TEST(Ops, SaysWhatAnOperationNeeds) {
   EXPECT_THAT(orvexa_command({"ops", "psii"}).out, HasSubstr("Needs the measurement FLU."));
   EXPECT_THAT(orvexa_command({"ops", "erode"}).out, HasSubstr("Needs a mask made by an earlier step."));
+}
+
+/// Key to reason, null where the operation can be used.
+std::map<std::string, common::Value> reasons_of(const common::Value& list) {
+  std::map<std::string, common::Value> reasons;
+  for (const common::Value& operation : list) {
+    EXPECT_EQ(operation.at("available"), operation.at("reason").is_null()) << operation;
+    reasons[operation.at("key")] = operation.at("reason");
+  }
+  return reasons;
+}
+
+TEST(Ops, GivenACapture_ThenSaysWhatItDoesNotAllowAndWhy) {
+  const TemporaryFolder folder;
+  const std::string plot = write_plot(folder).string();
+  const common::Value bare = orvexa_command({"ops", "--capture", plot, "--json"}).json();
+  EXPECT_EQ(reasons_of(bare.at("mask_operations")).at("erode"), "It needs a mask made by an earlier step.");
+  EXPECT_EQ(reasons_of(bare.at("mask_operations")).at("roi_rect"), nullptr);
+  auto results = reasons_of(bare.at("result_operations"));
+  EXPECT_EQ(results.at("psii"), "It needs the measurement FLU.");
+  EXPECT_EQ(results.at("perimeter"), "It needs a mask step.");
+  EXPECT_EQ(results.at("area"), nullptr);
+
+  const std::string leaf = write_leaf_workflow(folder).string();
+  const common::Value masked = orvexa_command({"ops", "--capture", plot, "-w", leaf, "--json"}).json();
+  EXPECT_EQ(reasons_of(masked.at("mask_operations")).at("erode"), nullptr);
+  EXPECT_EQ(reasons_of(masked.at("result_operations")).at("perimeter"), nullptr);
+
+  const std::string text = orvexa_command({"ops", "--capture", plot}).out;
+  EXPECT_THAT(text, testing::ContainsRegex("psii +Not here: It needs the measurement FLU\\."));
+}
+
+TEST(Ops, ACaptureIsForTheListAndAWorkflowForACapture) {
+  for (const auto& words : std::vector<std::vector<std::string>>{{"ops", "--workflow", "w.yaml"},
+                                                                 {"ops", "area", "--capture", "c.png"},
+                                                                 {"ops", "--markdown", "--capture", "c.png"}}) {
+    EXPECT_EQ(orvexa_command(words).exit_code, 2) << words.back();
+  }
+  EXPECT_EQ(orvexa_command({"ops", "--capture", "not_there.png"}).exit_code, 1);
 }
 
 TEST(Ops, GivenAnOperation_ThenItsTextNamesEveryParameterAndItsSource) {

@@ -174,13 +174,13 @@ std::string bash_completion(std::span<const CommandInfo* const> commands, std::s
   std::vector<std::string> masks;
   std::vector<std::string> results;
   for (const NamedOperation& operation : operations) {
-    (operation.is_mask ? masks : results).push_back(operation.key);
+    (operation.is_mask ? masks : results).push_back(operation.word);
     std::vector<std::string> names;
     for (const model::ParameterInfo& parameter : operation.parameters) {
       names.push_back(parameter.name);
-      choices.add(fmt::format("{} {}", operation.key, parameter.name), common::joined(choices_of(parameter), " "));
+      choices.add(fmt::format("{} {}", operation.word, parameter.name), common::joined(choices_of(parameter), " "));
     }
-    parameters.add(operation.key, common::joined(names, " "));
+    parameters.add(operation.word, common::joined(names, " "));
   }
 
   std::string script = "# Bash completion for orvexa, made by: orvexa completion bash\n";

@@ -1,9 +1,8 @@
 #include "orvexa/cli/operation_document.h"
 
 #include <string>
-#include <variant>
 
-#include "orvexa/common/text.h"
+#include "orvexa/model/requirement_text.h"
 
 namespace orvexa::cli {
 
@@ -27,34 +26,6 @@ common::Value parameters_document(const model::ParameterList& parameters) {
   return list;
 }
 
-std::string requirement_text(const std::vector<model::MeasurementRequirement>& required) {
-  // Alternatives in the first place are the whole requirement.
-  if (const auto* alternatives = std::get_if<std::vector<std::string>>(&required.front())) {
-    return "one of the measurements " + common::joined(*alternatives, ", ");
-  }
-  std::vector<std::string> names;
-  for (const model::MeasurementRequirement& requirement : required) {
-    if (const auto* name = std::get_if<std::string>(&requirement)) names.push_back(*name);
-  }
-  return (names.size() == 1 ? "the measurement " : "the measurements ") + common::joined(names, ", ");
-}
-
-std::vector<std::string> requirements_of(const model::MaskOperationInfo& info) {
-  std::vector<std::string> texts;
-  if (info.needs_mask) texts.emplace_back("a mask made by an earlier step");
-  return texts;
-}
-
-std::vector<std::string> requirements_of(const model::ResultOperationInfo& info) {
-  std::vector<std::string> texts;
-  if (info.required_measurements && !info.required_measurements->empty()) {
-    texts.push_back(requirement_text(*info.required_measurements));
-  }
-  const auto& patterns = info.operation_class._requires_mask_operation;
-  if (patterns && !patterns->empty()) texts.push_back("a mask step " + common::joined(*patterns, " or "));
-  return texts;
-}
-
 model::ParameterList parameters_of(const model::MaskOperationInfo& info) {
   return info.all_parameters();
 }
@@ -70,7 +41,7 @@ common::Value operation_document(const auto& info, const char* kind) {
           {"summary", info.summary},
           {"description", info.description},
           {"source", info.source},
-          {"requires", requirements_of(info)},
+          {"requires", model::requirement_texts(info)},
           {"parameters", parameters_document(parameters_of(info))}};
 }
 

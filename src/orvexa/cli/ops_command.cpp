@@ -7,6 +7,8 @@
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/operation_document.h"
 #include "orvexa/cli/operations_page.h"
+#include "orvexa/cli/session.h"
+#include "orvexa/cli/step_words.h"
 #include "orvexa/cli/wrapped_text.h"
 #include "orvexa/common/ordered_map.h"
 #include "orvexa/common/text.h"
@@ -45,25 +47,42 @@ std::string full_text(const common::Value& document) {
   return text;
 }
 
-/// The list by category, categories in the order in which they first appear.
+/// The list by category, categories in the order in which they first appear. What cannot be used is told instead of
+/// what it does.
 std::string list_text(const common::Value& operations) {
   common::OrderedMap<TextTable> categories;
   for (const common::Value& operation : operations) {
     auto [place, is_new] = categories.try_emplace(operation.at("category").get<std::string>());
     static_cast<void>(is_new);
-    place.value().add({operation.at("key"), operation.at("summary")});
+    const bool is_usable = operation.value("reason", common::Value()).is_null();
+    const auto text = operation.at(is_usable ? "summary" : "reason").get<std::string>();
+    place.value().add({operation.at("key"), is_usable ? text : "Not here: " + text});
   }
   std::string text;
   for (const auto& [category, table] : categories) text += fmt::format("  {}\n{}", category, table.text(4));
   return text;
 }
 
-int show_list(Console& console, const std::vector<common::Value>& operations) {
+/// Why an operation cannot be used on the controller's capture after its workflow's mask steps; null when it can.
+common::Value reason_of(const controller::Controller& controller, const common::Value& operation) {
+  const auto key = operation.at("key").get<std::string>();
+  const auto reason =
+      operation.at("kind") == "mask" ? controller.explain_mask_availability(key) : controller.explain_availability(key);
+  return reason ? common::Value(common::to_valid_utf8(*reason)) : common::Value();
+}
+
+/// @param controller  with a capture where the list is for one.
+int show_list(Console& console, const std::vector<common::Value>& operations,
+              const controller::Controller& controller) {
   common::Value masks = common::Value::array();
   common::Value results = common::Value::array();
   for (const common::Value& operation : operations) {
     common::Value summary = common::Value::object();
     for (const char* name : {"key", "kind", "display_name", "category", "summary"}) summary[name] = operation.at(name);
+    if (controller.state.current_capture) {
+      summary["reason"] = reason_of(controller, operation);
+      summary["available"] = summary["reason"].is_null();
+    }
     (operation.at("kind") == "mask" ? masks : results).push_back(std::move(summary));
   }
   if (console.json) {
@@ -80,25 +99,34 @@ int ops_command(Console& console, const GivenWords& given) {
   const bool wants_page = given.flag("--markdown");
   if (wants_page && console.json) throw UsageError("--markdown and --json cannot be given together.");
   if (wants_page && !key.empty()) throw UsageError("--markdown is the page of all operations; it takes no KEY.");
-  const std::vector<common::Value> operations = operation_documents(controller::Controller());
+  if (given.has("--workflow") && !given.has("--capture")) throw UsageError("--workflow needs --capture CAPTURE.");
+  if (given.has("--capture") && (wants_page || !key.empty())) {
+    throw UsageError("--capture is for the list of all operations.");
+  }
+  controller::Controller controller;
+  const std::vector<common::Value> operations = operation_documents(controller);
   if (wants_page) {
     console.answer(operations_page(operations));
     return exit_done;
   }
-  if (key.empty()) return show_list(console, operations);
+  if (given.has("--capture")) load_capture(controller, given.text("--capture"));
+  if (given.has("--workflow")) load_workflow(controller, given.text("--workflow"));
+  if (key.empty()) return show_list(console, operations, controller);
 
-  const auto found = std::ranges::find_if(operations, [&](const auto& operation) { return operation["key"] == key; });
-  if (found == operations.end()) {
-    std::vector<std::string> known;
-    known.reserve(operations.size());
-    for (const common::Value& operation : operations) known.push_back(operation.at("key"));
-    throw UsageError(fmt::format("There is no operation \"{}\"{}; orvexa ops lists them all.", key,
-                                 common::did_you_mean(key, known)));
+  std::vector<common::Value> wanted;
+  for (const common::Value& operation : operations) {
+    const auto own_key = operation.at("key").get<std::string>();
+    const std::string word = operation.at("kind").get<std::string>() + "/" + own_key;
+    if (key == own_key || key == word) wanted.push_back(operation);
   }
+  // A key of two operations cannot be one JSON document; nor can an unknown one.
+  if (wanted.empty() || (console.json && wanted.size() > 1)) static_cast<void>(find_operation(controller, key));
   if (console.json) {
-    console.answer_json(*found);
+    console.answer_json(wanted.front());
   } else {
-    console.answer(full_text(*found));
+    for (const common::Value& operation : wanted) {
+      console.answer((&operation == &wanted.front() ? "" : "\n") + full_text(operation));
+    }
   }
   return exit_done;
 }
@@ -111,8 +139,18 @@ const CommandInfo& ops_command_info() {
       .summary = "List every operation, or show one with its parameters",
       .arguments =
           {{.name = "KEY", .help = "The operation to show", .kind = WordKind::operation, .may_be_left_out = true}},
-      .options = {{.name = "--markdown", .help = "Print the page of all operations, docs/operations.md"}},
-      .examples = {"orvexa ops", "orvexa ops threshold_auto"},
+      .options = {{.name = "--capture",
+                   .value = "CAPTURE",
+                   .help = "Say which operations this capture allows, and why not the others",
+                   .kind = WordKind::file},
+                  {.name = "--workflow",
+                   .letter = "-w",
+                   .value = "FILE",
+                   .help = "With --capture: after the mask steps of this workflow file",
+                   .kind = WordKind::file},
+                  {.name = "--markdown", .help = "Print the page of all operations, docs/operations.md"}},
+      .examples = {"orvexa ops", "orvexa ops threshold_auto",
+                   "orvexa ops --capture sample/leaf_tray/HDR_leaf_tray.INF -w leaves.yaml"},
       .run = ops_command};
   return info;
 }

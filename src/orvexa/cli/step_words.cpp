@@ -18,7 +18,7 @@ using common::Value;
 
 UsageError unknown_operation(std::string_view kind, std::string_view key, std::span<const NamedOperation> known) {
   std::vector<std::string> keys;
-  for (const NamedOperation& operation : known) keys.push_back(operation.key);
+  for (const NamedOperation& operation : known) keys.push_back(operation.word);
   return UsageError(
       fmt::format("There is no {} \"{}\"{}; orvexa ops lists them all.", kind, key, common::did_you_mean(key, keys)));
 }
@@ -54,32 +54,43 @@ std::string shell_quoted(const std::string& word) {
 }  // namespace
 
 std::vector<NamedOperation> known_operations(const controller::Controller& controller) {
+  const auto results = controller.get_available_result_operations();
+  const auto masks = controller.get_available_mask_operations();
   std::vector<NamedOperation> known;
-  for (const model::MaskOperationInfo* info : controller.get_mask_operation_infos()) {
-    known.push_back({.key = info->key, .is_mask = true, .parameters = info->all_parameters()});
+  for (const auto& [key, info] : masks) {
+    const std::string word = results.contains(key) ? "mask/" + key : key;
+    known.push_back({.key = key, .is_mask = true, .word = word, .parameters = info->all_parameters()});
   }
-  for (const auto& [key, info] : controller.get_available_result_operations()) {
-    known.push_back({.key = key, .is_mask = false, .parameters = info->parameters});
+  for (const auto& [key, info] : results) {
+    const std::string word = masks.contains(key) ? "result/" + key : key;
+    known.push_back({.key = key, .is_mask = false, .word = word, .parameters = info->parameters});
   }
   return known;
 }
 
-NamedOperation find_operation(const controller::Controller& controller, std::string_view key) {
+NamedOperation find_operation(const controller::Controller& controller, std::string_view word) {
   const std::vector<NamedOperation> known = known_operations(controller);
-  const auto found = std::ranges::find(known, key, &NamedOperation::key);
-  if (found == known.end()) throw unknown_operation("operation", key, known);
-  return *found;
+  if (const auto named = std::ranges::find(known, word, &NamedOperation::word); named != known.end()) return *named;
+  for (const NamedOperation& operation : known) {
+    if (word == (operation.is_mask ? "mask/" : "result/") + operation.key) return operation;
+  }
+  if (std::ranges::find(known, word, &NamedOperation::key) != known.end()) {
+    throw UsageError(
+        fmt::format("{} is a mask operation and a result operation; say mask/{} or result/{}.", word, word, word));
+  }
+  throw unknown_operation("operation", word, known);
 }
 
-NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view key) {
+NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view word) {
   std::vector<NamedOperation> known = known_operations(controller);
-  const auto found = std::ranges::find(known, key, &NamedOperation::key);
-  if (found != known.end() && found->is_mask) return *found;
-  if (found != known.end()) {
-    throw UsageError(fmt::format("{} is a result operation; a mask operation is expected.", key));
-  }
   std::erase_if(known, [](const NamedOperation& operation) { return !operation.is_mask; });
-  throw unknown_operation("mask operation", key, known);
+  for (const NamedOperation& operation : known) {
+    if (word == operation.key || word == operation.word) return operation;
+  }
+  if (controller.get_available_result_operations().contains(std::string(word))) {
+    throw UsageError(fmt::format("{} is a result operation; a mask operation is expected.", word));
+  }
+  throw unknown_operation("mask operation", word, known);
 }
 
 Value parameters_from_words(const NamedOperation& operation, std::span<const std::string> words) {

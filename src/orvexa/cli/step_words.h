@@ -15,15 +15,18 @@ namespace orvexa::cli {
 struct NamedOperation {
   std::string key;
   bool is_mask = false;
+  /// The key; "mask/KEY" or "result/KEY" where operations of both kinds have it.
+  std::string word;
   model::ParameterList parameters;
 };
 
 /// All of them, mask operations first, in the order of menus and help.
 [[nodiscard]] std::vector<NamedOperation> known_operations(const controller::Controller& controller);
-/// @throws UsageError with the nearest key when there is no such operation.
-[[nodiscard]] NamedOperation find_operation(const controller::Controller& controller, std::string_view key);
+/// @param word  a key, or "mask/KEY" or "result/KEY", which is needed only where operations of both kinds have the key.
+/// @throws UsageError with the nearest key when there is no such operation, and for a key of two operations.
+[[nodiscard]] NamedOperation find_operation(const controller::Controller& controller, std::string_view word);
 /// The same, where only a mask operation will do.
-[[nodiscard]] NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view key);
+[[nodiscard]] NamedOperation find_mask_operation(const controller::Controller& controller, std::string_view word);
 
 /// Parameters from words "name=value"; not completed, and not yet checked against their ranges.
 /// @throws UsageError for a word without "=", an unknown name (with the nearest one), a name that is given twice and a

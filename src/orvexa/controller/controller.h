@@ -247,6 +247,14 @@ class Controller {
                                                      const std::vector<std::string>& current_measurements) const;
   [[nodiscard]] bool _check_mask_requirements(const model::ResultOperationInfo& op_info,
                                               const std::vector<std::string>& workflow_mask_keys) const;
+  /// Why a result operation cannot be used on the current capture with the workflow's mask steps, for menus: one
+  /// sentence, which also tells missing bands, their widths, a missing scale and missing regions; absent when nothing
+  /// speaks against it. Parameters are those of the workflow's entry, else the defaults.
+  /// @throws std::invalid_argument for an unknown key.
+  [[nodiscard]] std::optional<std::string> explain_availability(std::string_view key) const;
+  /// The same of a mask operation as the next step of the workflow, with the given parameters.
+  [[nodiscard]] std::optional<std::string> explain_mask_availability(std::string_view key,
+                                                                     const Value& params = Value::object()) const;
   /// Brings the workflow's result operations in line with what is available now: what became available is added once,
   /// what no longer is goes, what the user left out stays out.
   void handle_mask_dependencies();

@@ -33,6 +33,8 @@ struct MaskOperationInfo {
   bool _preview_unconstrained = false;
   /// It works on a mask and cannot run without one (morphology, filters of regions).
   bool needs_mask = false;
+  /// Whether it makes regions with these checked parameters; absent = it never does.
+  std::function<bool(const Value& params)> makes_regions = {};
   /// Throws the std::runtime_error that says what a capture lacks for checked parameters; absent = any capture will do.
   /// For menus, which say why an operation cannot be used; a run finds out by itself.
   std::function<void(const ImageSource& source, const Value& params)> check_capture = {};

@@ -64,6 +64,7 @@ const MaskOperationInfo& roi_rects_info() {
                       .help = "Centres and sizes of the rectangles: a list of cx, cy, w, h.",
                       .interaction = Interaction{"rects"}}},
       ._is_roi_operation = true,
+      .makes_regions = [](const Value&) { return true; },
       .make = [] { return std::make_unique<RoiRects>(); }};
   return info;
 }
