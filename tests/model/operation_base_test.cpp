@@ -82,6 +82,9 @@ INSTANTIATE_TEST_SUITE_P(
         AcceptedCase{"File", ParameterType::file, R"("a/b.png")", R"("a/b.png")"},
         AcceptedCase{"Palette", ParameterType::palette, R"([{"lab": [50, -40, 30], "name": "leaf"}])",
                      R"([{"name":"leaf","lab":[50.0,-40.0,30.0]}])"},
+        AcceptedCase{"Polygons", ParameterType::polygons, R"([[[0, 1], {"x": 2, "y": 3}, [4, 5]]])",
+                     "[[[0.0,1.0],[2.0,3.0],[4.0,5.0]]]"},
+        AcceptedCase{"NoPolygons", ParameterType::polygons, "[]", "[]"},
         AcceptedCase{"NullIsTheDefault", ParameterType::real, "null", R"("not looked at")"}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
@@ -135,6 +138,9 @@ INSTANTIATE_TEST_SUITE_P(
                                 R"([{"name": "", "lab": [1, 2, 3]}])"},
                     RefusedCase{"PaletteWithARepeatedName", ParameterType::palette,
                                 R"([{"name": "a", "lab": [1, 2, 3]}, {"name": "a", "lab": [4, 5, 6]}])"},
+                    RefusedCase{"PolygonForPolygons", ParameterType::polygons, "[[0, 0], [1, 0], [1, 1]]"},
+                    RefusedCase{"PolygonOfTwoPoints", ParameterType::polygons, "[[[0, 0], [1, 0]]]"},
+                    RefusedCase{"PolygonOfNoPoint", ParameterType::polygons, "[[]]"},
                     RefusedCase{"PaletteWithAMoreThanItNeeds", ParameterType::palette,
                                 R"([{"name": "a", "lab": [1, 2, 3], "rgb": 1}])"}),
     [](const auto& tested) { return std::string(tested.param.name); });
@@ -219,6 +225,7 @@ TEST(ParameterTypeName, IsTheNameOfEachKind) {
   EXPECT_EQ(parameter_type_name(ParameterType::integer), "integer");
   EXPECT_EQ(parameter_type_name(ParameterType::rects), "rects");
   EXPECT_EQ(parameter_type_name(ParameterType::palette), "palette");
+  EXPECT_EQ(parameter_type_name(ParameterType::polygons), "polygons");
 }
 
 struct SpellingCase {
@@ -260,6 +267,11 @@ INSTANTIATE_TEST_SUITE_P(
         SpellingCase{"RectAsMap", ParameterType::rect, R"({"cx":1,"cy":2,"w":3,"h":4})", "[1.0,2.0,3.0,4.0]"},
         SpellingCase{"Rects", ParameterType::rects, "1,2,3,4;5,6,7,8", "[[1.0,2.0,3.0,4.0],[5.0,6.0,7.0,8.0]]"},
         SpellingCase{"NoRects", ParameterType::rects, "", "[]"},
+        SpellingCase{"Polygons", ParameterType::polygons, "0,0;1,0;1,1 | 0.5,0;1,1;0,1",
+                     "[[[0.0,0.0],[1.0,0.0],[1.0,1.0]],[[0.5,0.0],[1.0,1.0],[0.0,1.0]]]"},
+        SpellingCase{"PolygonsAsJson", ParameterType::polygons, "[[[0,0],[1,0],[1,1]]]",
+                     "[[[0.0,0.0],[1.0,0.0],[1.0,1.0]]]"},
+        SpellingCase{"NoPolygons", ParameterType::polygons, "", "[]"},
         SpellingCase{"Palette", ParameterType::palette, R"([{"name":"a","lab":[1,2,3]}])",
                      R"([{"name":"a","lab":[1.0,2.0,3.0]}])"}),
     [](const auto& tested) { return std::string(tested.param.name); });
@@ -281,7 +293,8 @@ INSTANTIATE_TEST_SUITE_P(
                     std::pair{ParameterType::boolean, "maybe"}, std::pair{ParameterType::point, "1"},
                     std::pair{ParameterType::point, "1,"}, std::pair{ParameterType::point, "[1,"},
                     std::pair{ParameterType::points, "1,2;"}, std::pair{ParameterType::rect, "1,2,3"},
-                    std::pair{ParameterType::rects, "1,2,3,4;5"}, std::pair{ParameterType::palette, "leaf"}));
+                    std::pair{ParameterType::rects, "1,2,3,4;5"}, std::pair{ParameterType::palette, "leaf"},
+                    std::pair{ParameterType::polygons, "0,0;1,1"}, std::pair{ParameterType::polygons, "0,0;1,0;1,1|"}));
 
 TEST(ParseParameterText, ReadsNullAsNoValueWhereThatIsTheDefault) {
   for (const ParameterType type : {ParameterType::real, ParameterType::choice, ParameterType::text,

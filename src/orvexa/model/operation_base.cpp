@@ -177,6 +177,16 @@ MaybeValue to_points(const ParameterInfo& parameter, const Value& value) {
   return to_list(parameter, value, to_point);
 }
 
+MaybeValue to_polygon(const ParameterInfo& parameter, const Value& value) {
+  constexpr std::size_t fewest_corners = 3;
+  auto points = to_points(parameter, value);
+  return points && points->size() >= fewest_corners ? points : std::nullopt;
+}
+
+MaybeValue to_polygons(const ParameterInfo& parameter, const Value& value) {
+  return to_list(parameter, value, to_polygon);
+}
+
 MaybeValue to_rects(const ParameterInfo& parameter, const Value& value) {
   return to_list(parameter, value, to_rect);
 }
@@ -267,6 +277,10 @@ MaybeValue lists_of_numbers_from(std::string_view text) {
   return list_from(text, ';', numbers_from);
 }
 
+MaybeValue lists_of_points_from(std::string_view text) {
+  return list_from(text, '|', lists_of_numbers_from);
+}
+
 // ---- The table: all that is known about a kind of parameter, one row each ----
 
 struct TypeRow {
@@ -317,13 +331,17 @@ constexpr std::array type_table{
               return "a list of colours {\"name\": \"...\", \"lab\": [L, a, b]} with different names" +
                      each_number_text(p);
             }},
+    TypeRow{ParameterType::polygons, "polygons", to_polygons, lists_of_points_from,
+            [](const ParameterInfo& p) {
+              return "a list of polygons [[x, y], [x, y], [x, y], ...] of at least three points" + each_number_text(p);
+            }},
 };
 
 constexpr bool rows_stand_in_the_order_of_the_enumeration() {
   for (std::size_t i = 0; i < type_table.size(); ++i) {
     if (static_cast<std::size_t>(type_table[i].type) != i) return false;
   }
-  return type_table.size() == static_cast<std::size_t>(ParameterType::palette) + 1;
+  return type_table.size() == static_cast<std::size_t>(ParameterType::polygons) + 1;
 }
 static_assert(rows_stand_in_the_order_of_the_enumeration());
 

@@ -15,7 +15,8 @@ using common::Value;
 /// Kinds of parameters, shared by both registries. Their JSON forms:
 /// integer 3 | real 0.5 | boolean true | text, choice, band, expression, file "..." | choices, bands ["...", ...] |
 /// point [x, y] | points [[x, y], ...] | rect [cx, cy, w, h] (fractions of the image, centre and size) |
-/// rects [[cx, cy, w, h], ...] | palette [{"name": "...", "lab": [L, a, b]}, ...]
+/// rects [[cx, cy, w, h], ...] | palette [{"name": "...", "lab": [L, a, b]}, ...] |
+/// polygons [[[x, y], ...], ...] of at least three points each
 enum class ParameterType {
   integer,
   real,
@@ -31,7 +32,8 @@ enum class ParameterType {
   rects,
   expression,
   file,
-  palette
+  palette,
+  polygons
 };
 
 [[nodiscard]] std::string_view parameter_type_name(ParameterType type);
@@ -69,8 +71,8 @@ using ParameterList = std::vector<ParameterInfo>;
 [[nodiscard]] Value default_parameters(std::span<const ParameterInfo> parameters);
 
 /// A parameter's value from its spelling on the command line ("0.5", "true", "otsu", "ndvi,gndvi", "0.5,0.5,1,1",
-/// "0.1,0.2;0.3,0.4", or JSON). Where the default is null, null means no value (and "null" in quotes the text). Not yet
-/// checked against its range.
+/// "0.1,0.2;0.3,0.4", polygons with " | " between them, or JSON). Where the default is null, null means no value (and
+/// "null" in quotes the text). Not yet checked against its range.
 /// @throws std::invalid_argument with a sentence when the text is not of that type.
 [[nodiscard]] Value parse_parameter_text(const ParameterInfo& parameter, std::string_view text);
 
