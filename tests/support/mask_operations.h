@@ -83,6 +83,15 @@ inline std::string note_of(std::string_view key, const model::ImageSource& sourc
   return operation->note;
 }
 
+/// The picture that an operation draws of its step; absent when it draws none.
+inline std::optional<model::Image> overlay_of(std::string_view key, const model::Mask& mask,
+                                              const model::Value& params = {}) {
+  const auto capture = blank_capture(mask.shape());
+  const auto operation = model::get_mask_operation(key)();
+  static_cast<void>(operation->apply({.image_stack = *capture, .current_mask = mask, .params = params}));
+  return operation->viz_overlay;
+}
+
 /// The sentence with which a call is refused; empty when it is not.
 inline std::string refusal(const std::function<void()>& call) {
   try {

@@ -112,6 +112,7 @@ std::optional<model::Mask> Controller::build_accumulated_mask(const std::optiona
     try {
       const auto op = model::get_mask_operation(mask_op_config.op)();
       op->set_context({.cancel_event = cancel_event, .progress = {}});
+      op->wants_overlay = false;
       current_mask =
           op->apply({.image_stack = image_stack, .current_mask = current_mask, .params = mask_op_config.params});
     } catch (const model::CancelledError&) {

@@ -56,5 +56,15 @@ TEST(FillHoles, LeavesAnEmptyMaskEmpty) {
   EXPECT_EQ(applied("fill_holes", Mask::empty({3, 3})), Mask::empty({3, 3}));
 }
 
+TEST(FillHoles, DrawsRimsOfFilledHolesBlueAndOfTooLargeOnesRed) {
+  const auto picture =
+      test::overlay_of("fill_holes", mask({"#######", "#.##..#", "#######", "......."}), {{"max_area", 1}});
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(1, 1), cv::Vec3b(40, 90, 255));
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(1, 4), cv::Vec3b(230, 30, 30));
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(0, 0), cv::Vec3b(0, 0, 0));
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(3, 3), cv::Vec3b(0, 0, 0)) << "what reaches the border is no hole";
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -156,6 +156,33 @@ TEST(KeepRegions, SaysWhenNoRegionIsKept) {
   EXPECT_EQ(applied("keep_regions", Mask::empty({1, 8}), {{"make_regions", true}}).labels()->names.size(), 0u);
 }
 
+TEST(KeepRegions, DrawsRimsOfKeptRegionsGreenAndOfOthersRed) {
+  const auto picture = test::overlay_of("keep_regions", three_regions(), {{"n", 1}});
+  ASSERT_TRUE(picture);
+  const auto pixel = [&](int x) { return picture->read_only().at<cv::Vec3b>(0, x); };
+  EXPECT_EQ(pixel(0), cv::Vec3b(230, 30, 30));
+  EXPECT_EQ(pixel(1), cv::Vec3b(0, 0, 0));
+  EXPECT_EQ(pixel(5), cv::Vec3b(0, 220, 0));
+}
+
+TEST(KeepRegions, SaysWhatACaptureLacks) {
+  const auto capture = test::blank_capture({1, 8});
+  const auto& info = get_mask_operation("keep_regions");
+  const auto lacks = [&](const Value& params) {
+    return test::refusal([&] { info.check_capture(*capture, info()->validate_params(params)); });
+  };
+  EXPECT_EQ(lacks({}), "");
+  EXPECT_EQ(lacks({{"by", "solidity"}, {"unit", "mm"}}), "") << "it has no unit";
+  for (const char* by : {"area", "distance_to_point"}) {
+    const Value params{{"by", by}, {"unit", "mm"}};
+    EXPECT_EQ(lacks(params), test::refusal([&] { static_cast<void>(kept(params)); }));
+    EXPECT_NE(lacks(params), "");
+  }
+  const Value params{{"by", "band_mean"}, {"band", "MSP.NIR"}};
+  EXPECT_EQ(lacks(params), test::refusal([&] { static_cast<void>(kept(params)); }));
+  EXPECT_NE(lacks(params), "");
+}
+
 TEST(KeepRegions, RefusesLimitsInTheWrongOrder) {
   EXPECT_EQ(test::refusal([] {
               static_cast<void>(kept({{"min", 3}, {"max", 2}}));

@@ -130,6 +130,22 @@ TEST_P(EveryMaskOperation, LeavesTheImagesAndTheIncomingMaskAsTheyWere) {
   EXPECT_EQ(test::hash_of(mask.read_only()), mask_before);
 }
 
+TEST_P(EveryMaskOperation, DrawsAPictureOfItsStepOnlyForWhoLooksAndThenGivesTheSameMask) {
+  const MaskOperationInfo& info = *GetParam();
+  const auto capture = test::random_capture(7, 40, 30);
+  const Mask mask = test::random_mask(8, 40, 30, 0.6);
+  const auto looked_at = info();
+  const auto unseen = info();
+  unseen->wants_overlay = false;
+  EXPECT_EQ(looked_at->apply({.image_stack = *capture, .current_mask = mask}),
+            unseen->apply({.image_stack = *capture, .current_mask = mask}));
+  EXPECT_FALSE(unseen->viz_overlay);
+  if (looked_at->viz_overlay) {
+    EXPECT_EQ(looked_at->viz_overlay->shape(), mask.shape());
+    EXPECT_EQ(looked_at->viz_overlay->read_only().type(), CV_8UC3);
+  }
+}
+
 TEST_P(EveryMaskOperation, ReadsAWholeCaptureAndItsBareImagesAlike) {
   const MaskOperationInfo& info = *GetParam();
   const auto capture = test::random_capture(9, 40, 30);
@@ -222,11 +238,19 @@ TEST_P(EveryMaskOperation, CarriesRegionsAndBoundsOn) {
   const auto result = info()->apply({.image_stack = *capture, .current_mask = mask});
   ASSERT_TRUE(result);
   ASSERT_TRUE(result->bounds());
-  EXPECT_EQ(*result->bounds(), bounds) << "a rectangle of the whole image narrows no bounds";
+  EXPECT_EQ(*result->bounds() & bounds, *result->bounds()) << "nothing widens the bounds";
+  // An ellipse leaves out the corners of the image and a grid the margins of its cells.
+  if (info.key != "roi_ellipse" && info.key != "roi_grid") {
+    EXPECT_EQ(*result->bounds(), bounds) << "a rectangle of the whole image narrows no bounds";
+  }
   EXPECT_EQ(*result & bounds, *result) << "nothing grows beyond the bounds";
   ASSERT_NE(result->labels(), nullptr);
-  if (info.key == "roi_rects") {
+  if (info.key == "roi_rects" || info.key == "roi_grid") {
     EXPECT_THAT(result->labels()->names, testing::ElementsAre("ROI_1"));
+  } else if (info.key == "split_touching") {
+    EXPECT_NE(result->labels(), labels) << "what was found takes the place of what was drawn";
+  } else if (info.key == "convex_hull") {
+    EXPECT_THAT(result->labels()->names, testing::ElementsAre("tray")) << "hulls widen the region that they belong to";
   } else {
     EXPECT_EQ(result->labels(), labels);
   }

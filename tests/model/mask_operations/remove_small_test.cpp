@@ -49,5 +49,33 @@ TEST(RemoveSmall, TakesSquareMillimetresByTheCapturesScale) {
             "MillimetresPerPixel.");
 }
 
+TEST(RemoveSmall, DrawsRimsOfKeptPartsGreenAndOfRemovedOnesRed) {
+  const auto picture = test::overlay_of("remove_small", mask({"#..##"}), {{"min_area", 2}});
+  ASSERT_TRUE(picture);
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(0, 0), cv::Vec3b(230, 30, 30));
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(0, 1), cv::Vec3b(0, 0, 0));
+  EXPECT_EQ(picture->read_only().at<cv::Vec3b>(0, 3), cv::Vec3b(0, 220, 0));
+}
+
+TEST(RemoveSmall, SaysWhenACaptureLacksTheScale) {
+  const auto capture = test::blank_capture({1, 8});
+  for (const char* key : {"remove_small", "fill_holes"}) {
+    const auto& info = get_mask_operation(key);
+    EXPECT_NO_THROW(info.check_capture(*capture, info()->validate_params({})));
+    const Value params{{"unit", "mm2"}};
+    const std::string sentence = test::refusal([&] { info.check_capture(*capture, info()->validate_params(params)); });
+    EXPECT_THAT(sentence, testing::HasSubstr("sizes in millimetres need a scale"));
+    EXPECT_EQ(sentence, test::refusal([&] { static_cast<void>(applied(key, mask({"#......."}), params)); }));
+  }
+  for (const char* key : {"erode", "dilate", "open", "close"}) {
+    const auto& info = get_mask_operation(key);
+    EXPECT_NO_THROW(info.check_capture(*capture, info()->validate_params({})));
+    const Value params{{"unit", "mm"}};
+    const std::string sentence = test::refusal([&] { info.check_capture(*capture, info()->validate_params(params)); });
+    EXPECT_THAT(sentence, testing::HasSubstr("sizes in millimetres need a scale"));
+    EXPECT_EQ(sentence, test::refusal([&] { static_cast<void>(applied(key, mask({"#......."}), params)); }));
+  }
+}
+
 }  // namespace
 }  // namespace orvexa::model

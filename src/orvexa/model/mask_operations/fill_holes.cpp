@@ -1,6 +1,7 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {
 
@@ -18,9 +19,21 @@ class FillHoles final : public MaskOperation {
       const bool is_small = max_area == 0 || reaches(max_area, double(component.area) * area_of_pixel);
       is_hole.push_back(!components.touches_border(component) && is_small ? 1 : 0);
     }
+    if (wants_overlay) draw(components, is_hole);
     cv::Mat filled = current->read_only().clone();
     paint_components(components, is_hole, 255, context(), filled);
     return Mask(std::move(filled));
+  }
+
+  void draw(const Components& background, const std::vector<char>& is_filled) {
+    std::vector<Pen> pens;
+    for (std::size_t k = 0; k < is_filled.size(); ++k) {
+      const bool is_hole = !background.touches_border(background.components[k]);
+      pens.push_back(is_filled[k] != 0 ? Pen::changed : is_hole ? Pen::rejected : Pen::none);
+    }
+    LineDrawing drawing(background.shape);
+    drawing.outline(background, pens, context());
+    viz_overlay = drawing.finished(context());
   }
 };
 
@@ -36,8 +49,8 @@ const MaskOperationInfo& fill_holes_info() {
           "A hole is a 4-connected component of pixels outside the mask that does not touch the border of the image. "
           "Holes of at most max_area are filled, with 0 holes of any size. Areas are in pixels, or in square "
           "millimetres by the capture's scale. The result stays inside the regions of interest chosen so far, or "
-          "inside "
-          "the image where there are none.",
+          "inside the image where there are none. The picture of the step shows the rims of the holes that are filled "
+          "blue and of those that are too large red.",
       .source = "P. Soille, Morphological Image Analysis, 2nd edition, Springer 2003",
       .parameters = {{.name = "max_area",
                       .type = ParameterType::real,
@@ -48,6 +61,7 @@ const MaskOperationInfo& fill_holes_info() {
                      area_unit_parameter()},
       ._preview_unconstrained = true,
       .needs_mask = true,
+      .check_capture = check_scale_for("Fill holes"),
       .make = [] { return std::make_unique<FillHoles>(); }};
   return info;
 }

@@ -14,6 +14,7 @@
 #include "orvexa/model/mask_operations/units.h"
 #include "orvexa/model/measures/bands.h"
 #include "orvexa/model/measures/shape_measures.h"
+#include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {
 
@@ -135,6 +136,7 @@ class KeepRegions final : public MaskOperation {
     const Components components = label_components(*current, 8, context());
     const Measures measures = measured(source, components, params);
     const std::vector<char> is_kept = chosen(measures, params);
+    if (wants_overlay) viz_overlay = kept_and_rejected(components, is_kept, context());
     Mask mask(only_kept(*current, components, is_kept, context()));
     const auto kept = std::ranges::count(is_kept, char{1});
     if (kept == 0) note = "no_region: none of the mask's " + std::to_string(is_kept.size()) + " regions is kept";
@@ -224,6 +226,13 @@ class KeepRegions final : public MaskOperation {
   }
 };
 
+void check_source(const ImageSource& source, const Value& params) {
+  const auto& by = params.at("by").get_ref<const std::string&>();
+  if (by == "band_mean") static_cast<void>(find_band(source, params.at("band").get<std::string>()));
+  if (by != "area" && by != "distance_to_point") return;
+  static_cast<void>(pixel_length(keep_regions_info().display_name, params.at("unit").get<std::string>(), source));
+}
+
 }  // namespace
 
 const MaskOperationInfo& keep_regions_info() {
@@ -242,8 +251,9 @@ const MaskOperationInfo& keep_regions_info() {
           "point, in pixels or mm; band_mean, the mean of the band in fractions of white, without pixels that are not "
           "a number. A region whose measure is undefined is not kept. With make_regions the kept regions are measured "
           "on their own as ROI_1, ROI_2, ... in the order of their numbers; what a later step adds around them counts "
-          "for the "
-          "whole mask but for no region. No region left gives an empty mask with the note no_region.",
+          "for the whole mask but for no region. The picture of the step shows the rims of the kept regions green and "
+          "of "
+          "the others red. No region left gives an empty mask with the note no_region.",
       .source =
           "A. Rosenfeld, J. L. Pfaltz, Sequential Operations in Digital Picture Processing, J. ACM 13(4), 1966, "
           "471-494; measures as in the operations area and shape_factors (ISO 9276-6)",
@@ -294,6 +304,8 @@ const MaskOperationInfo& keep_regions_info() {
                       .default_value = false,
                       .help = "Makes each kept region one that is measured on its own."}},
       .needs_mask = true,
+      .makes_regions = [](const Value& params) { return params.at("make_regions").get<bool>(); },
+      .check_capture = check_source,
       .make = [] { return std::make_unique<KeepRegions>(); }};
   return info;
 }

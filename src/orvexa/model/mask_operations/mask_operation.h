@@ -76,6 +76,8 @@ class MaskOperation {
 
   /// What the step did, 8-bit RGB, black where nothing was drawn; set by a run, absent for most operations.
   std::optional<Image> viz_overlay;
+  /// Set to false before a run by who will not look at `viz_overlay`: drawing takes longer than many a step.
+  bool wants_overlay = true;
   /// A remark about the run for the results, such as the level that was found. One that says why pixels are missing
   /// begins with a code of small letters and underscores, such as "no_contrast: ...".
   std::string note;
@@ -83,7 +85,7 @@ class MaskOperation {
   Value chosen_bands = Value::object();
 
  protected:
-  /// @param current  the incoming mask or null; only its pixels and bounds may be looked at.
+  /// @param current  the incoming mask or null; its pixels, bounds and regions may be looked at.
   /// @param params  completed and checked.
   [[nodiscard]] virtual std::optional<Mask> compute(const ImageSource& source, const Mask* current,
                                                     const Value& params) = 0;

@@ -286,6 +286,7 @@ MaskOperationInfo morphology_info(const MorphologyOperation& operation) {
                       .choices = {"image", "roi"}}},
       ._preview_unconstrained = operation.grows,
       .needs_mask = true,
+      .check_capture = check_scale_for(operation.display_name),
       .make = [steps = operation.steps] { return std::make_unique<Morphology>(steps); }};
 }
 

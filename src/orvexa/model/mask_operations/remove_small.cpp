@@ -1,6 +1,7 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {
 
@@ -18,6 +19,7 @@ class RemoveSmall final : public MaskOperation {
     for (const Components::Component& component : components.components) {
       is_kept.push_back(reaches(double(component.area) * area_of_pixel, min_area) ? 1 : 0);
     }
+    if (wants_overlay) viz_overlay = kept_and_rejected(components, is_kept, context());
     return Mask(only_kept(*current, components, is_kept, context()));
   }
 };
@@ -33,7 +35,7 @@ const MaskOperationInfo& remove_small_info() {
       .description =
           "The mask is split into connected components, 8-connected (corners join) or 4-connected (only sides join). A "
           "component is kept when its area is at least min_area, in pixels or in square millimetres by the capture's "
-          "scale.",
+          "scale. The picture of the step shows the rims of what is kept green and of what is removed red.",
       .source =
           "A. Rosenfeld, J. L. Pfaltz, Sequential Operations in Digital Picture Processing, J. ACM 13(4), 1966, "
           "471-494",
@@ -50,6 +52,7 @@ const MaskOperationInfo& remove_small_info() {
                       .help = "Whether pixels that touch only at a corner are connected (8) or not (4).",
                       .choices = {"4", "8"}}},
       .needs_mask = true,
+      .check_capture = check_scale_for("Remove small parts"),
       .make = [] { return std::make_unique<RemoveSmall>(); }};
   return info;
 }

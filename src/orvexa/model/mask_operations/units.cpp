@@ -3,6 +3,7 @@
 #include <cmath>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace orvexa::model {
 
@@ -44,6 +45,12 @@ double pixel_area_in(std::string_view operation, std::string_view unit, const Im
   if (unit != "mm2") return 1.0;
   const double side = millimetres_per_pixel(operation, source);
   return side * side;
+}
+
+std::function<void(const ImageSource& source, const Value& params)> check_scale_for(std::string operation) {
+  return [name = std::move(operation)](const ImageSource& source, const Value& params) {
+    if (params.at("unit") != "px") static_cast<void>(millimetres_per_pixel(name, source));
+  };
 }
 
 bool reaches(double size, double limit) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+#include <string>
 #include <string_view>
 
 #include "orvexa/model/image_source.h"
@@ -18,6 +20,11 @@ namespace orvexa::model {
 [[nodiscard]] double pixel_length(std::string_view operation, std::string_view unit, const ImageSource& source);
 /// Area of a pixel in the unit ("px" or "mm2").
 [[nodiscard]] double pixel_area_in(std::string_view operation, std::string_view unit, const ImageSource& source);
+
+/// `check_capture` of an operation that needs nothing but a scale, and that only where its parameter `unit` is not
+/// "px".
+[[nodiscard]] std::function<void(const ImageSource& source, const Value& params)> check_scale_for(
+    std::string operation);
 
 /// Whether a measured size reaches a limit; sizes in millimetres are rounded products, so a billionth does not decide.
 [[nodiscard]] bool reaches(double size, double limit);

@@ -61,6 +61,7 @@ Mask run_mask_steps(const CaptureSet& capture, const Workflow& workflow, std::si
     try {
       const auto operation = get_mask_operation(step.op)();
       operation->set_context(context);
+      operation->wants_overlay = false;
       mask = operation->apply({.image_stack = images, .current_mask = mask, .params = step.params});
       if (!mask) throw std::runtime_error("It gave no mask.");
       context.check();
