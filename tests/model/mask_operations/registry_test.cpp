@@ -263,6 +263,10 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
   const std::vector<std::string> expected{
       "roi_rect",
       "roi_rects",
+      "roi_polygon",
+      "roi_ellipse",
+      "roi_exclude",
+      "roi_grid",
       "threshold_range",
       "threshold_auto",
       "threshold_hsv",

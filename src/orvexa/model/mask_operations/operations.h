@@ -8,6 +8,10 @@ namespace orvexa::model {
 // its row in registry.cpp.
 [[nodiscard]] const MaskOperationInfo& roi_rect_info();
 [[nodiscard]] const MaskOperationInfo& roi_rects_info();
+[[nodiscard]] const MaskOperationInfo& roi_polygon_info();
+[[nodiscard]] const MaskOperationInfo& roi_ellipse_info();
+[[nodiscard]] const MaskOperationInfo& roi_exclude_info();
+[[nodiscard]] const MaskOperationInfo& roi_grid_info();
 [[nodiscard]] const MaskOperationInfo& threshold_range_info();
 [[nodiscard]] const MaskOperationInfo& threshold_auto_info();
 [[nodiscard]] const MaskOperationInfo& threshold_hsv_info();

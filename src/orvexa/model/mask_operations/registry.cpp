@@ -18,6 +18,10 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
   static const std::vector<const MaskOperationInfo*> all{
       &roi_rect_info(),
       &roi_rects_info(),
+      &roi_polygon_info(),
+      &roi_ellipse_info(),
+      &roi_exclude_info(),
+      &roi_grid_info(),
       &threshold_range_info(),
       &threshold_auto_info(),
       &threshold_hsv_info(),
