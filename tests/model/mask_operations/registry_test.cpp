@@ -277,7 +277,10 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "close",
       "fill_holes",
       "remove_small",
+      "clear_border",
       "keep_regions",
+      "convex_hull",
+      "smooth_mask",
   };
   // clang-format on
   EXPECT_EQ(keys, expected);

@@ -22,6 +22,9 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& close_info();
 [[nodiscard]] const MaskOperationInfo& fill_holes_info();
 [[nodiscard]] const MaskOperationInfo& remove_small_info();
+[[nodiscard]] const MaskOperationInfo& clear_border_info();
 [[nodiscard]] const MaskOperationInfo& keep_regions_info();
+[[nodiscard]] const MaskOperationInfo& convex_hull_mask_info();
+[[nodiscard]] const MaskOperationInfo& smooth_mask_info();
 
 }  // namespace orvexa::model

@@ -32,7 +32,10 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &close_info(),
       &fill_holes_info(),
       &remove_small_info(),
+      &clear_border_info(),
       &keep_regions_info(),
+      &convex_hull_mask_info(),
+      &smooth_mask_info(),
   };
   // clang-format on
   return all;
