@@ -281,6 +281,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "keep_regions",
       "convex_hull",
       "smooth_mask",
+      "split_touching",
   };
   // clang-format on
   EXPECT_EQ(keys, expected);

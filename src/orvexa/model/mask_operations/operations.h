@@ -26,5 +26,6 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& keep_regions_info();
 [[nodiscard]] const MaskOperationInfo& convex_hull_mask_info();
 [[nodiscard]] const MaskOperationInfo& smooth_mask_info();
+[[nodiscard]] const MaskOperationInfo& split_touching_info();
 
 }  // namespace orvexa::model

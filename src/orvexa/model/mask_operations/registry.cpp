@@ -36,6 +36,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &keep_regions_info(),
       &convex_hull_mask_info(),
       &smooth_mask_info(),
+      &split_touching_info(),
   };
   // clang-format on
   return all;
