@@ -71,11 +71,34 @@ Value random_rect(Dice& dice) {
   return {dice.fraction(), dice.fraction(), 0.3 + dice.fraction(), 0.3 + dice.fraction()};
 }
 
+Value random_polygon(Dice& dice) {
+  Value corners = Value::array();
+  for (int left = dice.between(3, 6); left > 0; --left) {
+    corners.push_back({1.4 * dice.fraction() - 0.2, 1.4 * dice.fraction() - 0.2});
+  }
+  return corners;
+}
+
+Value random_params_of_shapes(Dice& dice, const std::string& key) {
+  if (key == "roi_polygon") return {{"points", random_polygon(dice)}};
+  if (key == "roi_ellipse") return {{"rect", random_rect(dice)}};
+  if (key == "roi_exclude") {
+    return {{"shape", dice.one_of<std::string>({"rect", "ellipse", "polygon"})},
+            {"rect", {dice.fraction(), dice.fraction(), 0.3 * dice.fraction(), 0.3 * dice.fraction()}},
+            {"points", random_polygon(dice)}};
+  }
+  if (key == "roi_grid") return {{"rows", dice.between(1, 3)}, {"cols", dice.between(1, 3)}};
+  if (key == "mask_edit") {
+    return {{"add", Value::array({random_polygon(dice)})}, {"remove", Value::array({random_polygon(dice)})}};
+  }
+  return Value::object();
+}
+
 Value random_params(Dice& dice, const std::string& key) {
   const std::vector<std::string> bands = {"", "CLR.RGB.G", "CLR.RGB", "MSP.RED", "MSP.NIR", "FLU.FM"};
   const std::vector<std::string> methods = {"otsu", "triangle", "li"};
   const std::vector<std::string> sides = {"bright", "bright", "dark"};
-  Value params = Value::object();
+  Value params = random_params_of_shapes(dice, key);
   if (key == "roi_rect") params = {{"rect", random_rect(dice)}};
   if (key == "roi_rects") params = {{"rects", Value::array({random_rect(dice), random_rect(dice), random_rect(dice)})}};
   if (key == "threshold_range") {
@@ -105,6 +128,9 @@ Value random_params(Dice& dice, const std::string& key) {
               {"n", dice.between(1, 3)},
               {"make_regions", dice.chance(0.5)}};
   }
+  if (key == "convex_hull") params = {{"per_region", dice.chance(0.5)}};
+  if (key == "smooth_mask") params = {{"radius", dice.between(1, 4)}};
+  if (key == "split_touching") params = {{"min_distance", dice.between(1, 8)}};
   if (dice.chance(0.15)) params["reset_mask_chain"] = true;
   return params;
 }

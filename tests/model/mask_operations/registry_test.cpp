@@ -282,6 +282,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "convex_hull",
       "smooth_mask",
       "split_touching",
+      "mask_edit",
   };
   // clang-format on
   EXPECT_EQ(keys, expected);

@@ -27,5 +27,6 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& convex_hull_mask_info();
 [[nodiscard]] const MaskOperationInfo& smooth_mask_info();
 [[nodiscard]] const MaskOperationInfo& split_touching_info();
+[[nodiscard]] const MaskOperationInfo& mask_edit_info();
 
 }  // namespace orvexa::model

@@ -37,6 +37,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &convex_hull_mask_info(),
       &smooth_mask_info(),
       &split_touching_info(),
+      &mask_edit_info(),
   };
   // clang-format on
   return all;
