@@ -118,6 +118,24 @@ TEST(LabelComponents, MatchAFloodFillOnRandomMasks) {
   }
 }
 
+TEST(LabelRuns, GiveTheComponentsOfThePictureTheyWereTakenFrom) {
+  for (unsigned seed = 0; seed < 20; ++seed) {
+    SCOPED_TRACE(seed);
+    const Mask mask = test::random_mask(seed, 20, 31, 0.4);
+    for (const int connectivity : {4, 8}) {
+      const Components expected = label_components(mask, connectivity);
+      std::vector<Components::Run> runs = expected.runs;
+      for (Components::Run& run : runs) run.label = 0;
+      const Components found = label_runs(mask.shape(), std::move(runs), connectivity);
+      EXPECT_EQ(cv::countNonZero(found.label_image() != expected.label_image()), 0);
+      EXPECT_EQ(found.components.size(), expected.components.size());
+      EXPECT_EQ(found.row_begin, expected.row_begin);
+    }
+  }
+  EXPECT_TRUE(label_runs({3, 4}, {}, 8).components.empty());
+  EXPECT_THROW(static_cast<void>(label_runs({3, 4}, {}, 6)), std::invalid_argument);
+}
+
 TEST(LabelComponents, AreJoinedAtTheSeamsOfStripesWithAnyNumberOfThreads) {
   // 9 rows of 120,000 pixels are stripes of 2 rows: most components lie across a seam.
   const Mask noise = test::random_mask(3, 9, 120'000, 0.45);

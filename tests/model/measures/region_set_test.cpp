@@ -54,6 +54,43 @@ TEST(RegionSet, LabelsCountOnlyWhereTheMaskIsSet) {
   EXPECT_EQ(set.regions()[1].box, (PixelRect{3, 1, 4, 2}));
 }
 
+TEST(RegionSet, KnowsTheRunsOfEachRegionInRasterOrder) {
+  const RegionSet set(test::mask_of_regions({"112", "121", "#.1"}, 3));
+  const auto texts = [&](const Region& region) {
+    std::vector<std::string> all;
+    for (const RegionRun& run : set.runs(region)) {
+      all.push_back(std::to_string(run.y) + ":" + std::to_string(run.x0) + "-" + std::to_string(run.x1));
+    }
+    return all;
+  };
+  EXPECT_EQ(texts(set.regions()[0]), (std::vector<std::string>{"0:0-2", "1:0-1", "1:2-3", "2:2-3"}));
+  EXPECT_EQ(texts(set.regions()[1]), (std::vector<std::string>{"0:2-3", "1:1-2"}));
+  EXPECT_TRUE(texts(set.regions()[2]).empty());
+  EXPECT_TRUE(set.runs(set.whole()).empty());
+  EXPECT_TRUE(set.joined().runs(set.joined().regions()[0]).empty());
+}
+
+// Wide enough for several stripes: the pixels of the runs are those of the label image.
+TEST(RegionSet, RunsCoverExactlyTheRegionWithAnyNumberOfThreads) {
+  const Mask mask = test::mask_of_grid(test::random_mask(3, 700, 900, 0.7), 3, 4);
+  for (const int threads : {1, 3}) {
+    const test::ThreadCount limit(threads);
+    const RegionSet set(mask);
+    cv::Mat painted = cv::Mat::zeros(700, 900, CV_32SC1);
+    for (const Region& region : set.regions()) {
+      std::int64_t area = 0;
+      for (const RegionRun& run : set.runs(region)) {
+        area += run.x1 - run.x0;
+        painted.row(run.y).colRange(run.x0, run.x1) = cv::Scalar(region.label);
+      }
+      EXPECT_EQ(area, region.area);
+    }
+    cv::Mat expected = cv::Mat::zeros(700, 900, CV_32SC1);
+    mask.labels()->image.copyTo(expected, mask.read_only());
+    EXPECT_EQ(cv::countNonZero(painted != expected), 0);
+  }
+}
+
 TEST(RegionSet, ACropShowsTheRegionAlone) {
   const RegionSet set(test::mask_of_regions({"112", "121", "#.1"}));
   const cv::Mat first = set.crop(set.regions()[0]);

@@ -114,8 +114,22 @@ void number(Forest& forest, Components& found) {
   }
 }
 
-Components label(const cv::Mat& mask, int connectivity, Side side, const RunContext& context) {
+void expect_connectivity(int connectivity) {
   if (connectivity != 4 && connectivity != 8) throw std::invalid_argument("Connectivity is 4 or 8.");
+}
+
+void join_and_number(int connectivity, const RunContext& context, Components& found) {
+  Forest forest(found.runs.size());
+  const int reach = connectivity == 8 ? 1 : 0;
+  for (std::size_t y = 1; y + 1 < found.row_begin.size(); ++y) {
+    context.check();
+    join_rows(found.runs, found.row_begin[y - 1], found.row_begin[y], found.row_begin[y + 1], reach, forest);
+  }
+  number(forest, found);
+}
+
+Components label(const cv::Mat& mask, int connectivity, Side side, const RunContext& context) {
+  expect_connectivity(connectivity);
   Components found;
   found.shape = {mask.rows, mask.cols};
   if (mask.empty()) {
@@ -124,13 +138,7 @@ Components label(const cv::Mat& mask, int connectivity, Side side, const RunCont
   }
   if (mask.type() != CV_8UC1) throw std::invalid_argument("Components are labelled on one 8-bit channel.");
   find_runs(mask, side, context, found);
-  Forest forest(found.runs.size());
-  const int reach = connectivity == 8 ? 1 : 0;
-  for (std::size_t y = 1; y + 1 < found.row_begin.size(); ++y) {
-    context.check();
-    join_rows(found.runs, found.row_begin[y - 1], found.row_begin[y], found.row_begin[y + 1], reach, forest);
-  }
-  number(forest, found);
+  join_and_number(connectivity, context, found);
   return found;
 }
 
@@ -154,6 +162,18 @@ Components label_components(const cv::Mat& mask, int connectivity, const RunCont
 
 Components label_components(const Mask& mask, int connectivity, const RunContext& context) {
   return label(mask.read_only(), connectivity, Side::set, context);
+}
+
+Components label_runs(Shape shape, std::vector<Run> runs, int connectivity, const RunContext& context) {
+  expect_connectivity(connectivity);
+  Components found;
+  found.shape = shape;
+  found.runs = std::move(runs);
+  found.row_begin.assign(static_cast<std::size_t>(shape.height) + 1, 0);
+  for (const Run& run : found.runs) ++found.row_begin[static_cast<std::size_t>(run.y) + 1];
+  std::inclusive_scan(found.row_begin.begin(), found.row_begin.end(), found.row_begin.begin());
+  join_and_number(connectivity, context, found);
+  return found;
 }
 
 Components label_background(const cv::Mat& mask, int connectivity, const RunContext& context) {

@@ -53,6 +53,10 @@ struct Components {
 /// 471-494.
 [[nodiscard]] Components label_components(const Mask& mask, int connectivity = 8, const RunContext& context = {});
 [[nodiscard]] Components label_components(const cv::Mat& mask, int connectivity = 8, const RunContext& context = {});
+/// The same for pixels given as runs in raster order, not touching within a row, inside a mask of that shape; their
+/// labels do not matter.
+[[nodiscard]] Components label_runs(Shape shape, std::vector<Components::Run> runs, int connectivity,
+                                    const RunContext& context = {});
 /// The same for the pixels that are not set.
 [[nodiscard]] Components label_background(const cv::Mat& mask, int connectivity, const RunContext& context = {});
 

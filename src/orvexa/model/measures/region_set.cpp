@@ -1,6 +1,8 @@
 #include "orvexa/model/measures/region_set.h"
 
 #include <algorithm>
+#include <cstring>
+#include <numeric>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 #include <utility>
@@ -21,15 +23,25 @@ struct Extent {
     }
     area += x1 - x0;
   }
-
-  void add(const Extent& other) {
-    if (other.area == 0) return;
-    const std::int64_t total = area + other.area;
-    add_run(other.box.y0, other.box.x0, other.box.x1);
-    add_run(other.box.y1 - 1, other.box.x0, other.box.x1);
-    area = total;
-  }
 };
+
+struct LabelledRun {
+  RegionRun run;
+  std::int32_t label = 0;
+};
+
+void append_runs(const std::uint8_t* set, const std::int32_t* label, int y, int width, std::vector<LabelledRun>& runs) {
+  for (int x = 0; x < width;) {
+    if (set[x] == 0 || label[x] == 0) {
+      ++x;
+      continue;
+    }
+    const int first = x;
+    const std::int32_t here = label[x];
+    while (x < width && set[x] != 0 && label[x] == here) ++x;
+    runs.push_back({{y, first, x}, here});
+  }
+}
 
 }  // namespace
 
@@ -42,34 +54,40 @@ RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mas
     return;
   }
 
-  const std::size_t count = _labels->names.size();
   const int height = _mask.shape().height;
   const int width = _mask.shape().width;
-  std::vector<std::vector<Extent>> partial(static_cast<std::size_t>(stripe_count(height, width)));
+  std::vector<std::vector<LabelledRun>> stripes(static_cast<std::size_t>(stripe_count(height, width)));
   const int rows_a_stripe = stripe_height(width);
   for_each_stripe(height, width, context, [&](int y0, int y1) {
-    std::vector<Extent>& extents = partial[static_cast<std::size_t>(y0 / rows_a_stripe)];
-    extents.resize(count);
+    std::vector<LabelledRun>& found = stripes[static_cast<std::size_t>(y0 / rows_a_stripe)];
     for (int y = y0; y < y1; ++y) {
-      const std::uint8_t* set = _mask.read_only().ptr<std::uint8_t>(y);
-      const std::int32_t* label = _labels->image.ptr<std::int32_t>(y);
-      for (int x = 0; x < width;) {
-        if (set[x] == 0 || label[x] == 0) {
-          ++x;
-          continue;
-        }
-        const int first = x;
-        const std::int32_t here = label[x];
-        while (x < width && set[x] != 0 && label[x] == here) ++x;
-        const auto index = static_cast<std::size_t>(here) - 1;
-        if (index >= count) throw std::logic_error("A region's label has no name.");
-        extents[index].add_run(y, first, x);
-      }
+      append_runs(_mask.read_only().ptr<std::uint8_t>(y), _labels->image.ptr<std::int32_t>(y), y, width, found);
     }
   });
+
+  const std::size_t count = _labels->names.size();
+  std::vector<Extent> extents(count);
+  const auto grouped = std::make_shared<Runs>();
+  grouped->begin.assign(count + 1, 0);
+  for (const std::vector<LabelledRun>& stripe : stripes) {
+    context.check();
+    for (const auto& [run, label] : stripe) {
+      const auto index = static_cast<std::size_t>(label) - 1;
+      if (index >= count) throw std::logic_error("A region's label has no name.");
+      extents[index].add_run(run.y, run.x0, run.x1);
+      ++grouped->begin[index + 1];
+    }
+  }
+  std::inclusive_scan(grouped->begin.begin(), grouped->begin.end(), grouped->begin.begin());
+  grouped->runs.resize(grouped->begin.back());
+  std::vector<std::size_t> next = grouped->begin;
+  for (const std::vector<LabelledRun>& stripe : stripes) {
+    context.check();
+    for (const auto& [run, label] : stripe) grouped->runs[next[static_cast<std::size_t>(label) - 1]++] = run;
+  }
+  _runs = grouped;
   for (std::size_t index = 0; index < count; ++index) {
-    Extent extent;
-    for (const std::vector<Extent>& stripe : partial) extent.add(stripe[index]);
+    const Extent& extent = extents[index];
     _regions.push_back(
         {.name = _labels->names[index], .label = static_cast<int>(index) + 1, .area = extent.area, .box = extent.box});
   }
@@ -77,6 +95,7 @@ RegionSet::RegionSet(Mask mask, const RunContext& context) : _mask(std::move(mas
 
 void RegionSet::make_single() {
   _labels.reset();
+  _runs.reset();
   _regions = {_whole};
   _regions.front().name = "ROI_1";
   _regions.front().label = 1;
@@ -88,18 +107,26 @@ RegionSet RegionSet::joined() const {
   return one;
 }
 
+std::span<const RegionRun> RegionSet::runs(const Region& region) const {
+  if (!_runs || region.label == 0) return {};
+  const auto index = static_cast<std::size_t>(region.label) - 1;
+  const std::size_t begin = _runs->begin[index];
+  return std::span(_runs->runs).subspan(begin, _runs->begin[index + 1] - begin);
+}
+
 cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {
   if (region.area == 0) return {};
   const cv::Rect box(region.box.x0, region.box.y0, region.box.x1 - region.box.x0, region.box.y1 - region.box.y0);
-  cv::Mat set = _mask.read_only()(box);
-  if (region.label == 0 || !_labels) return set;
+  if (region.label == 0 || !_labels) return _mask.read_only()(box);
   cv::Mat alone(box.size(), CV_8UC1);
+  const std::span<const RegionRun> own = runs(region);
   for_each_stripe(box.height, box.width, context, [&](int y0, int y1) {
-    for (int y = y0; y < y1; ++y) {
-      const std::uint8_t* own = set.ptr<std::uint8_t>(y);
-      const std::int32_t* label = _labels->image.ptr<std::int32_t>(box.y + y) + box.x;
-      std::uint8_t* out = alone.ptr<std::uint8_t>(y);
-      for (int x = 0; x < box.width; ++x) out[x] = label[x] == region.label ? own[x] : std::uint8_t{0};
+    alone.rowRange(y0, y1).setTo(0);
+    auto run =
+        std::lower_bound(own.begin(), own.end(), box.y + y0, [](const RegionRun& one, int y) { return one.y < y; });
+    for (; run != own.end() && run->y < box.y + y1; ++run) {
+      std::memset(alone.ptr<std::uint8_t>(run->y - box.y) + (run->x0 - box.x), 255,
+                  static_cast<std::size_t>(run->x1 - run->x0));
     }
   });
   return alone;

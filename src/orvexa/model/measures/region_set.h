@@ -20,6 +20,13 @@ struct Region {
   PixelRect box;          ///< tight box of its pixels; empty when it has none
 };
 
+/// Pixels [x0, x1) of row y, in coordinates of the full frame.
+struct RegionRun {
+  int y = 0;
+  int x0 = 0;
+  int x1 = 0;
+};
+
 /// The regions of a final mask, made in one pass: what every result operation works on. Where no operation made
 /// regions there is one, "ROI_1", with every pixel of the mask.
 class RegionSet {
@@ -42,6 +49,8 @@ class RegionSet {
     if (!_labels) return {};
     return {_labels->image.ptr<std::int32_t>(y), static_cast<std::size_t>(shape().width)};
   }
+  /// The pixels of a region of `regions()` in raster order; empty when nobody made regions.
+  [[nodiscard]] std::span<const RegionRun> runs(const Region& region) const;
   /// The region alone as a 0/255 picture of its box (for shape measures); an empty Mat when it has no pixel. It may
   /// share the mask's pixels and is not to be written to.
   [[nodiscard]] cv::Mat crop(const Region& region, const RunContext& context = {}) const;
@@ -51,6 +60,12 @@ class RegionSet {
 
   Mask _mask;
   std::shared_ptr<const RegionLabels> _labels;
+  /// The runs of all regions, one region after the other, and where those of each begin.
+  struct Runs {
+    std::vector<RegionRun> runs;
+    std::vector<std::size_t> begin;
+  };
+  std::shared_ptr<const Runs> _runs;
   Region _whole;
   std::vector<Region> _regions;
 };

@@ -1,13 +1,33 @@
 #include <algorithm>
+#include <span>
+#include <utility>
 
+#include "orvexa/common/parallel.h"
 #include "orvexa/model/measures/components.h"
 #include "orvexa/model/result_operations/operations.h"
-#include "orvexa/model/result_operations/region_shapes.h"
 #include "orvexa/model/result_operations/result_rows.h"
 
 namespace orvexa::model {
 
 namespace {
+
+using Found = std::vector<Components::Component>;
+
+/// Those that are large enough.
+Found parts_of(Components components, std::int64_t min_area) {
+  std::erase_if(components.components,
+                [&](const Components::Component& component) { return component.area < min_area; });
+  return std::move(components.components);
+}
+
+/// The parts of a region alone, from its runs.
+Components label_components(const RegionSet& regions, const Region& region, const RunContext& context) {
+  std::vector<Components::Run> runs;
+  const std::span<const RegionRun> own = regions.runs(region);
+  runs.reserve(own.size());
+  for (const RegionRun& run : own) runs.push_back({run.y - region.box.y0, run.x0, run.x1, 0});
+  return label_runs({region.box.y1 - region.box.y0, regions.shape().width}, std::move(runs), 8, context);
+}
 
 class RegionCount final : public ResultOperation {
   OperationResult compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) override;
@@ -16,12 +36,15 @@ class RegionCount final : public ResultOperation {
 OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const auto min_area = params.at("min_area").get<std::int64_t>();
   const std::optional<double> scale = capture.millimetres_per_pixel();
-  using Found = std::vector<Components::Component>;
-  const std::vector<Found> components = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    Found found = label_components(picture, 8, context()).components;
-    std::erase_if(found, [&](const Components::Component& component) { return component.area < min_area; });
-    return found;
-  });
+  Found parts = parts_of(label_components(regions.mask(), 8, context()), min_area);
+  const std::vector<Region>& all = regions.regions();
+  std::vector<std::size_t> counts(all.size(), parts.size());  // where nobody made regions the one region is the whole
+  if (!regions.is_single()) {
+    common::parallel_for(all.size(), [&](std::size_t k) {
+      context().check();
+      counts[k] = parts_of(label_components(regions, all[k], context()), min_area).size();
+    });
+  }
 
   OperationResult result;
   result.units["region_count"] = "";
@@ -29,19 +52,17 @@ OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet&
     if (row.is_empty()) {
       row.leave_out("region_count", row.empty_reason());
     } else {
-      const int part = index + 1;  // the whole mask is the first
-      row.set("region_count", Value(components[static_cast<std::size_t>(part)].size()));
+      row.set("region_count", Value(index < 0 ? parts.size() : counts[static_cast<std::size_t>(index)]));
     }
   });
 
   ResultTable& areas = result.tables["areas"];
   areas.columns = {"number", "area", "x", "y", "width", "height"};
   if (scale) areas.columns.emplace_back("area_mm2");
-  const PixelRect& frame = regions.whole().box;
-  for (const Components::Component& component : components.front()) {
+  areas.rows.reserve(parts.size());
+  for (const Components::Component& component : parts) {
     const PixelRect& box = component.box;
-    std::vector<Value> row{areas.rows.size() + 1, component.area,  box.x0 + frame.x0,
-                           box.y0 + frame.y0,     box.x1 - box.x0, box.y1 - box.y0};
+    std::vector<Value> row{areas.rows.size() + 1, component.area, box.x0, box.y0, box.x1 - box.x0, box.y1 - box.y0};
     if (scale) row.emplace_back(static_cast<double>(component.area) * *scale * *scale);
     areas.rows.push_back(std::move(row));
   }
