@@ -23,26 +23,12 @@ OperationResult Perimeter::compute(const CaptureSet& capture, const RegionSet& r
   });
 
   OperationResult result;
-  const auto add_unit = [&](const std::string& name) {
-    result.units[name] = "px";
-    if (scale) result.units[name + "_mm"] = "mm";
-  };
-  add_unit("perimeter");
-  if (wants_chain) add_unit("perimeter_chain");
-  write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
-    const auto set = [&](const std::string& name, double value) {
-      if (row.is_empty()) {
-        row.leave_out(name, row.empty_reason());
-        if (scale) row.leave_out(name + "_mm", row.empty_reason());
-      } else {
-        row.set(name, value);
-        if (scale) row.set(name + "_mm", value * *scale);
-      }
-    };
-    const int part = index + 1;  // the whole mask is the first
-    const Lengths& own = lengths[static_cast<std::size_t>(part)];
-    set("perimeter", own.crofton);
-    if (wants_chain) set("perimeter_chain", own.chain);
+  add_length_units(result, "perimeter", scale);
+  if (wants_chain) add_length_units(result, "perimeter_chain", scale);
+  write_filled_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
+    const Lengths& own = measured_of(lengths, index);
+    set_length(row, "perimeter", own.crofton, scale);
+    if (wants_chain) set_length(row, "perimeter_chain", own.chain, scale);
   });
   return result;
 }

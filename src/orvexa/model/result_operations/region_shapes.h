@@ -2,7 +2,8 @@
 
 #include <opencv2/core.hpp>
 
-#include <functional>
+#include <cstddef>
+#include <type_traits>
 #include <vector>
 
 #include "orvexa/common/parallel.h"
@@ -11,20 +12,34 @@
 
 namespace orvexa::model {
 
-/// `measure(picture)` for the whole mask (first element) and each region, where the picture is that of its box; the
-/// default value where there is no pixel. Regions are measured side by side.
+/// `measure(picture)`, or `measure(picture, region)`, for the whole mask (first element) and each region, where the
+/// picture is that of its box; the default value where there is no pixel. Regions are measured side by side.
 template <typename Measure>
 [[nodiscard]] auto measure_pictures(const RegionSet& regions, const RunContext& context, const Measure& measure) {
-  using Result = decltype(measure(cv::Mat()));
+  const auto measure_one = [&](const Region& region) {
+    if constexpr (std::is_invocable_v<const Measure&, const cv::Mat&, const Region&>) {
+      return measure(regions.crop(region, context), region);
+    } else {
+      return measure(regions.crop(region, context));
+    }
+  };
+  using Result = decltype(measure_one(regions.whole()));
   const std::vector<Region>& all = regions.regions();
   std::vector<Result> results(all.size() + 1);
   common::parallel_for(regions.is_single() ? 1 : results.size(), [&](std::size_t k) {
     context.check();
     const Region& region = k == 0 ? regions.whole() : all[k - 1];
-    if (region.area > 0) results[k] = measure(regions.crop(region, context));
+    if (region.area > 0) results[k] = measure_one(region);
   });
   if (regions.is_single()) results[1] = results[0];
   return results;
+}
+
+/// What was measured of the row with that index: the whole mask has -1.
+template <typename Result>
+[[nodiscard]] const Result& measured_of(const std::vector<Result>& results, int index) {
+  const int place = index + 1;
+  return results.at(static_cast<std::size_t>(place));
 }
 
 }  // namespace orvexa::model

@@ -117,6 +117,22 @@ void set_area(ResultRow& row, const std::string& name, const Value& pixels, cons
   if (scale) row.set(name + "_mm2", pixels.get<double>() * *scale * *scale);
 }
 
+void add_length_units(OperationResult& result, const std::string& name, const std::optional<double>& scale) {
+  result.units[name] = "px";
+  if (scale) result.units[name + "_mm"] = "mm";
+}
+
+void set_length(ResultRow& row, const std::string& name, double pixels, const std::optional<double>& scale) {
+  row.set(name, pixels);
+  if (scale) row.set(name + "_mm", pixels * *scale);
+}
+
+void leave_out_length(ResultRow& row, const std::string& name, std::string_view reason,
+                      const std::optional<double>& scale) {
+  row.leave_out(name, reason);
+  if (scale) row.leave_out(name + "_mm", reason);
+}
+
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region&, int, ResultRow&)>& write) {
   ResultRow whole(result.metrics, result.reasons, regions.whole());
@@ -129,6 +145,16 @@ void write_rows(OperationResult& result, const RegionSet& regions,
     RegionResult& own = result.regions.find(all[k].name).value();
     ResultRow row(own.metrics, own.reasons, all[k]);
     write(all[k], static_cast<int>(k), row);
+  });
+}
+
+void write_filled_rows(OperationResult& result, const RegionSet& regions,
+                       const std::function<void(const Region&, int, ResultRow&)>& write) {
+  std::vector<std::string> names;
+  for (const auto& [name, unit] : result.units.items()) names.push_back(name);
+  write_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
+    if (!row.is_empty()) return write(region, index, row);
+    for (const std::string& name : names) row.leave_out(name, row.empty_reason());
   });
 }
 

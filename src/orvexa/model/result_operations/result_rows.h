@@ -43,10 +43,21 @@ void add_area_units(OperationResult& result, const std::string& name, const std:
 /// Writes both, or leaves both out of an empty row.
 void set_area(ResultRow& row, const std::string& name, const Value& pixels, const std::optional<double>& scale);
 
+/// The unit of a length in the picture: `name` in pixels and, where the capture declares its scale, `<name>_mm`.
+void add_length_units(OperationResult& result, const std::string& name, const std::optional<double>& scale);
+/// Writes both; not for an empty row.
+void set_length(ResultRow& row, const std::string& name, double pixels, const std::optional<double>& scale);
+void leave_out_length(ResultRow& row, const std::string& name, std::string_view reason,
+                      const std::optional<double>& scale);
+
 /// Calls `write` for the whole mask with index -1, then for each region with its index, these perhaps at the same time.
 /// Whatever the order of the calls, the rows stand in the regions' order.
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region& region, int index, ResultRow& row)>& write);
+
+/// The same for rows that have pixels; an empty row has everything left out that `result` has a unit for.
+void write_filled_rows(OperationResult& result, const RegionSet& regions,
+                       const std::function<void(const Region& region, int index, ResultRow& row)>& write);
 
 /// What the numbers of some statistics mean.
 struct StatisticsUnit {

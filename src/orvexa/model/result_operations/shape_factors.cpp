@@ -32,15 +32,8 @@ OperationResult ShapeFactors::compute(const CaptureSet&, const RegionSet& region
   for (const char* name : {"circularity", "compactness", "roundness", "aspect", "convexity", "small"}) {
     result.units[name] = "";
   }
-  write_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
-    if (row.is_empty()) {
-      for (const char* name : {"circularity", "compactness", "roundness", "aspect", "convexity", "small"}) {
-        row.leave_out(name, row.empty_reason());
-      }
-      return;
-    }
-    const int part = index + 1;  // the whole mask is the first
-    const Lengths& own = lengths[static_cast<std::size_t>(part)];
+  write_filled_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
+    const Lengths& own = measured_of(lengths, index);
     const double four_pi_area = 4 * std::numbers::pi * static_cast<double>(region.area);
     const double squared_perimeter = own.perimeter * own.perimeter;
     row.set("circularity", four_pi_area / squared_perimeter);
