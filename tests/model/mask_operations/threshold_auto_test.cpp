@@ -3,6 +3,7 @@
 
 #include <limits>
 
+#include "orvexa/model/measures/auto_threshold.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {
@@ -70,7 +71,7 @@ TEST(ThresholdAuto, ClampsTheLevelInFractionsOfTheDeclaredWhite) {
 
 TEST(ThresholdAuto, GivesAnEmptyMaskAndSaysSoWithoutContrast) {
   const auto flat = capture_of<std::uint8_t>({{7, 7}});
-  for (const char* method : {"otsu", "triangle", "li"}) {
+  for (const std::string& method : auto_threshold_method_names()) {
     for (const char* polarity : {"bright", "dark"}) {
       const Value params{{"method", method}, {"polarity", polarity}};
       EXPECT_EQ(applied("threshold_auto", *flat, {}, params).count(), 0);
@@ -92,11 +93,34 @@ TEST(ThresholdAuto, LeavesOutWhatIsNoNumber) {
   EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"polarity", "dark"}})), ElementsAre(".##.."));
 }
 
+TEST(ThresholdAuto, SaysWhereTheHistogramHasNoTwoPeaks) {
+  const auto capture = capture_of<std::uint8_t>({{1, 2, 2, 2, 3, 4}});
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, {{"method", "minimum"}}).count(), 0);
+  EXPECT_EQ(note_of("threshold_auto", *capture, {}, {{"method", "minimum"}}),
+            "no_two_peaks: the histogram of MSP.NIR does not come to have two peaks, so the mask is empty");
+}
+
+TEST(ThresholdAuto, LooksAtTheSmoothedBandAndTheMasksPixels) {
+  // Medians over 3 x 3 (one row, replicated): 10 10 10 200 200 200 for 10 10 200 10 200 200? The windows are
+  // (10 10 10) (10 10 200) (10 200 10) (200 10 200) (10 200 200) (200 200 200): 10 10 10 200 200 200.
+  const auto capture = capture_of<std::uint8_t>({{10, 10, 200, 10, 200, 200}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"smooth", "median"}})), ElementsAre("...###"));
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {})), ElementsAre("..#.##"));
+  EXPECT_EQ(note_of("threshold_auto", *capture, test::mask({"##...."}), {{"smooth", "median"}}),
+            "no_contrast: all pixels have the same value in MSP.NIR, so the mask is empty");
+  EXPECT_EQ(
+      test::refusal([&] {
+        static_cast<void>(applied("threshold_auto", *capture, {}, {{"smooth", "bilateral"}, {"smooth_radius", 6}}));
+      }),
+      "threshold_auto: parameter \"smooth_radius\" is 6, but the bilateral filter's radius is from 1 to 5.");
+}
+
 TEST(ThresholdAuto, BrightAndDarkTogetherAreThePixelsOfTheMask) {
   const auto capture = test::random_capture(4, 30, 40);
   const Mask mask = test::random_mask(5, 30, 40, 0.5);
   for (const char* band : {"CLR.RGB", "MSP.NIR", "MSP.HEAT"}) {
-    for (const char* method : {"otsu", "triangle", "li"}) {
+    for (const std::string& method : auto_threshold_method_names()) {
+      if (method == "minimum") continue;  // even noise need not have two peaks
       SCOPED_TRACE(std::string(band) + " " + method);
       Value params{{"band", band}, {"method", method}, {"polarity", "bright"}};
       const Mask bright = applied("threshold_auto", *capture, mask, params);

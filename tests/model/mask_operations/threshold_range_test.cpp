@@ -121,5 +121,17 @@ TEST(ThresholdRange, NamesWhatTheCaptureHasWhenABandIsMissing) {
             "There is no band \"RED\" in this capture; it has MSP.NIR.");
 }
 
+TEST(ThresholdRange, LooksAtTheSmoothedBand) {
+  // Medians of three: 10 10 10 90 90 90; Gaussian means keep fractions of counts: 0 0 255 0 0 with sigma 0.2 (radius 1,
+  // exp(-12.5) = 3.7e-6) has 255 * 3.7e-6 = 0.00095 beside the point, which is more than nothing.
+  EXPECT_EQ(kept<std::uint8_t>({10, 10, 90, 10, 90, 90}, {{"low", 0.2}, {"smooth", "median"}}), "...###");
+  const Value gaussian{{"low", 3e-6}, {"high", 1}, {"smooth", "gaussian"}, {"smooth_sigma", 0.2}};
+  EXPECT_EQ(kept<std::uint8_t>({0, 0, 255, 0, 0}, gaussian), ".###.");
+  EXPECT_EQ(test::refusal([] {
+              static_cast<void>(kept<std::uint8_t>({1}, {{"smooth", "bilateral"}, {"smooth_radius", 9}}));
+            }),
+            "threshold_range: parameter \"smooth_radius\" is 9, but the bilateral filter's radius is from 1 to 5.");
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -60,13 +60,55 @@ TEST(LiLevel, EndsAtItsFixedPoint) {
   EXPECT_EQ(level({10, 12, 12, 40, 40}, AutoThresholdMethod::li), 10 + 9);
 }
 
+TEST(YenLevel, HasTheGreatestCriterion) {
+  // 0 0 0 0 | 7 9: P0 P1 = 4/6 * 2/6 = 0.2222, S0 S1 = 0.4444 * 0.0556 = 0.02469; 2 ln 0.2222 - ln 0.02469 = 0.693.
+  // 0 0 0 0 7 | 9: P0 P1 = 5/36 = 0.1389, S0 S1 = 0.4722 * 0.02778 = 0.01312; 2 ln 0.1389 - ln 0.01312 = 0.386.
+  EXPECT_EQ(level({0, 0, 0, 0, 7, 9}, AutoThresholdMethod::yen), 0);
+}
+
+TEST(MaxEntropyLevel, HasTheGreatestSumOfEntropies) {
+  // 1 2 3 | 4 5: ln 3 + ln 2 = 1.792; 1 2 | 3 4 5 is the same; 1 | 2 3 4 5: ln 4 = 1.386. The lower of the best is 2.
+  EXPECT_EQ(level({1, 2, 3, 4, 5}, AutoThresholdMethod::max_entropy), 2);
+  // 3 3 3 4 | 5 6: (ln 4 - 3 ln 3 / 4) + ln 2 = 0.562 + 0.693 = 1.255; 3 3 3 | 4 5 6: 0 + ln 3 = 1.099;
+  // 3 3 3 4 5 | 6: (ln 5 - 3 ln 3 / 5) + 0 = 0.950.
+  EXPECT_EQ(level({3, 3, 3, 4, 5, 6}, AutoThresholdMethod::max_entropy), 4);
+}
+
+TEST(IsodataLevel, IsTheLowestMiddleOfTheMeans) {
+  // 10 | 20: the middle is 15 for every level from 10 to 19, and 15 is 15.
+  EXPECT_EQ(level({10, 10, 20, 20}, AutoThresholdMethod::isodata), 15);
+  // 0 0 | 3 10: (0 + 6.5) / 2 = 3.25, which is not among the levels 0 to 2 that part them so; 0 0 3 | 10: 5.5.
+  EXPECT_EQ(level({0, 0, 3, 10}, AutoThresholdMethod::isodata), 5);
+  // 0 0 | 2 10: 3, which is not among 0 and 1; 0 0 2 | 10: (0.67 + 10) / 2 = 5.33.
+  EXPECT_EQ(level({0, 0, 2, 10}, AutoThresholdMethod::isodata), 5);
+}
+
+TEST(MeanLevel, IsTheMeanWithoutItsFraction) {
+  EXPECT_EQ(level({1, 2, 9}, AutoThresholdMethod::mean), 4);
+  EXPECT_EQ(level({1, 2, 8}, AutoThresholdMethod::mean), 3);  // 3.67
+}
+
+TEST(MinimumLevel, IsTheValleyBetweenTheTwoPeaks) {
+  // Counts 1 3 1 0 0 1 3 1 at 10 to 17; means of three: 1.67 1.67 1.33 0.33 0.33 1.33 1.67 1.67. The peaks are 11 and,
+  // for there is no fall behind 17, none: a rise up to the highest value is no peak. A single 18 ends it: counts
+  // 1 3 1 0 0 1 3 1 0 1 have means .. 1.33 1.67 1.33 0.67 0.67 and peaks at 11 and 16; the lowest between is 13.
+  EXPECT_FALSE(level({10, 11, 11, 11, 12, 15, 16, 16, 16, 17}, AutoThresholdMethod::minimum));
+  EXPECT_EQ(level({10, 11, 11, 11, 12, 15, 16, 16, 16, 17, 19}, AutoThresholdMethod::minimum), 13);
+}
+
+TEST(MinimumLevel, IsAbsentWhereTheHistogramDoesNotHaveTwoPeaks) {
+  EXPECT_FALSE(level({1, 2, 2, 2, 3, 4}, AutoThresholdMethod::minimum));
+  EXPECT_EQ(no_level_text(histogram_of({1, 2, 2, 2, 3, 4}), "MSP.NIR"),
+            "no_two_peaks: the histogram of MSP.NIR does not come to have two peaks, so the mask is empty");
+}
+
 TEST(AutoThresholdLevel, IsAbsentWithoutContrast) {
   for (const AutoThresholdMethodInfo& info : auto_threshold_methods()) {
     SCOPED_TRACE(info.name);
     EXPECT_FALSE(level({}, info.method));
     EXPECT_FALSE(level({7}, info.method));
     EXPECT_FALSE(level({255, 255, 255}, info.method));
-    EXPECT_TRUE(level({254, 255}, info.method));
+    EXPECT_EQ(level({254, 255}, info.method).has_value(), info.method != AutoThresholdMethod::minimum);
   }
 }
 
@@ -81,6 +123,7 @@ TEST(AutoThresholdLevel, AlwaysPartsTheValuesInTwo) {
     if (*min == *max) continue;
     for (const AutoThresholdMethodInfo& info : auto_threshold_methods()) {
       const auto found = level(values, info.method);
+      if (!found && info.method == AutoThresholdMethod::minimum) continue;  // no two peaks
       ASSERT_TRUE(found) << info.name;
       EXPECT_GE(*found, *min) << info.name;
       EXPECT_LT(*found, *max) << info.name;
@@ -89,7 +132,8 @@ TEST(AutoThresholdLevel, AlwaysPartsTheValuesInTwo) {
 }
 
 TEST(AutoThresholdMethods, AreFoundByName) {
-  EXPECT_THAT(auto_threshold_method_names(), testing::ElementsAre("otsu", "triangle", "li"));
+  EXPECT_THAT(auto_threshold_method_names(),
+              testing::ElementsAre("otsu", "li", "yen", "triangle", "isodata", "minimum", "mean", "max_entropy"));
   EXPECT_EQ(auto_threshold_method("li"), AutoThresholdMethod::li);
   EXPECT_THROW(static_cast<void>(auto_threshold_method("guess")), std::invalid_argument);
 }

@@ -3,30 +3,32 @@
 #include <algorithm>
 #include <cmath>
 
+#include "orvexa/model/mask_operations/band_parameter.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/value_range.h"
 #include "orvexa/model/measures/auto_threshold.h"
+#include "orvexa/model/measures/smoothing.h"
 
 namespace orvexa::model {
 
 namespace {
 
 class ThresholdAuto final : public MaskOperation {
-  void check(const Value& params) const override { check_limits("threshold_auto", params, "min", "max"); }
+  void check(const Value& params) const override {
+    check_limits("threshold_auto", params, "min", "max");
+    check_smoothing("threshold_auto", params);
+  }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const Band band = find_band(source, params.at("band").get<std::string>());
+    const Band band = smoothed(find_band(source, params.at("band").get<std::string>()), params, context());
     chosen_bands["band"] = band.name;
-    const Band plane{band.plane(context()), 0, band.white, band.name, band.measurement};
     const auto& method = params.at("method").get_ref<const std::string&>();
-    const Histogram histogram = masked_histogram(plane, current, context());
-    const auto found = auto_threshold_level(histogram, auto_threshold_method(method));
+    const Histogram histogram = masked_histogram(band, current, context());
+    const auto found = auto_threshold_level(histogram, auto_threshold_method(method), context());
     if (!found) {
-      note =
-          fmt::format("no_contrast: {} in {}, so the mask is empty",
-                      histogram.n == 0 ? "there is no pixel to look at" : "all pixels have the same value", band.name);
-      return Mask::empty(plane.shape());
+      note = no_level_text(histogram, band.name);
+      return Mask::empty(band.shape());
     }
     double level = *found * params.at("factor").get<double>();
     if (!params.at("min").is_null()) level = std::max(level, params.at("min").get<double>() * band.white.counts);
@@ -35,10 +37,10 @@ class ThresholdAuto final : public MaskOperation {
                        method);
 
     // A product such as 100 * 0.7 may fall a rounding short of a whole count; that must not move the count.
-    if (plane.image.type() != PixelType::f32) level += 1e-9 * std::abs(level);
+    if (band.image.type() != PixelType::f32) level += 1e-9 * std::abs(level);
     const bool keeps_bright = params.at("polarity").get_ref<const std::string&>() == "bright";
     const ValueRange range = keeps_bright ? values_above(level) : values_up_to(level);
-    return Mask(pixels_within(plane.image.read_only(), range, context()));
+    return Mask(pixels_within(band.image.read_only(), range, context()));
   }
 };
 
@@ -73,39 +75,38 @@ const MaskOperationInfo& threshold_auto_info() {
           ". The level, in counts, is multiplied by factor, then raised to min and lowered to max, which are fractions "
           "of white. Bright keeps the pixels with a value > t, dark those with a value <= t. Pixels without contrast "
           "(none, or all of one value) give an empty mask with the note no_contrast. Pixels that are not a number are "
-          "left out and never kept.",
+          "left out and never kept. " +
+          smoothing_text(),
       .source = sources_text(),
-      .parameters = {{.name = "band",
-                      .type = ParameterType::band,
-                      .default_value = "",
-                      .help = "The band to look at; empty means the grey of the first colour image, else the first "
-                              "image."},
-                     {.name = "method",
-                      .type = ParameterType::choice,
-                      .default_value = "otsu",
-                      .help = "How the level is chosen.",
-                      .choices = auto_threshold_method_names()},
-                     {.name = "factor",
-                      .type = ParameterType::real,
-                      .default_value = 1.0,
-                      .min = 0.1,
-                      .max = 10.0,
-                      .help = "The level is multiplied by this number."},
-                     {.name = "min",
-                      .type = ParameterType::real,
-                      .default_value = nullptr,
-                      .unit = "fraction of white",
-                      .help = "The level is never below this value; without a value there is no such limit."},
-                     {.name = "max",
-                      .type = ParameterType::real,
-                      .default_value = nullptr,
-                      .unit = "fraction of white",
-                      .help = "The level is never above this value; without a value there is no such limit."},
-                     {.name = "polarity",
-                      .type = ParameterType::choice,
-                      .default_value = "bright",
-                      .help = "Which side of the level is kept.",
-                      .choices = {"bright", "dark"}}},
+      .parameters =
+          with_smoothing({band_parameter(),
+                          {.name = "method",
+                           .type = ParameterType::choice,
+                           .default_value = "otsu",
+                           .help = "How the level is chosen.",
+                           .choices = auto_threshold_method_names()},
+                          {.name = "factor",
+                           .type = ParameterType::real,
+                           .default_value = 1.0,
+                           .min = 0.1,
+                           .max = 10.0,
+                           .help = "The level is multiplied by this number."},
+                          {.name = "min",
+                           .type = ParameterType::real,
+                           .default_value = nullptr,
+                           .unit = "fraction of white",
+                           .help = "The level is never below this value; without a value there is no such limit."},
+                          {.name = "max",
+                           .type = ParameterType::real,
+                           .default_value = nullptr,
+                           .unit = "fraction of white",
+                           .help = "The level is never above this value; without a value there is no such limit."},
+                          {.name = "polarity",
+                           .type = ParameterType::choice,
+                           .default_value = "bright",
+                           .help = "Which side of the level is kept.",
+                           .choices = {"bright", "dark"}}}),
+      .check_capture = check_band,
       .make = [] { return std::make_unique<ThresholdAuto>(); }};
   return info;
 }

@@ -56,10 +56,14 @@ class ThresholdIndex final : public MaskOperation {
       return Mask(std::move(kept));
     }
     const Histogram histogram = masked_histogram(map.values, current, context());
-    const auto level = auto_threshold_level(histogram, auto_threshold_method(method));
+    const auto level = auto_threshold_level(histogram, auto_threshold_method(method), context());
     if (!level) {
-      note = fmt::format("no_contrast: {} of {} {}, so the mask is empty", index.key, bands,
-                         histogram.n == 0 ? "has no valid pixel to look at" : "has the same value everywhere");
+      if (histogram.has_contrast()) {
+        note = no_level_text(histogram, fmt::format("{} of {}", index.key, bands));
+      } else {
+        note = fmt::format("no_contrast: {} of {} {}, so the mask is empty", index.key, bands,
+                           histogram.n == 0 ? "has no valid pixel to look at" : "has the same value everywhere");
+      }
       return Mask::empty(source.get_shape());
     }
     note = fmt::format("level {:.6g} of {} of {} by {}", *level, index.key, bands, method);
@@ -100,7 +104,7 @@ const MaskOperationInfo& threshold_index_info() {
           "incoming mask, 4096 bins between the lowest and the highest value. Without a value for method it is otsu "
           "when neither low nor high has a value, and none when one of them has. Pixels whose index is undefined (a "
           "zero denominator, no number) are left out and never kept. Values without contrast give an empty mask with "
-          "the note no_contrast.",
+          "the note no_contrast; a method that finds no level gives one with its own note.",
       .source = "The index's own source, see the operation index_statistics; levels as threshold_auto",
       .parameters = {{.name = "index",
                       .type = ParameterType::choice,
