@@ -204,6 +204,35 @@ TEST(GaussianRows, GivenABorderThatIsLeftOut_ThenTheWeightsInsideAddUpToOne) {
                         });
 }
 
+TEST(GaussianRows, OfLargeSigmasEqualTheSumOverTheWindow) {
+  // From radius 32 on (sigma 8) sums go by way of spectra; sigma 9 has radius 36, more than the picture has rows.
+  const Image image = test::random_image<std::uint8_t>(5, 31, 50, 1, 255.9);
+  const Mask mask = test::random_mask(6, 31, 50, 0.4);
+  const auto w = gaussian_weights(9);
+  for (const Mask* seen_by : {static_cast<const Mask*>(nullptr), &mask}) {
+    for_each_gaussian_row(
+        image.read_only(), seen_by, 9, GaussianBorder::left_out, {}, [&](int y, std::span<const double> row) {
+          for (int x = 0; x < 50; x += 7) {
+            double sum = 0;
+            double weights = 0;
+            for (int v = 0; v < 31; ++v) {
+              for (int u = std::max(0, x - 36); u <= std::min(49, x + 36); ++u) {
+                if (seen_by != nullptr && !seen_by->at(v, u)) continue;
+                const double weight =
+                    w[static_cast<std::size_t>(std::abs(v - y))] * w[static_cast<std::size_t>(std::abs(u - x))];
+                sum += weight * image.read_only().at<std::uint8_t>(v, u);
+                weights += weight;
+              }
+            }
+            ASSERT_NEAR(row[static_cast<std::size_t>(x)], sum / weights, 1e-9) << y << ", " << x;
+          }
+        });
+  }
+  const auto weight = [](int dy, int dx, double) { return std::exp(-0.5 * (dx * dx + dy * dy) / 81.0); };
+  expect_near(filtered(image, {{"smooth", "gaussian"}, {"smooth_sigma", 9}}),
+              weighted_mean<std::uint8_t>(image, 36, weight), 1e-5);
+}
+
 // ---- median ----
 
 TEST(MedianFilter, EqualsSortingTheWindowInEveryTypeAndAtEveryRadius) {

@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <stdexcept>
+#include <type_traits>
 #include <vector>
 
 namespace orvexa::model {
 
 namespace {
 
-/// exp(-t^2 / 2) for t >= 0. The library's filter for floats scales its table by the values that it is given, so that a
-/// pixel's result would depend on the piece of the picture that it is filtered with.
+/// exp(-t^2 / 2) for t >= 0, for values that are not whole numbers. The library's filter for floats scales its table by
+/// the values that it is given, so that a pixel's result would depend on the piece of the picture that it is filtered
+/// with.
 class BellTable {
  public:
   BellTable() : _values(static_cast<std::size_t>(end * steps) + 2) {
@@ -50,30 +53,72 @@ std::vector<Neighbour> disc_of_neighbours(int radius, double sigma_space) {
   return neighbours;
 }
 
+/// The second weight of a neighbour by how far its value is away: for counts one number each, so that the inner loop
+/// only looks up.
+template <typename T>
+class ValueWeights {
+ public:
+  explicit ValueWeights(double sigma_value) : _per_sigma(1 / sigma_value) {
+    if constexpr (std::is_integral_v<T>) {
+      _of_difference.resize(std::size_t{std::numeric_limits<T>::max()} + 1);
+      for (std::size_t i = 0; i < _of_difference.size(); ++i) {
+        const double t = double(i) * _per_sigma;
+        _of_difference[i] = std::exp(-0.5 * t * t);
+      }
+    }
+  }
+  [[nodiscard]] double at(T a, T b) const {
+    if constexpr (std::is_integral_v<T>) {
+      return _of_difference[static_cast<std::size_t>(std::abs(int{a} - int{b}))];
+    } else {
+      const double distance = std::abs(double(a) - double(b)) * _per_sigma;
+      return std::isfinite(distance) ? _bell.at(distance) : 0.0;  // one of them does not count
+    }
+  }
+
+ private:
+  BellTable _bell;
+  double _per_sigma;
+  std::vector<double> _of_difference;
+};
+
+/// The row with its first and last pixel repeated `radius` times before and behind it.
+template <typename T>
+void read_padded(const cv::Mat& plane, int y, int radius, std::vector<T>& padded) {
+  const T* row = plane.ptr<T>(std::clamp(y, 0, plane.rows - 1));
+  padded.assign(static_cast<std::size_t>(radius), row[0]);
+  padded.insert(padded.end(), row, row + plane.cols);
+  padded.insert(padded.end(), static_cast<std::size_t>(radius), row[plane.cols - 1]);
+  if constexpr (std::is_floating_point_v<T>) {
+    // Weight 0 times something that is no number would be none either.
+    for (T& value : padded) value = std::isfinite(value) ? value : std::numeric_limits<T>::max();
+  }
+}
+
 template <typename T>
 cv::Mat filtered(const cv::Mat& plane, int radius, double sigma_space, double sigma_value, const RunContext& context) {
-  const BellTable bell;
+  const ValueWeights<T> value_weights(sigma_value);
   const std::vector<Neighbour> neighbours = disc_of_neighbours(radius, sigma_space);
-  const double per_sigma = 1 / sigma_value;
   const auto width = static_cast<std::size_t>(plane.cols);
   cv::Mat result(plane.rows, plane.cols, CV_32FC1);
   for_each_stripe(plane.rows, plane.cols, context, [&](int y0, int y1) {
     std::vector<double> sums(width);
     std::vector<double> weights(width);
+    std::vector<T> padded;
     for (int y = y0; y < y1; ++y) {
       context.check();
       const T* row = plane.ptr<T>(y);
       std::copy_n(row, width, sums.begin());
       std::fill(weights.begin(), weights.end(), 1.0);
+      int padded_row = -radius - 1;
       for (const Neighbour& neighbour : neighbours) {
-        const T* other = plane.ptr<T>(std::clamp(y + neighbour.dy, 0, plane.rows - 1));
-        for (int x = 0; x < plane.cols; ++x) {
-          const double there = double(other[std::clamp(x + neighbour.dx, 0, plane.cols - 1)]);
-          const double distance = std::abs(there - double(row[x])) * per_sigma;
-          if (!std::isfinite(distance)) continue;  // one of them does not count
-          const double weight = neighbour.weight * bell.at(distance);
-          sums[static_cast<std::size_t>(x)] += weight * there;
-          weights[static_cast<std::size_t>(x)] += weight;
+        if (neighbour.dy != padded_row) read_padded(plane, y + neighbour.dy, radius, padded);
+        padded_row = neighbour.dy;
+        const T* other = padded.data() + radius + neighbour.dx;
+        for (std::size_t x = 0; x < width; ++x) {
+          const double weight = neighbour.weight * value_weights.at(other[x], row[x]);
+          sums[x] += weight * double(other[x]);
+          weights[x] += weight;
         }
       }
       float* out = result.ptr<float>(y);

@@ -37,6 +37,41 @@ void add_symmetric(std::span<const double> weights, const double* centre, const 
   }
 }
 
+/// From this radius on sums are taken by way of their spectrum, whose work does not depend on the radius.
+constexpr int least_spectral_radius = 32;
+
+/// Circular convolution of rows of `size` numbers with a symmetric kernel.
+class SpectralKernel {
+ public:
+  /// @param length  what the rows hold; where a sum reaches beyond them it is of no use.
+  SpectralKernel(std::span<const double> weights, int length) : _size(cv::getOptimalDFTSize(length)) {
+    cv::Mat kernel = cv::Mat::zeros(1, _size, CV_64FC1);
+    double* at = kernel.ptr<double>();
+    for (std::size_t k = 0; k < weights.size(); ++k) {
+      at[k] = weights[k];
+      if (k > 0) at[static_cast<std::size_t>(_size) - k] = weights[k];
+    }
+    cv::dft(kernel, _spectrum);
+  }
+  [[nodiscard]] int size() const { return _size; }
+
+  void convolve(cv::Mat& rows) const {
+    cv::dft(rows, rows, cv::DFT_ROWS);
+    // A row is Re 0, Re 1, Im 1, Re 2, Im 2, ..., and the kernel's spectrum is real.
+    const double* factors = _spectrum.ptr<double>();
+    for (int y = 0; y < rows.rows; ++y) {
+      double* row = rows.ptr<double>(y);
+      row[0] *= factors[0];
+      for (int j = 1; j < _size; ++j) row[j] *= factors[j - (j + 1) % 2];
+    }
+    cv::dft(rows, rows, cv::DFT_ROWS | cv::DFT_INVERSE | cv::DFT_SCALE | cv::DFT_REAL_OUTPUT);
+  }
+
+ private:
+  int _size;
+  cv::Mat _spectrum;
+};
+
 template <typename T>
 bool counts(T value) {
   if constexpr (std::is_floating_point_v<T>) return std::isfinite(value);
@@ -97,8 +132,8 @@ class GaussianRows {
   }
 
   void run(const std::function<void(int y, std::span<const double> means)>& row) const {
-    // Rows above and below a tile are summed along x again for it: a tile is at least as high as they are together.
-    const int height = std::max(stripe_height(_plane.cols), 2 * _radius);
+    // Rows above and below a tile are summed along x again for it: a tile is higher than they are together.
+    const int height = std::max(stripe_height(_plane.cols), 3 * _radius);
     const int tiles = (_plane.rows + height - 1) / height;
     common::parallel_for(static_cast<std::size_t>(tiles), [&](std::size_t tile) {
       const int y0 = static_cast<int>(tile) * height;
@@ -108,6 +143,7 @@ class GaussianRows {
 
  private:
   [[nodiscard]] std::size_t width() const { return static_cast<std::size_t>(_plane.cols); }
+  [[nodiscard]] bool is_spectral() const { return _radius >= least_spectral_radius; }
 
   /// A row with `_radius` places before and behind it.
   void read_padded(int y, std::vector<double>& values, std::vector<double>& weights) const {
@@ -153,6 +189,10 @@ class GaussianRows {
   [[nodiscard]] RowSums sums_of_rows(int begin, int end) const {
     RowSums sums{.first = begin, .values = cv::Mat(end - begin, _plane.cols, CV_64FC1), .weights = {}};
     if (_has_gaps) sums.weights.create(end - begin, _plane.cols, CV_64FC1);
+    if (is_spectral()) {
+      add_spectral_sums(sums);
+      return sums;
+    }
     std::vector<double> values(width() + 2 * static_cast<std::size_t>(_radius));
     std::vector<double> weights(_has_gaps ? values.size() : 0);
     for (int y = begin; y < end; ++y) {
@@ -164,25 +204,94 @@ class GaussianRows {
     return sums;
   }
 
+  void add_spectral_sums(RowSums& sums) const {
+    constexpr int rows_at_once = 16;
+    std::vector<double> values(width() + 2 * static_cast<std::size_t>(_radius));
+    std::vector<double> weights(_has_gaps ? values.size() : 0);
+    const SpectralKernel kernel(_weights, static_cast<int>(values.size()));
+    cv::Mat value_rows;
+    cv::Mat weight_rows;
+    const int rows = sums.values.rows;
+    for (int begin = 0; begin < rows; begin += rows_at_once) {
+      _context.check();
+      const int count = std::min(rows_at_once, rows - begin);
+      value_rows = cv::Mat::zeros(count, kernel.size(), CV_64FC1);
+      if (_has_gaps) weight_rows = cv::Mat::zeros(count, kernel.size(), CV_64FC1);
+      for (int i = 0; i < count; ++i) {
+        read_padded(sums.first + begin + i, values, weights);
+        std::copy(values.begin(), values.end(), value_rows.ptr<double>(i));
+        if (_has_gaps) std::copy(weights.begin(), weights.end(), weight_rows.ptr<double>(i));
+      }
+      const cv::Range columns(_radius, _radius + _plane.cols);
+      kernel.convolve(value_rows);
+      value_rows.colRange(columns).copyTo(sums.values.rowRange(begin, begin + count));
+      if (!_has_gaps) continue;
+      kernel.convolve(weight_rows);
+      weight_rows.colRange(columns).copyTo(sums.weights.rowRange(begin, begin + count));
+    }
+  }
+
+  /// Replaces rows y0 to y1 - 1 by their sums along y.
+  void sum_spectrally_along_y(cv::Mat& sums, int first, int y0, int y1) const {
+    constexpr int columns_at_once = 32;
+    const int length = y1 - y0 + 2 * _radius;
+    const SpectralKernel kernel(_weights, length);
+    for (int begin = 0; begin < sums.cols; begin += columns_at_once) {
+      _context.check();
+      const int count = std::min(columns_at_once, sums.cols - begin);
+      cv::Mat columns = cv::Mat::zeros(count, kernel.size(), CV_64FC1);
+      for (int i = 0; i < length; ++i) {
+        const int y = y0 - _radius + i;
+        const int inside = std::clamp(y, 0, _plane.rows - 1);
+        if (inside != y && _border == GaussianBorder::left_out) continue;
+        const double* row = sums.ptr<double>(inside - first) + begin;
+        for (int k = 0; k < count; ++k) columns.at<double>(k, i) = row[k];
+      }
+      kernel.convolve(columns);
+      for (int y = y0; y < y1; ++y) {
+        double* row = sums.ptr<double>(y - first) + begin;
+        for (int k = 0; k < count; ++k) row[k] = columns.at<double>(k, y - y0 + _radius);
+      }
+    }
+  }
+
+  /// The sums of a row of a tile, along x and y.
+  void read_sums(const cv::Mat& sums, int first, int y, std::span<double> out) const {
+    if (is_spectral()) {
+      std::copy_n(sums.ptr<double>(y - first), out.size(), out.begin());
+    } else {
+      sum_along_y(sums, first, y, out);
+    }
+  }
+
   void run_tile(int y0, int y1, const std::function<void(int y, std::span<const double> means)>& row) const {
-    const RowSums sums = sums_of_rows(std::max(0, y0 - _radius), std::min(_plane.rows, y1 + _radius));
+    RowSums sums = sums_of_rows(std::max(0, y0 - _radius), std::min(_plane.rows, y1 + _radius));
+    if (is_spectral()) {
+      sum_spectrally_along_y(sums.values, sums.first, y0, y1);
+      if (_has_gaps) sum_spectrally_along_y(sums.weights, sums.first, y0, y1);
+    }
     std::vector<double> means(width());
     std::vector<double> weights(width());
     for (int y = y0; y < y1; ++y) {
       _context.check();
-      sum_along_y(sums.values, sums.first, y, means);
-      if (_has_gaps) {
-        sum_along_y(sums.weights, sums.first, y, weights);
-        // A weight that is only rounding would make a mean out of nothing; no window's real weight is that small.
-        constexpr double least_weight = 1e-14;
-        for (std::size_t x = 0; x < width(); ++x) {
-          means[x] = weights[x] > least_weight ? means[x] / weights[x] : std::numeric_limits<double>::quiet_NaN();
-        }
-      } else if (_border == GaussianBorder::left_out) {
-        const double inside_y = _inside_y[static_cast<std::size_t>(y)];
-        for (std::size_t x = 0; x < width(); ++x) means[x] /= _inside_x[x] * inside_y;
-      }
+      read_sums(sums.values, sums.first, y, means);
+      if (_has_gaps) read_sums(sums.weights, sums.first, y, weights);
+      scale(y, means, weights);
       row(y, means);
+    }
+  }
+
+  /// Sums to means, where weights are missing.
+  void scale(int y, std::span<double> means, std::span<const double> weights) const {
+    if (_has_gaps) {
+      // A weight that is only rounding would make a mean out of nothing; no window's real weight is that small.
+      constexpr double least_weight = 1e-14;
+      for (std::size_t x = 0; x < width(); ++x) {
+        means[x] = weights[x] > least_weight ? means[x] / weights[x] : std::numeric_limits<double>::quiet_NaN();
+      }
+    } else if (_border == GaussianBorder::left_out) {
+      const double inside_y = _inside_y[static_cast<std::size_t>(y)];
+      for (std::size_t x = 0; x < width(); ++x) means[x] /= _inside_x[x] * inside_y;
     }
   }
 

@@ -24,7 +24,8 @@ enum class GaussianBorder {
 
 /// Gaussian means of one channel, in double, handed out row by row; rows come in any order and from several threads.
 /// Values that are not finite and pixels outside the mask do not count: the other weights are scaled up to 1. Where
-/// nothing counts the mean is NaN.
+/// nothing counts the mean is NaN. The work does not grow with sigma from 8 pixels on; means are rounded to about 1e-15
+/// of the largest magnitude in the picture.
 /// @param plane  CV_8UC1, CV_16UC1 or CV_32FC1.
 /// @param mask  null = every pixel.
 /// @param row  gets y and the means of that row.
