@@ -14,6 +14,9 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& roi_grid_info();
 [[nodiscard]] const MaskOperationInfo& threshold_range_info();
 [[nodiscard]] const MaskOperationInfo& threshold_auto_info();
+[[nodiscard]] const MaskOperationInfo& threshold_percentile_info();
+[[nodiscard]] const MaskOperationInfo& threshold_hysteresis_info();
+[[nodiscard]] const MaskOperationInfo& threshold_multiotsu_info();
 [[nodiscard]] const MaskOperationInfo& threshold_hsv_info();
 [[nodiscard]] const MaskOperationInfo& threshold_index_info();
 [[nodiscard]] const MaskOperationInfo& erode_info();
