@@ -17,6 +17,9 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& threshold_percentile_info();
 [[nodiscard]] const MaskOperationInfo& threshold_hysteresis_info();
 [[nodiscard]] const MaskOperationInfo& threshold_multiotsu_info();
+[[nodiscard]] const MaskOperationInfo& threshold_adaptive_info();
+[[nodiscard]] const MaskOperationInfo& threshold_sauvola_info();
+[[nodiscard]] const MaskOperationInfo& texture_threshold_info();
 [[nodiscard]] const MaskOperationInfo& threshold_hsv_info();
 [[nodiscard]] const MaskOperationInfo& threshold_index_info();
 [[nodiscard]] const MaskOperationInfo& erode_info();
