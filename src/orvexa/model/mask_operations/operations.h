@@ -12,6 +12,7 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& roi_ellipse_info();
 [[nodiscard]] const MaskOperationInfo& roi_exclude_info();
 [[nodiscard]] const MaskOperationInfo& roi_grid_info();
+[[nodiscard]] const MaskOperationInfo& auto_roi_info();
 [[nodiscard]] const MaskOperationInfo& threshold_range_info();
 [[nodiscard]] const MaskOperationInfo& threshold_auto_info();
 [[nodiscard]] const MaskOperationInfo& threshold_percentile_info();

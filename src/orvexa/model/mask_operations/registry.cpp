@@ -22,6 +22,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &roi_ellipse_info(),
       &roi_exclude_info(),
       &roi_grid_info(),
+      &auto_roi_info(),
       &threshold_range_info(),
       &threshold_auto_info(),
       &threshold_percentile_info(),
