@@ -19,10 +19,3 @@ def area(op):
     round_one = disc(50)
     op.result_case("disc", {"GRY.GRY": np.zeros(round_one.shape, np.uint8)}, {"area": int(round_one.sum())},
                    mask=round_one)
-
-
-@operation("mask", "threshold_range", oracle="numpy, on whole counts")
-def threshold_range(op):
-    eight = blobs_u8(1)
-    op.mask_case("eight_bit", {"GRY.GRY": picture("blobs_u8", eight)}, (eight >= 51) & (eight <= 153),
-                 params={"low": 0.2, "high": 0.6})
