@@ -78,5 +78,21 @@ TEST(PickGeometry, NumbersThatAreNotFiniteOrNegativeSizesAreRefused) {
   EXPECT_THROW(static_cast<void>(pixels_of({0.5, 0.5, 1, -1e-9}, 10, 20)), std::invalid_argument);
 }
 
+// Columns are 0.05 wide, rows 0.1 high: 0.29 lies in column 5.8, on the border 0.3 begins column 6.
+TEST(PickGeometry, APointLiesInThePixelThatItIsIn) {
+  EXPECT_EQ(pixel_of({0, 0}, 10, 20), (PixelPoint{0, 0}));
+  EXPECT_EQ(pixel_of({0.29, 0.29}, 10, 20), (PixelPoint{5, 2}));
+  EXPECT_EQ(pixel_of({0.3, 0.3}, 10, 20), (PixelPoint{6, 3})) << "0.3 * 10 is a rounding below 3";
+  EXPECT_EQ(pixel_of({1, 1}, 10, 20), (PixelPoint{19, 9}));
+  EXPECT_EQ(pixel_of({0.5, 0.5}, 1, 1), (PixelPoint{0, 0}));
+}
+
+TEST(PickGeometry, APointOutsideTheImageIsRefused) {
+  const double nan = std::numeric_limits<double>::quiet_NaN();
+  EXPECT_THROW(static_cast<void>(pixel_of({-1e-9, 0.5}, 10, 20)), std::invalid_argument);
+  EXPECT_THROW(static_cast<void>(pixel_of({0.5, 1.0000001}, 10, 20)), std::invalid_argument);
+  EXPECT_THROW(static_cast<void>(pixel_of({nan, 0.5}, 10, 20)), std::invalid_argument);
+}
+
 }  // namespace
 }  // namespace orvexa::model

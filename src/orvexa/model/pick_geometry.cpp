@@ -17,7 +17,16 @@ std::pair<int, int> covered(double centre, double size, int extent) {
           static_cast<int>(std::clamp(end, 0.0, double(extent)))};
 }
 
+int pixel_at(double position, int extent) {
+  if (!(position >= 0 && position <= 1)) throw std::invalid_argument("A point must lie inside the image (0 to 1).");
+  return std::min(extent - 1, static_cast<int>(std::floor(position * extent + whole_pixel_tolerance)));
+}
+
 }  // namespace
+
+PixelPoint pixel_of(const PickPoint& point, int height, int width) {
+  return {pixel_at(point.x_norm, width), pixel_at(point.y_norm, height)};
+}
 
 PixelRect pixels_of(const PickRect& rect, int height, int width) {
   for (const double number : {rect.cx_norm, rect.cy_norm, rect.w_norm, rect.h_norm}) {

@@ -42,6 +42,18 @@ struct PixelRect {
   friend bool operator==(const PixelRect&, const PixelRect&) = default;
 };
 
+/// Column x and row y of a pixel.
+struct PixelPoint {
+  int x = 0;
+  int y = 0;
+  friend bool operator==(const PixelPoint&, const PixelPoint&) = default;
+};
+
+/// The pixel that a picked point lies in: column floor(x * width + e) with e = 1e-6 pixels, as for rectangles; row
+/// likewise. A point on the right or lower border (1) lies in the last pixel.
+/// @throws std::invalid_argument when the point lies outside the image or is not finite.
+[[nodiscard]] PixelPoint pixel_of(const PickPoint& point, int height, int width);
+
 /// The pixels that a picked rectangle covers, clipped to the image: columns floor(x * width + e) to
 /// ceil((x + w) * width - e) - 1 with e = 1e-6 pixels, where x = cx - w / 2; rows likewise. The e keeps a rectangle
 /// that was drawn on whole pixels from growing by one through rounding. Empty when it lies wholly outside.

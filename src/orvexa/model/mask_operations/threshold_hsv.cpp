@@ -117,6 +117,7 @@ const MaskOperationInfo& threshold_hsv_info() {
                      limit_parameter("s_max", 1.0, 1.0, "", "The highest saturation that is kept."),
                      limit_parameter("v_min", 0.0, 1.0, "fraction of white", "The lowest value that is kept."),
                      limit_parameter("v_max", 1.0, 1.0, "fraction of white", "The highest value that is kept.")},
+      .check_capture = check_color_capture("threshold_hsv"),
       .make = [] { return std::make_unique<ThresholdHsv>(); }};
   return info;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numbers>
 #include <string>
 
 namespace orvexa::model {
@@ -9,9 +10,9 @@ namespace orvexa::model {
 namespace {
 
 // From the chromaticities of IEC 61966-2-1: R (0.64, 0.33), G (0.30, 0.60), B (0.15, 0.06), white D65 (0.3127, 0.3290).
-constexpr double x_of[3] = {0.4123907993, 0.3575843394, 0.1804807884};
-constexpr double y_of[3] = {0.2126390059, 0.7151686788, 0.0721923154};
-constexpr double z_of[3] = {0.0193308187, 0.1191947798, 0.9505321522};
+constexpr double x_of[3] = {0.41239079926595923, 0.357584339383878, 0.1804807884018343};
+constexpr double y_of[3] = {0.21263900587151022, 0.715168678767756, 0.07219231536073371};
+constexpr double z_of[3] = {0.01933081871559185, 0.11919477979462612, 0.9505321522496607};
 // The white of these rounded rows, so that greys come out without colour.
 constexpr double white_x = x_of[0] + x_of[1] + x_of[2];
 constexpr double white_y = y_of[0] + y_of[1] + y_of[2];
@@ -29,6 +30,88 @@ double expanded(double f) {
 
 double encoded_light(double light) {
   return light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
+}
+
+// ---- CIEDE2000. Hues are directions in the plane of a' and b', which spares most of the angles. ----
+
+struct Direction {
+  double a = 0;
+  double b = 0;
+  [[nodiscard]] double length() const { return std::sqrt(a * a + b * b); }
+};
+
+/// sqrt(C^7 / (C^7 + 25^7))
+double chroma_weight(double chroma) {
+  constexpr double power_of_25 = 6103515625.0;
+  const double cube = chroma * chroma * chroma;
+  const double power = cube * cube * chroma;
+  return std::sqrt(power / (power + power_of_25));
+}
+
+/// S_L of the mean of two lightnesses.
+double lightness_scale(double first, double second) {
+  const double from_middle = (first + second) / 2 - 50;
+  const double square = from_middle * from_middle;
+  return 1 + 0.015 * square / std::sqrt(20 + square);
+}
+
+/// Whether the hue is below 180 degrees.
+bool is_in_lower_half(const Direction& hue) {
+  return hue.b > 0 || (hue.b == 0 && hue.a > 0);
+}
+
+/// The direction of the mean hue, of length 1: half way along the smaller arc between the two; the hue of one where the
+/// other is grey.
+Direction mean_hue(const Direction& first, double first_chroma, const Direction& second, double second_chroma) {
+  if (first_chroma == 0 && second_chroma == 0) return {1, 0};
+  if (first_chroma == 0) return {second.a / second_chroma, second.b / second_chroma};
+  if (second_chroma == 0) return {first.a / first_chroma, first.b / first_chroma};
+  const Direction sum{first.a / first_chroma + second.a / second_chroma,
+                      first.b / first_chroma + second.b / second_chroma};
+  const double length = sum.length();
+  if (length > 0) return {sum.a / length, sum.b / length};
+  // Opposite hues h and h + 180: half their sum is h + 90, where h is the one below 180.
+  const bool first_is_lower = is_in_lower_half(first);
+  const Direction& lower = first_is_lower ? first : second;
+  const double chroma = first_is_lower ? first_chroma : second_chroma;
+  return {-lower.b / chroma, lower.a / chroma};
+}
+
+/// 2 sqrt(C1 C2) sin(dh / 2), without the angle: the cross product is C1 C2 sin dh and the root C1 C2 (1 + cos dh).
+double hue_difference(const Direction& first, double first_chroma, const Direction& second, double second_chroma) {
+  const double cross = first.a * second.b - first.b * second.a;
+  const double dot = first.a * second.a + first.b * second.b;
+  const double product = first_chroma * second_chroma;
+  if (dot >= 0) return product > 0 ? cross * std::sqrt(2 / (product + dot)) : 0;
+  const double magnitude = std::sqrt(std::max(0.0, 2 * (product - dot)));
+  const bool turns_back = cross < 0 || (cross == 0 && !is_in_lower_half(first));
+  return turns_back ? -magnitude : magnitude;
+}
+
+/// T: cosines of the mean hue less 30 degrees, of twice it, of three times it plus 6 and of four times it less 63.
+double hue_weight(const Direction& hue) {
+  constexpr double cos_30 = 0.8660254037844387;
+  constexpr double cos_6 = 0.9945218953682733;
+  constexpr double sin_6 = 0.10452846326765347;
+  constexpr double cos_63 = 0.4539904997395468;
+  constexpr double sin_63 = 0.8910065241883679;
+  const double cos_1 = hue.a;
+  const double sin_1 = hue.b;
+  const double cos_2 = cos_1 * cos_1 - sin_1 * sin_1;
+  const double sin_2 = 2 * sin_1 * cos_1;
+  const double cos_3 = cos_2 * cos_1 - sin_2 * sin_1;
+  const double sin_3 = sin_2 * cos_1 + cos_2 * sin_1;
+  const double cos_4 = cos_2 * cos_2 - sin_2 * sin_2;
+  const double sin_4 = 2 * sin_2 * cos_2;
+  return 1 - 0.17 * (cos_1 * cos_30 + sin_1 * 0.5) + 0.24 * cos_2 + 0.32 * (cos_3 * cos_6 - sin_3 * sin_6) -
+         0.20 * (cos_4 * cos_63 + sin_4 * sin_63);
+}
+
+/// delta theta, in radians.
+double rotation_angle(const Direction& hue) {
+  const double degrees = std::atan2(hue.b, hue.a) * 180 / std::numbers::pi;
+  const double from_blue = ((degrees < 0 ? degrees + 360 : degrees) - 275) / 25;
+  return std::numbers::pi / 6 * std::exp(-from_blue * from_blue);
 }
 
 }  // namespace
@@ -96,6 +179,29 @@ Rgb to_rgb(const Lab& lab) {
 
 double delta_e_76(const Lab& a, const Lab& b) {
   return std::sqrt((a.l - b.l) * (a.l - b.l) + (a.a - b.a) * (a.a - b.a) + (a.b - b.b) * (a.b - b.b));
+}
+
+double delta_e_2000(const Lab& a, const Lab& b) {
+  const double g = 0.5 * (1 - chroma_weight((std::hypot(a.a, a.b) + std::hypot(b.a, b.b)) / 2));
+  const Direction first{(1 + g) * a.a, a.b};
+  const Direction second{(1 + g) * b.a, b.b};
+  const double first_chroma = first.length();
+  const double second_chroma = second.length();
+  const double chroma = (first_chroma + second_chroma) / 2;
+  const Direction hue = mean_hue(first, first_chroma, second, second_chroma);
+
+  const double lightness_step = (b.l - a.l) / lightness_scale(a.l, b.l);
+  const double chroma_step = (second_chroma - first_chroma) / (1 + 0.045 * chroma);
+  const double hue_step =
+      hue_difference(first, first_chroma, second, second_chroma) / (1 + 0.015 * chroma * hue_weight(hue));
+  const double rotation = -std::sin(2 * rotation_angle(hue)) * 2 * chroma_weight(chroma);
+  return std::sqrt(std::max(0.0, lightness_step * lightness_step + chroma_step * chroma_step + hue_step * hue_step +
+                                     rotation * chroma_step * hue_step));
+}
+
+double least_delta_e_2000(double lightness_a, double lightness_b) {
+  // What chroma and hue add is never negative: their product is weighted by less than 2.
+  return std::abs(lightness_b - lightness_a) / lightness_scale(lightness_a, lightness_b);
 }
 
 }  // namespace orvexa::model

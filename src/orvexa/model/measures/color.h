@@ -43,5 +43,12 @@ struct Lab {
 [[nodiscard]] Rgb to_rgb(const Lab& lab);
 /// Distance in CIELAB (1976).
 [[nodiscard]] double delta_e_76(const Lab& a, const Lab& b);
+/// CIEDE2000 with kL = kC = kH = 1. Between hues that are exactly opposite the mean hue is half their sum, as the
+/// standard has it.
+/// Source: ISO/CIE 11664-6; G. Sharma, W. Wu, E. N. Dalal, The CIEDE2000 color-difference formula, Color Research and
+/// Application 30(1), 2005, 21-30, doi:10.1002/col.20070.
+[[nodiscard]] double delta_e_2000(const Lab& a, const Lab& b);
+/// What `delta_e_2000` is at least, from the lightnesses alone and much cheaper.
+[[nodiscard]] double least_delta_e_2000(double lightness_a, double lightness_b);
 
 }  // namespace orvexa::model

@@ -51,4 +51,10 @@ ColorPlanes find_color_planes(const ImageSource& source, std::string_view operat
   return planes;
 }
 
+std::function<void(const ImageSource&, const Value&)> check_color_capture(std::string operation) {
+  return [operation = std::move(operation)](const ImageSource& source, const Value& params) {
+    static_cast<void>(find_color_planes(source, operation, params.at("image").get<std::string>()));
+  };
+}
+
 }  // namespace orvexa::model

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -24,5 +25,9 @@ struct ColorPlanes {
 /// @throws std::runtime_error with a sentence when the capture has no such image or it is a single-band one.
 [[nodiscard]] ColorPlanes find_color_planes(const ImageSource& source, std::string_view operation,
                                             std::string_view image);
+
+/// For the description of an operation with that parameter: what looks for the image as a run does.
+[[nodiscard]] std::function<void(const ImageSource& source, const Value& params)> check_color_capture(
+    std::string operation);
 
 }  // namespace orvexa::model

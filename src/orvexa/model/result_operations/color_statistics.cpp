@@ -5,6 +5,7 @@
 
 #include "orvexa/model/measures/color.h"
 #include "orvexa/model/measures/color_planes.h"
+#include "orvexa/model/measures/color_rows.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
 
@@ -98,42 +99,20 @@ struct ColorMoments {
   }
 };
 
-/// Linear light of every count of an integer type, so that the power is taken once a count and not once a pixel.
-std::vector<double> light_of_counts(const Band& band) {
-  if (band.image.type() == PixelType::f32) return {};
-  std::vector<double> light(band.image.type() == PixelType::u8 ? 256 : 65536);
-  for (std::size_t count = 0; count < light.size(); ++count) {
-    light[count] = linear_light(std::clamp(static_cast<double>(count) / band.white.counts, 0.0, 1.0));
-  }
-  return light;
-}
-
-/// Fractions of white are cut to 0..1: sRGB and its hues end there.
-void measure_runs(std::span<const RegionPixels::Run> runs, const std::vector<Band>& rgb,
-                  const std::array<std::vector<double>, 3>& lights, std::span<ColorSums> groups) {
-  std::array<std::vector<double>, 3> rows;
-  for (auto& row : rows) row.resize(static_cast<std::size_t>(rgb.front().shape().width));
-  int row_read = -1;
+void measure_runs(std::span<const RegionPixels::Run> runs, const ColorSource& colors, std::span<ColorSums> groups) {
+  ColorRow row(colors);
   for (const RegionPixels::Run& run : runs) {
-    if (run.y != row_read) {
-      for (std::size_t k = 0; k < 3; ++k) rgb[k].read_row(run.y, rows[k]);
-      row_read = run.y;
-    }
+    row.read(run.y);
     ColorSums& sums = groups[run.group];
     for (auto x = static_cast<std::size_t>(run.x0); x < static_cast<std::size_t>(run.x1); ++x) {
-      if (!std::isfinite(rows[0][x] + rows[1][x] + rows[2][x])) {
+      if (!row.is_valid(x)) {
         ++sums.n_invalid;
         continue;
       }
-      std::array<double, 3> share{};
-      std::array<double, 3> light{};
-      for (std::size_t k = 0; k < 3; ++k) {
-        share[k] = std::clamp(rows[k][x] / rgb[k].white.counts, 0.0, 1.0);
-        light[k] = lights[k].empty() ? linear_light(share[k]) : lights[k][static_cast<std::size_t>(rows[k][x])];
-      }
-      const Hsv hsv = to_hsv({share[0], share[1], share[2]});
-      const Lab lab = lab_of_light({light[0], light[1], light[2]});
-      sums.add({share[0], share[1], share[2], hsv.saturation, hsv.value, lab.l, lab.a, lab.b});
+      const Rgb share = row.encoded(x);
+      const Hsv hsv = to_hsv(share);
+      const Lab lab = row.lab(x);
+      sums.add({share.r, share.g, share.b, hsv.saturation, hsv.value, lab.l, lab.a, lab.b});
       if (hsv.saturation >= least_saturation_with_hue) {
         const double angle = hsv.hue * std::numbers::pi / 180;
         ++sums.n_hue;
@@ -199,13 +178,11 @@ OperationResult ColorStatistics::compute(const CaptureSet& capture, const Region
   Value& chosen = result.chosen_bands["image"] = Value::array();
   for (const Band& band : planes.rgb) chosen.push_back(band.name);
 
-  std::array<std::vector<double>, 3> lights;
-  for (std::size_t k = 0; k < 3; ++k) lights[k] = light_of_counts(planes.rgb[k]);
+  const ColorSource colors(planes.rgb);
   const RegionPixels pixels(regions, context());
   const std::vector<ColorMoments> groups = pixels.reduce<ColorSums, ColorMoments>(
-      context(), [&](std::span<const RegionPixels::Run> runs, std::span<ColorSums> sums) {
-        measure_runs(runs, planes.rgb, lights, sums);
-      });
+      context(),
+      [&](std::span<const RegionPixels::Run> runs, std::span<ColorSums> sums) { measure_runs(runs, colors, sums); });
   ColorMoments whole;
   for (const ColorMoments& group : groups) whole.add(group);
 
@@ -253,6 +230,7 @@ const ResultOperationInfo& color_statistics_info() {
           "Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19 (HSV); ISO/CIE 11664-4 and IEC 61966-2-1 (CIELAB)",
       .parameters = {color_image_parameter(), each_region_parameter()},
       .required_measurements = std::vector<MeasurementRequirement>{std::vector<std::string>{"CLR", "MSP"}},
+      .check_capture = check_color_capture("color_statistics"),
       .operation_class = {.make = [] { return std::make_unique<ColorStatistics>(); }}};
   return info;
 }
