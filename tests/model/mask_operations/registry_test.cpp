@@ -280,6 +280,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "threshold_sauvola",
       "texture_threshold",
       "threshold_hsv",
+      "threshold_color_distance",
       "threshold_index",
       "erode",
       "dilate",

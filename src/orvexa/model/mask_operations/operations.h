@@ -22,6 +22,7 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& threshold_sauvola_info();
 [[nodiscard]] const MaskOperationInfo& texture_threshold_info();
 [[nodiscard]] const MaskOperationInfo& threshold_hsv_info();
+[[nodiscard]] const MaskOperationInfo& threshold_color_distance_info();
 [[nodiscard]] const MaskOperationInfo& threshold_index_info();
 [[nodiscard]] const MaskOperationInfo& erode_info();
 [[nodiscard]] const MaskOperationInfo& dilate_info();

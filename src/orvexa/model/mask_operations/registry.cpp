@@ -32,6 +32,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &threshold_sauvola_info(),
       &texture_threshold_info(),
       &threshold_hsv_info(),
+      &threshold_color_distance_info(),
       &threshold_index_info(),
       &erode_info(),
       &dilate_info(),
