@@ -49,6 +49,8 @@ Value rich_parameters(const std::string& key) {
   if (key == "centroid") return {{"band", "MSP.NIR"}};
   if (key == "index_statistics") return {{"indices", {"ndvi", "savi", "vari", "ndre", "exgr"}}};
   if (key == "histogram") return {{"bins", 16}};
+  // A point lies in another pixel of a turned picture.
+  if (key == "color_difference") return {{"reference", "lab"}, {"lab_l", 40}, {"lab_a", -30}, {"lab_b", 20}};
   return Value::object();
 }
 
@@ -101,7 +103,8 @@ TEST_P(EveryOperation, GivesTheSameUnitsInTheSameOrderWhateverIsUndefined) {
 /// Those whose rows are long can leave the regions out.
 class OperationOfTheWhole : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(Registry, OperationOfTheWhole,
-                         testing::Values("band_statistics", "histogram", "color_statistics", "index_statistics"),
+                         testing::Values("band_statistics", "histogram", "color_statistics", "color_difference",
+                                         "color_classes", "index_statistics"),
                          [](const auto& key) { return key.param; });
 
 TEST_P(OperationOfTheWhole, GivenThatRegionsAreNotWanted_ThenTheWholeIsAsIfNobodyHadMadeThemAndNoRegionIsThere) {

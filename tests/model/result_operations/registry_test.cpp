@@ -42,6 +42,8 @@ TEST(ResultRegistry, HoldsTheOperationsInTheOrderOfMenus) {
       "band_statistics",
       "histogram",
       "color_statistics",
+      "color_difference",
+      "color_classes",
       "index_statistics",
       "psii",
   };

@@ -24,6 +24,8 @@ const ResultOperationInfo& neighbours_info();
 const ResultOperationInfo& band_statistics_info();
 const ResultOperationInfo& histogram_info();
 const ResultOperationInfo& color_statistics_info();
+const ResultOperationInfo& color_difference_info();
+const ResultOperationInfo& color_classes_info();
 const ResultOperationInfo& index_statistics_info();
 const ResultOperationInfo& psii_info();
 

@@ -34,6 +34,8 @@ const std::vector<const ResultOperationInfo*>& built_in_operations() {
       &band_statistics_info(),
       &histogram_info(),
       &color_statistics_info(),
+      &color_difference_info(),
+      &color_classes_info(),
       &index_statistics_info(),
       &psii_info(),
   };
