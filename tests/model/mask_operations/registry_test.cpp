@@ -282,6 +282,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "threshold_hsv",
       "threshold_color_distance",
       "threshold_index",
+      "cluster_kmeans",
       "erode",
       "dilate",
       "open",

@@ -34,6 +34,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &threshold_hsv_info(),
       &threshold_color_distance_info(),
       &threshold_index_info(),
+      &cluster_kmeans_info(),
       &erode_info(),
       &dilate_info(),
       &open_info(),
