@@ -110,5 +110,30 @@ TEST(ThresholdIndex, SaysWhichBandIsMissing) {
       testing::StartsWith("No measurement of this capture has a band for the role G (green) together with N: "));
 }
 
+// N / R of the pixels: 9, 1.5, 1, 0 / 0, 1 / 9.
+TEST(ThresholdIndex, OfAnExpressionKeepsItsValues) {
+  const Value ratio{{"index", "custom"}, {"expression", "N / R"}, {"low", 1.0}};
+  EXPECT_EQ(kept(ratio), "###..");
+  EXPECT_EQ(note_of("threshold_index", *plot(), {}, ratio), "custom of MSP.NIR, MSP.RED");
+  EXPECT_EQ(kept({{"index", "custom"}, {"expression", "MSP.RED - NIR"}, {"low", 0.0}}), "..###");
+  EXPECT_EQ(kept({{"index", "custom"}, {"expression", "N / R"}, {"bands", {"N=MSP.RED", "R=MSP.NIR"}}, {"low", 1.0}}),
+            "..#.#");
+}
+
+TEST(ThresholdIndex, AnExpressionAndTheIndexCustomNeedEachOther) {
+  const auto refused = [](const Value& params) { return test::refusal([&] { static_cast<void>(kept(params)); }); };
+  EXPECT_EQ(refused({{"index", "custom"}}),
+            "threshold_index: parameter \"index\" is \"custom\", so parameter \"expression\" has to say what is "
+            "calculated, such as (N - R) / (N + R).");
+  EXPECT_EQ(refused({{"expression", "N / R"}}),
+            "threshold_index: parameter \"expression\" has a value, but parameter \"index\" is \"ndvi\"; choose "
+            "\"custom\" to use the expression.");
+  EXPECT_EQ(refused({{"index", "custom"}, {"expression", "N /"}}),
+            "threshold_index: The expression \"N /\" ends too early at character 4: expected a number, a band or a "
+            "parenthesis.");
+  EXPECT_EQ(refused({{"index", "custom"}, {"expression", "N + 1"}}),
+            "needs reflectance: WhiteLevel or a reference is not declared");
+}
+
 }  // namespace
 }  // namespace orvexa::model

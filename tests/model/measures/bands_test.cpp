@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "orvexa/model/measures/band_roles.h"
 #include "support/mask_operations.h"
 
 namespace orvexa::model {
@@ -163,6 +164,53 @@ TEST(FindRoles, FallBackOnTheCustomaryNamesOfImages) {
   const auto capture = bands_named("MSP", {"BLU", "GRN", "RED", "EDG", "NIR"}, {});
   EXPECT_THAT(names(find_roles(*capture, {"N", "R", "G", "B", "RE"})),
               testing::ElementsAre("MSP.NIR", "MSP.RED", "MSP.GRN", "MSP.BLU", "MSP.EDG"));
+}
+
+TEST(FindRoles, GivenAnImageOfTheNameWhoseCentreLiesElsewhere_ThenItIsNotTakenAndTheReasonIsShown) {
+  const auto capture = bands_named("MSP", {"RED", "NIR"}, centres({{"RED", 668}, {"NIR", 950}}));
+  EXPECT_EQ(
+      refusal([&] {
+        static_cast<void>(find_roles(*capture, {"N", "R"}));
+      }),
+      "No measurement of this capture has a band for the role N (near infrared) together with R: looked for a "
+      "single-band image whose [Band] section declares a centre from 760 to 900 nm, or one named NIR; MSP.NIR has "
+      "its centre at 950 nm; it has MSP.RED, MSP.NIR.");
+  // Who names it wants it.
+  EXPECT_THAT(names(find_roles(*capture, {"N", "R"}, {{"N", "MSP.NIR"}})), testing::ElementsAre("MSP.NIR", "MSP.RED"));
+  // Both ends of the range belong to it.
+  for (const double centre : {760.0, 900.0}) {
+    const auto inside = bands_named("MSP", {"NIR"}, centres({{"NIR", centre}}));
+    EXPECT_THAT(names(find_roles(*inside, {"N"})), testing::ElementsAre("MSP.NIR")) << centre;
+  }
+}
+
+TEST(FindBands, ResolveNamesAndRolesOfOneMeasurementTogether) {
+  const auto capture = plot();
+  EXPECT_THAT(names(find_bands(*capture, {"N", "MSP.RED", "EDG"})),
+              testing::ElementsAre("MSP.NIR", "MSP.RED", "MSP.EDG"));
+  EXPECT_THAT(names(find_bands(*capture, {"CLR.RGB.G", "MSP.RED"})), testing::ElementsAre("CLR.RGB.G", "MSP.RED"));
+  EXPECT_EQ(refusal([&] {
+              static_cast<void>(find_bands(*capture, {"CLR.RGB.G", "N"}));
+            }),
+            "The role N is MSP.NIR and CLR.RGB.G is of another measurement, but a role is calculated with bands of its "
+            "own measurement only; write the full names of all bands to mix measurements.");
+  EXPECT_THAT(refusal([&] { static_cast<void>(find_bands(*capture, {"SW1"})); }),
+              testing::StartsWith("There is no band \"SW1\" in this capture"));
+}
+
+TEST(FindBands, GivenAnImageThatIsCalledLikeARole_ThenTheImageIsMeant) {
+  const auto capture = bands_named("MSP", {"R", "RED"}, {});
+  EXPECT_THAT(names(find_bands(*capture, {"R"})), testing::ElementsAre("MSP.R"));
+  EXPECT_THAT(names(find_bands(*capture, {"R"}, {{"R", "MSP.RED"}})), testing::ElementsAre("MSP.RED"));
+}
+
+TEST(BandRoles, HaveARangeAroundTheirCentreAndAreKnownByName) {
+  for (const BandRole& role : band_roles()) {
+    EXPECT_LE(role.from_nm, role.centre_nm) << role.name;
+    EXPECT_GE(role.to_nm, role.centre_nm) << role.name;
+  }
+  EXPECT_EQ(get_band_role("RE").centre_nm, 705);
+  EXPECT_EQ(refusal([] { static_cast<void>(get_band_role("X")); }), "There is no band role \"X\".");
 }
 
 TEST(FindRoles, PreferACentreToAName) {

@@ -48,6 +48,10 @@ Value rich_parameters(const std::string& key) {
   if (key == "perimeter") return {{"chain", true}};
   if (key == "centroid") return {{"band", "MSP.NIR"}};
   if (key == "index_statistics") return {{"indices", {"ndvi", "savi", "vari", "ndre", "exgr"}}};
+  if (key == "custom_index") {
+    return {{"expressions",
+             "ratio = N / (R + G); root = sqrt(abs(MSP.NIR - MSP.RED)) ^ 3; largest = max(CLR.RGB.R, GRY, FLU.F0)"}};
+  }
   if (key == "histogram") return {{"bins", 16}};
   // A point lies in another pixel of a turned picture.
   if (key == "color_difference") return {{"reference", "lab"}, {"lab_l", 40}, {"lab_a", -30}, {"lab_b", 20}};
@@ -104,7 +108,7 @@ TEST_P(EveryOperation, GivesTheSameUnitsInTheSameOrderWhateverIsUndefined) {
 class OperationOfTheWhole : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(Registry, OperationOfTheWhole,
                          testing::Values("band_statistics", "histogram", "color_statistics", "color_difference",
-                                         "color_classes", "index_statistics"),
+                                         "color_classes", "index_statistics", "custom_index"),
                          [](const auto& key) { return key.param; });
 
 TEST_P(OperationOfTheWhole, GivenThatRegionsAreNotWanted_ThenTheWholeIsAsIfNobodyHadMadeThemAndNoRegionIsThere) {

@@ -45,6 +45,7 @@ TEST(ResultRegistry, HoldsTheOperationsInTheOrderOfMenus) {
       "color_difference",
       "color_classes",
       "index_statistics",
+      "custom_index",
       "psii",
   };
   // clang-format on

@@ -310,7 +310,13 @@ TEST(IndexStatistics, DescribeTheIndexOverTheValidPixels) {
   EXPECT_NEAR(number(result, "ndvi.median"), 0.5, 1e-15);
   EXPECT_EQ(result.metrics.size(), 17u);
   EXPECT_EQ(result.chosen_bands.at("ndvi"), Value({"MSP.NIR", "MSP.RED"}));
-  EXPECT_EQ(result.tables.at("bands").rows[0], (std::vector<Value>{"ndvi", "N", "MSP.NIR", "(N - R) / (N + R)"}));
+  const ResultTable& bands = result.tables.at("bands");
+  EXPECT_THAT(bands.columns, ElementsAre("index", "role", "band", "formula", "band_centre_nm", "role_from_nm",
+                                         "role_to_nm", "source"));
+  std::vector<Value> first = bands.rows[0];
+  EXPECT_THAT(first.back().get<std::string>(), HasSubstr("NASA SP-351"));
+  first.pop_back();
+  EXPECT_EQ(first, (std::vector<Value>{"ndvi", "N", "MSP.NIR", "(N - R) / (N + R)", "", 760.0, 900.0}));
 }
 
 TEST(IndexStatistics, TheMapHasTheNumbersAndNothingOutsideTheMask) {

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "orvexa/common/text.h"
+#include "orvexa/model/measures/band_roles.h"
 #include "orvexa/model/measures/color.h"
 
 namespace orvexa::model {
@@ -128,6 +129,22 @@ std::runtime_error no_such_band(std::string_view name, const std::vector<NamedPl
                                         common::did_you_mean(name, full_names(planes)), contents_text(planes)));
 }
 
+/// The plane of that full name, or of that bare name when only one measurement has it.
+std::optional<Band> band_named(const ImageSource& source, const std::vector<NamedPlane>& planes,
+                               std::string_view name) {
+  if (auto band = fully_named_band(source, planes, name)) return band;
+  std::vector<NamedPlane> bare;
+  for (const NamedPlane& plane : planes) {
+    if (plane.bare_name() == name || (plane.is_meant_by_image_name() && plane.image == name)) bare.push_back(plane);
+  }
+  if (bare.size() > 1) {
+    throw std::runtime_error(fmt::format("Band \"{}\" is in several measurements: name one of {}.",
+                                         common::to_valid_utf8(name), common::joined(full_names(bare), ", ")));
+  }
+  if (bare.empty()) return {};
+  return band_of(source, bare.front());
+}
+
 Band default_band(const ImageSource& source, const std::vector<NamedPlane>& planes) {
   if (planes.empty()) throw std::runtime_error("This capture has no images.");
   const auto grey = std::ranges::find_if(planes, [](const auto& plane) { return plane.channel == Band::grey_channel; });
@@ -136,33 +153,23 @@ Band default_band(const ImageSource& source, const std::vector<NamedPlane>& plan
 
 // ---- Roles ----
 
-struct Role {
-  std::string_view name;
-  std::string_view meaning;
-  std::string_view image_name;  ///< the customary name of such an image; empty where there is none
-  double centre_nm;             ///< nearest first
-  double from_nm;
-  double to_nm;
-  int color_channel;  ///< in a plain colour picture; -1 where it has none
-};
-
 constexpr std::array roles{
-    Role{"B", "blue", "BLU", 470, 430, 510, 2},
-    Role{"G", "green", "GRN", 555, 510, 600, 1},
-    Role{"R", "red", "RED", 660, 600, 690, 0},
-    Role{"RE", "red edge", "EDG", 705, 690, 745, -1},
-    Role{"RE2", "second red edge", "", 750, 730, 770, -1},
-    Role{"N", "near infrared", "NIR", 842, 760, 900, -1},
-    Role{"R531", "531 nm", "", 531, 526, 536, -1},
-    Role{"R570", "570 nm", "", 570, 565, 575, -1},
+    BandRole{"B", "blue", "BLU", 470, 430, 510, 2},
+    BandRole{"G", "green", "GRN", 555, 510, 600, 1},
+    BandRole{"R", "red", "RED", 660, 600, 690, 0},
+    BandRole{"RE", "red edge", "EDG", 705, 690, 745, -1},
+    BandRole{"RE2", "second red edge", "", 750, 730, 770, -1},
+    BandRole{"N", "near infrared", "NIR", 842, 760, 900, -1},
+    BandRole{"R531", "531 nm", "", 531, 526, 536, -1},
+    BandRole{"R570", "570 nm", "", 570, 565, 575, -1},
 };
 
-const Role* find_role(std::string_view name) {
-  const auto found = std::ranges::find(roles, name, &Role::name);
+const BandRole* find_role(std::string_view name) {
+  const auto found = std::ranges::find(roles, name, &BandRole::name);
   return found == roles.end() ? nullptr : &*found;
 }
 
-std::string looked_for(const Role& role) {
+std::string looked_for(const BandRole& role) {
   std::string text = fmt::format("a single-band image whose [Band] section declares a centre from {:g} to {:g} nm",
                                  role.from_nm, role.to_nm);
   if (!role.image_name.empty()) text += fmt::format(", or one named {}", role.image_name);
@@ -173,7 +180,8 @@ std::string looked_for(const Role& role) {
   return text;
 }
 
-std::optional<Band> role_in_measurement(const ImageSource& source, const std::string& measurement, const Role& role) {
+std::optional<Band> role_in_measurement(const ImageSource& source, const std::string& measurement,
+                                        const BandRole& role) {
   std::optional<Band> nearest;
   std::optional<Band> named;
   double smallest_distance = 0;
@@ -189,12 +197,28 @@ std::optional<Band> role_in_measurement(const ImageSource& source, const std::st
         smallest_distance = distance;
       }
     }
-    if (!role.image_name.empty() && image == role.image_name) named = std::move(band);
+    // What the header declares is known better than what a name promises.
+    if (!role.image_name.empty() && image == role.image_name && !centre) named = std::move(band);
   }
   return nearest ? nearest : named;
 }
 
-std::optional<Band> role_in_color_picture(const ImageSource& source, const Role& role) {
+/// Images that have the role's customary name and a centre elsewhere: why they were not taken.
+std::string lies_elsewhere(const ImageSource& source, const BandRole& role) {
+  std::string text;
+  for (const std::string& measurement : source.get_measurement_types()) {
+    for (const std::string& image : source.image_names(measurement)) {
+      if (role.image_name.empty() || image != role.image_name) continue;
+      const auto info = source.find_band(image);
+      const auto centre = info ? info->centre_nm : std::nullopt;
+      if (!centre || (*centre >= role.from_nm && *centre <= role.to_nm)) continue;
+      text += fmt::format("{}.{} has its centre at {:g} nm; ", measurement, image, *centre);
+    }
+  }
+  return text;
+}
+
+std::optional<Band> role_in_color_picture(const ImageSource& source, const BandRole& role) {
   if (role.color_channel < 0) return {};
   for (const std::string& image : source.image_names("CLR")) {
     auto band = image_band(source, "CLR", image, role.color_channel);
@@ -209,14 +233,14 @@ bool has_msp(const ImageSource& source) {
 }
 
 /// In the picture of a band that is a channel itself, so that no two pictures are mixed; else in the first picture.
-std::optional<Band> role_beside_channel(const ImageSource& source, const Band& example, const Role& role) {
+std::optional<Band> role_beside_channel(const ImageSource& source, const Band& example, const BandRole& role) {
   if (!example.image.is_color()) return role_in_color_picture(source, role);
   if (role.color_channel < 0) return {};
   return color_channels(example).at(static_cast<std::size_t>(role.color_channel));
 }
 
 /// The bands that were named for some of the roles, and for the others those of the same measurement.
-std::vector<Band> roles_beside_named(const ImageSource& source, const std::vector<const Role*>& wanted,
+std::vector<Band> roles_beside_named(const ImageSource& source, const std::vector<const BandRole*>& wanted,
                                      const RoleBands& named) {
   const std::vector<NamedPlane> planes = named_planes(source);
   std::vector<std::optional<Band>> found(wanted.size());
@@ -245,10 +269,10 @@ std::vector<Band> roles_beside_named(const ImageSource& source, const std::vecto
       std::ranges::copy_if(planes, std::back_inserter(own),
                            [&](const NamedPlane& plane) { return plane.measurement == example.measurement; });
       throw std::runtime_error(fmt::format(
-          "{} is named for the role {}, but its measurement {} has no band for the role {} ({}): looked for {}; {}. "
+          "{} is named for the role {}, but its measurement {} has no band for the role {} ({}): looked for {}; {}{}. "
           "Name that band too.",
           example.name, wanted[first]->name, example.measurement, wanted[k]->name, wanted[k]->meaning,
-          looked_for(*wanted[k]), contents_text(own)));
+          looked_for(*wanted[k]), lies_elsewhere(source, *wanted[k]), contents_text(own)));
     }
     bands.push_back(*band);
   }
@@ -257,9 +281,9 @@ std::vector<Band> roles_beside_named(const ImageSource& source, const std::vecto
 
 /// As many of the roles as one measurement has, in their order; stops at the first that it lacks.
 template <typename Find>
-std::vector<Band> resolved(const std::vector<const Role*>& wanted, const Find& find) {
+std::vector<Band> resolved(const std::vector<const BandRole*>& wanted, const Find& find) {
   std::vector<Band> bands;
-  for (const Role* role : wanted) {
+  for (const BandRole* role : wanted) {
     auto band = find(*role);
     if (!band) break;
     bands.push_back(*std::move(band));
@@ -301,19 +325,35 @@ Image Band::plane(const RunContext& context) const {
 Band find_band(const ImageSource& source, std::string_view name) {
   const std::vector<NamedPlane> planes = named_planes(source);
   if (name.empty()) return default_band(source, planes);
-
-  if (auto band = fully_named_band(source, planes, name)) return *std::move(band);
-  std::vector<NamedPlane> bare;
-  for (const NamedPlane& plane : planes) {
-    if (plane.bare_name() == name || (plane.is_meant_by_image_name() && plane.image == name)) bare.push_back(plane);
-  }
-  if (bare.size() == 1) return band_of(source, bare.front());
-  if (bare.size() > 1) {
-    throw std::runtime_error(fmt::format("Band \"{}\" is in several measurements: name one of {}.",
-                                         common::to_valid_utf8(name), common::joined(full_names(bare), ", ")));
-  }
+  if (auto band = band_named(source, planes, name)) return *std::move(band);
   if (find_role(name) != nullptr) return find_roles(source, {std::string(name)}).front();
   throw no_such_band(name, planes);
+}
+
+std::vector<Band> find_bands(const ImageSource& source, const std::vector<std::string>& names, const RoleBands& named) {
+  const std::vector<NamedPlane> planes = named_planes(source);
+  std::vector<std::optional<Band>> found(names.size());
+  std::vector<std::string> wanted_roles;
+  for (std::size_t k = 0; k < names.size(); ++k) {
+    if (!named.contains(names[k])) found[k] = band_named(source, planes, names[k]);
+    if (found[k]) continue;
+    if (find_role(names[k]) == nullptr) throw no_such_band(names[k], planes);
+    wanted_roles.push_back(names[k]);
+  }
+  const std::vector<Band> of_roles =
+      wanted_roles.empty() ? std::vector<Band>() : find_roles(source, wanted_roles, named);
+  std::vector<Band> bands;
+  auto next = of_roles.begin();
+  for (const auto& band : found) {
+    if (band && !of_roles.empty() && band->measurement != of_roles.front().measurement) {
+      throw std::runtime_error(fmt::format(
+          "The role {} is {} and {} is of another measurement, but a role is calculated with bands of its own "
+          "measurement only; write the full names of all bands to mix measurements.",
+          wanted_roles.front(), of_roles.front().name, band->name));
+    }
+    bands.push_back(band ? *band : *next++);
+  }
+  return bands;
 }
 
 std::vector<Band> all_bands(const ImageSource& source) {
@@ -324,44 +364,49 @@ std::vector<Band> all_bands(const ImageSource& source) {
   return bands;
 }
 
+std::span<const BandRole> band_roles() {
+  return roles;
+}
+
+const BandRole& get_band_role(std::string_view name) {
+  if (const BandRole* role = find_role(name)) return *role;
+  throw std::invalid_argument("There is no band role \"" + common::to_valid_utf8(name) + "\".");
+}
+
 std::vector<std::string> role_names() {
   std::vector<std::string> names;
   names.reserve(roles.size());
-  for (const Role& role : roles) names.emplace_back(role.name);
+  for (const BandRole& role : roles) names.emplace_back(role.name);
   return names;
 }
 
 std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& names, const RoleBands& named) {
-  std::vector<const Role*> wanted;
-  for (const std::string& name : names) {
-    const Role* role = find_role(name);
-    if (role == nullptr) throw std::invalid_argument("There is no band role \"" + common::to_valid_utf8(name) + "\".");
-    wanted.push_back(role);
-  }
-  if (std::ranges::any_of(wanted, [&](const Role* role) { return named.contains(role->name); })) {
+  std::vector<const BandRole*> wanted;
+  for (const std::string& name : names) wanted.push_back(&get_band_role(name));
+  if (std::ranges::any_of(wanted, [&](const BandRole* role) { return named.contains(role->name); })) {
     return roles_beside_named(source, wanted, named);
   }
 
   std::size_t most = 0;
   for (const std::string& measurement : source.get_measurement_types()) {
-    auto bands = resolved(wanted, [&](const Role& role) { return role_in_measurement(source, measurement, role); });
+    auto bands = resolved(wanted, [&](const BandRole& role) { return role_in_measurement(source, measurement, role); });
     if (bands.size() == wanted.size()) return bands;
     most = std::max(most, bands.size());
   }
   if (!has_msp(source)) {
-    auto bands = resolved(wanted, [&](const Role& role) { return role_in_color_picture(source, role); });
+    auto bands = resolved(wanted, [&](const BandRole& role) { return role_in_color_picture(source, role); });
     if (bands.size() == wanted.size()) return bands;
     most = std::max(most, bands.size());
   }
-  const Role& missing = *wanted.at(most);
+  const BandRole& missing = *wanted.at(most);
   std::vector<std::string> others;
-  for (const Role* role : wanted) {
+  for (const BandRole* role : wanted) {
     if (role != &missing) others.emplace_back(role->name);
   }
-  throw std::runtime_error(
-      fmt::format("No measurement of this capture has a band for the role {} ({}){}: looked for {}; {}.", missing.name,
-                  missing.meaning, others.empty() ? std::string() : " together with " + common::joined(others, ", "),
-                  looked_for(missing), contents_text(named_planes(source))));
+  throw std::runtime_error(fmt::format(
+      "No measurement of this capture has a band for the role {} ({}){}: looked for {}; {}{}.", missing.name,
+      missing.meaning, others.empty() ? std::string() : " together with " + common::joined(others, ", "),
+      looked_for(missing), lies_elsewhere(source, missing), contents_text(named_planes(source))));
 }
 
 }  // namespace orvexa::model

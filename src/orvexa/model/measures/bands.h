@@ -52,9 +52,9 @@ using RoleBands = std::map<std::string, std::string, std::less<>>;
 /// Planes for several roles at once, never mixing measurements. A role with a band in `named` has that one, and the
 /// other roles then look in its measurement; entries for roles that are not wanted do not matter.
 /// A role resolves within one measurement to the band whose centre lies in the role's range, nearest first; else to the
-/// image named BLU, GRN, RED, EDG, NIR; only in a capture without MSP to the channels of CLR.
-/// @throws std::runtime_error with a sentence that names the role and what was looked for, or the named bands of
-/// different measurements.
+/// image named BLU, GRN, RED, EDG, NIR whose centre is not declared; only in a capture without MSP to channels of CLR.
+/// @throws std::runtime_error with a sentence that names the role, what was looked for and an image of its name that
+/// lies elsewhere, or the named bands of different measurements.
 [[nodiscard]] std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& roles,
                                            const RoleBands& named = {});
 

@@ -21,18 +21,16 @@ bool is_full_name(std::string_view name) {
   return dot != std::string_view::npos && dot > 0 && dot + 1 < name.size();
 }
 
-bool is_used(std::string_view role, std::span<const std::string> index_keys) {
-  return std::ranges::any_of(index_keys, [&](const std::string& key) {
-    const auto& roles = get_spectral_index(key).roles;
-    return std::ranges::find(roles, role) != roles.end();
-  });
+bool is_used(std::string_view role, std::span<const RoleUser> users) {
+  return std::ranges::any_of(
+      users, [&](const RoleUser& user) { return std::ranges::find(user.roles, role) != user.roles.end(); });
 }
 
 /// "ndvi uses N, R; gndvi uses N, G"
-std::string usage_text(std::span<const std::string> index_keys) {
+std::string usage_text(std::span<const RoleUser> users) {
   std::vector<std::string> texts;
-  for (const std::string& key : index_keys) {
-    texts.push_back(key + " uses " + common::joined(get_spectral_index(key).roles, ", "));
+  for (const RoleUser& user : users) {
+    texts.push_back(user.name + " uses " + (user.roles.empty() ? "none" : common::joined(user.roles, ", ")));
   }
   return common::joined(texts, "; ");
 }
@@ -49,6 +47,12 @@ ParameterInfo role_bands_parameter() {
 }
 
 RoleBands role_bands(std::string_view operation, const Value& entries, std::span<const std::string> index_keys) {
+  std::vector<RoleUser> users;
+  for (const std::string& key : index_keys) users.push_back({key, get_spectral_index(key).roles});
+  return role_bands(operation, entries, users);
+}
+
+RoleBands role_bands(std::string_view operation, const Value& entries, std::span<const RoleUser> users) {
   RoleBands bands;
   const std::vector<std::string> known = role_names();
   for (const Value& value : entries) {
@@ -69,8 +73,8 @@ RoleBands role_bands(std::string_view operation, const Value& entries, std::span
       throw refused(fmt::format("there is no role \"{}\"; the roles are {}", common::to_valid_utf8(role),
                                 common::joined(known, ", ")));
     }
-    if (!is_used(role, index_keys)) {
-      throw refused(fmt::format("no chosen index uses the role {}: {}", role, usage_text(index_keys)));
+    if (!is_used(role, users)) {
+      throw refused(fmt::format("no chosen index uses the role {}: {}", role, usage_text(users)));
     }
     const auto earlier = bands.find(role);
     if (earlier != bands.end()) {

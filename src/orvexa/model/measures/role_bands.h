@@ -3,6 +3,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "orvexa/model/measures/bands.h"
 #include "orvexa/model/operation_base.h"
@@ -13,10 +14,18 @@ namespace orvexa::model {
 /// ROLE=MEASUREMENT.IMAGE[.channel].
 [[nodiscard]] ParameterInfo role_bands_parameter();
 
+/// A formula and the roles in it.
+struct RoleUser {
+  std::string name;
+  std::vector<std::string> roles;
+};
+
 /// What the parameter says.
-/// @param index_keys  the indices that are calculated.
+/// @param users  the formulas that are calculated.
 /// @throws std::invalid_argument with a sentence for an entry of another form, a role that there is not, one that none
-/// of the indices uses, and one that is named twice.
+/// of the formulas uses, and one that is named twice.
+[[nodiscard]] RoleBands role_bands(std::string_view operation, const Value& entries, std::span<const RoleUser> users);
+/// The same for indices.
 [[nodiscard]] RoleBands role_bands(std::string_view operation, const Value& entries,
                                    std::span<const std::string> index_keys);
 

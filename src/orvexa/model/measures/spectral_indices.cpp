@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "orvexa/common/text.h"
+#include "orvexa/model/measures/band_roles.h"
 
 namespace orvexa::model {
 
@@ -252,6 +253,35 @@ std::vector<SpectralIndex> make_indices() {
   return all;
 }
 
+std::vector<Band> expect_reflectance(bool is_needed, std::vector<Band> bands) {
+  for (const Band& band : bands) {
+    if (is_needed && !band.white.is_declared) {
+      throw std::runtime_error("needs reflectance: WhiteLevel or a reference is not declared");
+    }
+  }
+  return bands;
+}
+
+/// @param make_row_function  makes, for the number of columns, a function that works out a row of values from rows of
+/// fractions of white; one for each stripe.
+template <typename MakeRowFunction>
+IndexMap map_of(const std::vector<Band>& bands, const RunContext& context, const MakeRowFunction& make_row_function) {
+  IndexMap map;
+  for (const Band& band : bands) map.bands.push_back(band.name);
+  const auto [height, width] = bands.front().shape();
+  map.values.create(height, width, CV_64FC1);
+  const auto columns = static_cast<std::size_t>(width);
+  for_each_stripe(height, width, context, [&](int y0, int y1) {
+    std::vector<std::vector<double>> rows(bands.size(), std::vector<double>(columns));
+    auto work_out = make_row_function(columns);
+    for (int y = y0; y < y1; ++y) {
+      for (std::size_t k = 0; k < bands.size(); ++k) bands[k].read_normalised_row(y, rows[k]);
+      work_out(rows, std::span(map.values.ptr<double>(y), columns));
+    }
+  });
+  return map;
+}
+
 }  // namespace
 
 const std::vector<SpectralIndex>& spectral_indices() {
@@ -269,33 +299,36 @@ const SpectralIndex& get_spectral_index(std::string_view key) {
                               common::did_you_mean(key, known) + ".");
 }
 
+std::vector<Band> index_bands(const ImageSource& source, const SpectralIndex& index, const RoleBands& named) {
+  return expect_reflectance(index.needs_reflectance, find_roles(source, index.roles, named));
+}
+
+std::vector<Band> index_bands(const ImageSource& source, const Expression& expression, const RoleBands& named) {
+  return expect_reflectance(expression.needs_reflectance(), find_bands(source, expression.names(), named));
+}
+
 IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context,
                        const RoleBands& named) {
-  const std::vector<Band> bands = find_roles(source, index.roles, named);
-  IndexMap map;
-  for (const Band& band : bands) {
-    if (index.needs_reflectance && !band.white.is_declared) {
-      throw std::runtime_error("needs reflectance: WhiteLevel or a reference is not declared");
-    }
-    map.bands.push_back(band.name);
-  }
-  const auto [height, width] = bands.front().shape();
-  map.values.create(height, width, CV_64FC1);
-  const std::size_t columns = static_cast<std::size_t>(width);
-  for_each_stripe(height, width, context, [&](int y0, int y1) {
-    std::vector<std::vector<double>> rows(bands.size(), std::vector<double>(columns));
-    std::vector<double> pixel(bands.size());
-    for (int y = y0; y < y1; ++y) {
-      for (std::size_t k = 0; k < bands.size(); ++k) bands[k].read_normalised_row(y, rows[k]);
-      double* out = map.values.ptr<double>(y);
+  return map_of(index_bands(source, index, named), context, [&](std::size_t columns) {
+    return [&index, columns, pixel = std::vector<double>(index.roles.size())](std::span<const std::vector<double>> rows,
+                                                                              std::span<double> out) mutable {
       for (std::size_t x = 0; x < columns; ++x) {
-        for (std::size_t k = 0; k < bands.size(); ++k) pixel[k] = rows[k][x];
+        for (std::size_t k = 0; k < rows.size(); ++k) pixel[k] = rows[k][x];
         const double value = index.value(pixel);
         out[x] = std::isfinite(value) ? value : invalid;
       }
-    }
+    };
   });
-  return map;
+}
+
+IndexMap compute_index(const ImageSource& source, const Expression& expression, const RunContext& context,
+                       const RoleBands& named) {
+  return map_of(index_bands(source, expression, named), context, [&](std::size_t columns) {
+    return [rows_of_expression = Expression::Rows(expression, columns)](std::span<const std::vector<double>> rows,
+                                                                        std::span<double> out) mutable {
+      rows_of_expression.evaluate(rows, out);
+    };
+  });
 }
 
 }  // namespace orvexa::model

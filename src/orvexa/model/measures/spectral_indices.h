@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "orvexa/model/measures/bands.h"
+#include "orvexa/model/measures/expression.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
@@ -39,5 +40,15 @@ struct IndexMap {
 /// declared".
 [[nodiscard]] IndexMap compute_index(const ImageSource& source, const SpectralIndex& index, const RunContext& context,
                                      const RoleBands& named = {});
+/// The same of a user's formula; the bands stand in the order of its names.
+/// @throws std::runtime_error as above and as `find_bands`.
+[[nodiscard]] IndexMap compute_index(const ImageSource& source, const Expression& expression, const RunContext& context,
+                                     const RoleBands& named = {});
+
+/// The bands that these would take, with the same errors: whether a capture can have the index.
+[[nodiscard]] std::vector<Band> index_bands(const ImageSource& source, const SpectralIndex& index,
+                                            const RoleBands& named = {});
+[[nodiscard]] std::vector<Band> index_bands(const ImageSource& source, const Expression& expression,
+                                            const RoleBands& named = {});
 
 }  // namespace orvexa::model

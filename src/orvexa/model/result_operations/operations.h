@@ -27,6 +27,7 @@ const ResultOperationInfo& color_statistics_info();
 const ResultOperationInfo& color_difference_info();
 const ResultOperationInfo& color_classes_info();
 const ResultOperationInfo& index_statistics_info();
+const ResultOperationInfo& custom_index_info();
 const ResultOperationInfo& psii_info();
 
 }  // namespace orvexa::model

@@ -37,6 +37,7 @@ const std::vector<const ResultOperationInfo*>& built_in_operations() {
       &color_difference_info(),
       &color_classes_info(),
       &index_statistics_info(),
+      &custom_index_info(),
       &psii_info(),
   };
   // clang-format on
