@@ -283,6 +283,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "threshold_color_distance",
       "threshold_index",
       "cluster_kmeans",
+      "grabcut",
       "erode",
       "dilate",
       "open",
