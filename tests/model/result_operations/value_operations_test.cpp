@@ -150,6 +150,7 @@ TEST(Histogram, HasEqualBinsFromZeroToWhiteWhateverTheDataAre) {
   EXPECT_EQ(result.metrics.at("GRY.GRY.histogram.underflow"), 0);
   EXPECT_EQ(result.metrics.at("GRY.GRY.histogram.overflow"), 0);
   const ResultTable& table = result.tables.at("GRY.GRY");
+  EXPECT_TRUE(result.images.at("GRY.GRY").picture.is_color()) << "the plot";
   EXPECT_THAT(table.columns, ElementsAre("from", "to", "count", "fraction"));
   EXPECT_EQ(table.rows[1], (std::vector<Value>{63.75, 127.5, 2, 0.25}));
 }
@@ -434,6 +435,8 @@ TEST(Psii, GivesTheValuesOfTheFormulas) {
   EXPECT_NEAR(number(result, "ql.mean"), 0.25, 1e-7);
   EXPECT_EQ(result.metrics.at("fv_fm.n"), 4);
   EXPECT_NEAR(result.images.at("fv_fm").numbers->row<float>(1)[1], 0.8F, 1e-6);
+  EXPECT_NEAR(result.images.at("npq").numbers->row<float>(0)[1], 0.25F, 1e-6);
+  EXPECT_EQ(result.images.size(), 5u) << "a map with its colour bar for each";
 }
 
 TEST(Psii, WhatItsImagesDoNotGiveIsLeftOutWithTheReason) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -9,6 +10,7 @@
 #include <numeric>
 #include <stdexcept>
 #include <type_traits>
+#include <utility>
 
 namespace orvexa::model {
 
@@ -49,54 +51,38 @@ std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::in
   return values;
 }
 
-/// Sorts by the low byte, then by the high byte: two passes instead of a dozen comparisons a number.
-void sort_counts(std::span<std::uint16_t> counts) {
-  std::vector<std::uint16_t> other(counts.size());
-  std::span<std::uint16_t> from = counts;
-  std::span<std::uint16_t> to = other;
-  for (const int shift : {0, 8}) {
-    std::array<std::size_t, 256> next{};
-    for (const std::uint16_t count : from) ++next[(count >> shift) & 255U];
-    std::exclusive_scan(next.begin(), next.end(), next.begin(), std::size_t{0});
-    for (const std::uint16_t count : from) to[next[(count >> shift) & 255U]++] = count;
-    std::swap(from, to);
+/// Counts symbols and forgets them again without passing over all that could occur: a bit each says which did.
+class SymbolCounter {
+ public:
+  void add(std::uint16_t symbol) {
+    ++_counts[symbol];
+    _occurred[symbol >> 6U] |= std::uint64_t{1} << (symbol & 63U);
   }
-}
+  /// What was added since the last call, ascending.
+  std::span<const ValueCount> take() {
+    _taken.clear();
+    for (std::size_t word = 0; word < _occurred.size(); ++word) {
+      for (std::uint64_t bits = std::exchange(_occurred[word], 0); bits != 0; bits &= bits - 1) {
+        const std::size_t symbol = 64 * word + static_cast<std::size_t>(std::countr_zero(bits));
+        _taken.push_back({static_cast<std::int32_t>(symbol), _counts[symbol]});
+        _counts[symbol] = 0;
+      }
+    }
+    return _taken;
+  }
 
-void sort_counts(std::span<std::uint8_t> counts) {
-  std::sort(counts.begin(), counts.end());
-}
+ private:
+  std::vector<std::uint32_t> _counts = std::vector<std::uint32_t>(65536, 0);
+  std::array<std::uint64_t, 1024> _occurred{};
+  std::vector<ValueCount> _taken;
+};
 
-/// Statistics of a short list of counts: through a table where the counts lie close together, otherwise sorted.
-template <typename T>
-Statistics describe_list(std::span<T> counts, const RunContext& context) {
-  if (counts.empty()) return {};
-  T low = counts.front();
-  T high = low;
-  for_each_piece(counts.size(), context, [&](std::size_t begin, std::size_t end) {
-    // The library looks at many numbers at once.
-    double least = 0;
-    double most = 0;
-    cv::minMaxIdx(cv::Mat(1, static_cast<int>(end - begin), cv::DataType<T>::type, &counts[begin]), &least, &most);
-    low = std::min(low, static_cast<T>(least));
-    high = std::max(high, static_cast<T>(most));
+/// Calls `each(first, last)` for stretches of small groups, so that what a task needs serves many of them.
+void for_each_stretch_of_groups(std::size_t groups, const std::function<void(std::size_t, std::size_t)>& each) {
+  constexpr std::size_t groups_a_task = 64;
+  common::parallel_for((groups + groups_a_task - 1) / groups_a_task, [&](std::size_t task) {
+    each(task * groups_a_task, std::min(groups, (task + 1) * groups_a_task));
   });
-  const std::size_t range = static_cast<std::size_t>(high - low) + 1;
-  if (range <= 4 * counts.size()) {
-    std::vector<std::uint32_t> bins(range, 0);
-    for_each_piece(counts.size(), context, [&](std::size_t begin, std::size_t end) {
-      for (const T count : counts.subspan(begin, end - begin)) ++bins[static_cast<std::size_t>(count - low)];
-    });
-    return describe_counts(filled_bins(bins, low));
-  }
-  sort_counts(counts);
-  std::vector<ValueCount> values;
-  values.reserve(counts.size());
-  for (const T count : counts) {
-    if (values.empty() || values.back().value != count) values.push_back({count, 0});
-    ++values.back().count;
-  }
-  return describe_counts(values);
 }
 
 }  // namespace
@@ -187,19 +173,23 @@ std::vector<std::uint32_t> RegionPixels::count(
   return total;
 }
 
-/// The values of all pixels, sorted by group and within a group in raster order. Not a vector: that would first set all
-/// of them to 0, in one go.
-template <typename T, typename ReadRun>
-std::unique_ptr<T[]> RegionPixels::gathered(const RunContext& context, const ReadRun& read_run) const {
-  auto values = std::make_unique_for_overwrite<T[]>(_starts.back());
-  common::parallel_for(_runs.size(), [&](std::size_t stripe) {
-    context.check();
-    const std::vector<Run>& runs = _runs[stripe];
-    for (std::size_t k = 0; k < runs.size(); ++k) {
-      read_run(runs[k], std::span<T>(values.get() + _places[stripe][k], length(runs[k])));
+void RegionPixels::count_symbols(
+    const RunContext& context, std::optional<std::uint16_t> none,
+    const std::function<void(const Run&, std::span<std::uint16_t>)>& read_run,
+    const std::function<void(std::size_t group, std::span<const ValueCount>)>& describe) const {
+  const auto symbols = gather<std::uint16_t>(context, read_run);
+  for_each_stretch_of_groups(_regions.regions().size(), [&](std::size_t first, std::size_t last) {
+    SymbolCounter counter;
+    for (std::size_t group = first; group < last; ++group) {
+      const std::span<const std::uint16_t> own = symbols.of(group);
+      for_each_piece(own.size(), context, [&](std::size_t begin, std::size_t end) {
+        for (const std::uint16_t symbol : own.subspan(begin, end - begin)) {
+          if (symbol != none) counter.add(symbol);
+        }
+      });
+      describe(group, counter.take());
     }
   });
-  return values;
 }
 
 template <typename T, typename PlaceOf>
@@ -272,25 +262,34 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
 
   const CountPlane<T> plane(band, context);
   const std::size_t step = plane.step();
-  const std::unique_ptr<T[]> values = gathered<T>(context, [&](const Run& run, std::span<T> out) {
+  const Gathered<T> values = gather<T>(context, [&](const Run& run, std::span<T> out) {
     const T* at = plane.first(run);
     for (T& value : out) {
       value = *at;
       at += step;
     }
   });
-  const std::vector<std::uint32_t> whole =
-      count(bin_count, context, [&](std::span<const Run> runs, std::span<std::uint32_t> bins) {
-        for (const Run& run : runs) {
-          const T* at = plane.first(run);
-          for (std::size_t left = length(run); left > 0; --left, at += step) ++bins[*at];
-        }
+  // The counts of the whole are those of all groups, so the plane is passed over only once.
+  std::vector<std::uint32_t> whole(bin_count, 0);
+  std::mutex guard;
+  for_each_stretch_of_groups(group_count(), [&](std::size_t first, std::size_t last) {
+    SymbolCounter counter;
+    std::vector<std::uint32_t> together(bin_count, 0);
+    for (std::size_t group = first; group < last; ++group) {
+      const std::span<const T> own = values.of(group);
+      for_each_piece(own.size(), context, [&](std::size_t begin, std::size_t end) {
+        for (const T value : own.subspan(begin, end - begin)) counter.add(value);
       });
-  result.whole = describe_counts(filled_bins(whole, 0));
-  common::parallel_for(result.regions.size(), [&](std::size_t k) {
-    context.check();
-    result.regions[k] = describe_list(std::span<T>(values.get() + _starts[k], _starts[k + 1] - _starts[k]), context);
+      const std::span<const ValueCount> counts = counter.take();
+      for (const ValueCount& count : counts) {
+        together[static_cast<std::size_t>(count.value)] += static_cast<std::uint32_t>(count.count);
+      }
+      if (group < result.regions.size()) result.regions[group] = describe_counts(counts);
+    }
+    const std::lock_guard lock(guard);
+    for (std::size_t bin = 0; bin < bin_count; ++bin) whole[bin] += together[bin];
   });
+  result.whole = describe_counts(filled_bins(whole, 0));
   return result;
 }
 

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "orvexa/common/parallel.h"
@@ -71,14 +73,54 @@ class RegionPixels {
   [[nodiscard]] std::vector<std::uint32_t> count_places(const Band& band, std::span<const std::uint32_t> places,
                                                         std::size_t size, const RunContext& context) const;
 
+  /// One value a pixel of the mask, sorted by group and within a group in raster order.
+  template <typename T>
+  class Gathered {
+   public:
+    Gathered(std::unique_ptr<T[]> values, const std::vector<std::size_t>& starts)
+        : _values(std::move(values)), _starts(starts) {}
+    [[nodiscard]] std::span<T> of(std::size_t group) const {
+      return {_values.get() + _starts[group], _starts[group + 1] - _starts[group]};
+    }
+
+   private:
+    std::unique_ptr<T[]> _values;
+    const std::vector<std::size_t>& _starts;
+  };
+  /// @param read_run  `read_run(run, out)` gives the values of a run's pixels; called by several threads.
+  template <typename T, typename ReadRun>
+  [[nodiscard]] Gathered<T> gather(const RunContext& context, const ReadRun& read_run) const {
+    return {gathered<T>(context, read_run), _starts};
+  }
+
+  /// How often each symbol of a pixel occurs in each group but the last one of pixels in no region: `describe(group,
+  /// counts)` is called once a group with the symbols in ascending order, perhaps at the same time for several groups.
+  /// @param read_run  `read_run(run, out)` gives a symbol for each pixel of a run.
+  /// @param none  a symbol that is not counted.
+  void count_symbols(const RunContext& context, std::optional<std::uint16_t> none,
+                     const std::function<void(const Run&, std::span<std::uint16_t>)>& read_run,
+                     const std::function<void(std::size_t group, std::span<const ValueCount>)>& describe) const;
+
   /// In counts. Infinite values and NaN are invalid.
   [[nodiscard]] RegionStatistics measure(const Band& band, const RunContext& context) const;
   /// Of a height x width map of doubles; infinite values and NaN are invalid.
   [[nodiscard]] RegionStatistics measure(const cv::Mat& map, const RunContext& context) const;
 
  private:
+  /// Not a vector: that would first set all of them to 0, in one go.
   template <typename T, typename ReadRun>
-  [[nodiscard]] std::unique_ptr<T[]> gathered(const RunContext& context, const ReadRun& read_run) const;
+  [[nodiscard]] std::unique_ptr<T[]> gathered(const RunContext& context, const ReadRun& read_run) const {
+    auto values = std::make_unique_for_overwrite<T[]>(_starts.back());
+    common::parallel_for(_runs.size(), [&](std::size_t stripe) {
+      context.check();
+      const std::vector<Run>& runs = _runs[stripe];
+      for (std::size_t k = 0; k < runs.size(); ++k) {
+        read_run(runs[k],
+                 std::span<T>(values.get() + _places[stripe][k], static_cast<std::size_t>(runs[k].x1 - runs[k].x0)));
+      }
+    });
+    return values;
+  }
   template <typename T, typename PlaceOf>
   [[nodiscard]] std::vector<std::uint32_t> place_table(const Band& band, std::size_t size, const PlaceOf& place_of,
                                                        const RunContext& context) const;

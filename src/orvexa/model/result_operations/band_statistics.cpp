@@ -14,9 +14,11 @@ OperationResult BandStatistics::compute(const CaptureSet& capture, const RegionS
   const bool in_fractions = params.at("unit").get<std::string>() == "fraction";
   OperationResult result;
   const RegionPixels pixels(regions, context());
-  for (const auto& [name, band, reason] : wanted_bands(capture, params.at("bands"), result)) {
+  const std::vector<WantedBand> wanted = wanted_bands(capture, params.at("bands"), result);
+  StatisticsUnit unit{in_fractions ? "fraction of white" : "counts"};
+  for (const WantedBand& band : wanted) add_statistics_units(result, band.name, unit);
+  for (const auto& [name, band, reason] : wanted) {
     context().check();
-    StatisticsUnit unit{in_fractions ? "fraction of white" : "counts"};
     if (!band) {
       add_undefined_statistics(result, regions, name, reason, unit);
       continue;
@@ -51,6 +53,7 @@ const ResultOperationInfo& band_statistics_info() {
                       .help = "Whether values are counts as the file holds them or fractions of the white level.",
                       .choices = {"counts", "fraction"}},
                      each_region_parameter()},
+      .check_capture = check_wanted_bands,
       .operation_class = {.make = [] { return std::make_unique<BandStatistics>(); }}};
   return info;
 }

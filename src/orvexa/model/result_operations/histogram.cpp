@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
+#include "orvexa/model/pictures/line_plot.h"
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/result_rows.h"
 #include "orvexa/model/result_operations/wanted_bands.h"
@@ -88,6 +89,25 @@ ResultTable table_of(const std::vector<std::uint32_t>& counts, std::int64_t n, d
   return table;
 }
 
+std::vector<std::string> metric_names(const std::string& band) {
+  std::vector<std::string> names;
+  for (const char* metric : {"n", "n_invalid", "underflow", "overflow", "bins"}) {
+    names.push_back(band + ".histogram." + metric);
+  }
+  return names;
+}
+
+Image plot_of(const std::vector<std::uint32_t>& counts, const Band& band, const TableLayout& layout) {
+  PlotLine line{.name = band.name, .values = {}};
+  for (std::size_t bin = 0; bin < layout.bins; ++bin) line.values.push_back(counts[bin]);
+  return line_plot({line},
+                   {.title = "Histogram of " + band.name + " in " + std::to_string(layout.bins) + " bins, pixels",
+                    .along = "counts",
+                    .from = 0,
+                    .to = band.white.counts,
+                    .is_filled = true});
+}
+
 OperationResult HistogramOperation::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const TableLayout layout{params.at("bins").get<std::size_t>()};
   OperationResult result;
@@ -102,11 +122,12 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
         " numbers a band may have; choose fewer bins, or only the whole mask with each_region: false.");
   }
 
-  for (const auto& [name, band, reason] : wanted_bands(capture, params.at("bands"), result)) {
-    const std::string prefix = name + ".histogram.";
-    std::vector<std::string> metrics;
-    for (const char* metric : {"n", "n_invalid", "underflow", "overflow", "bins"}) metrics.push_back(prefix + metric);
-    for (const std::string& metric : metrics) result.units[metric] = "px";
+  const std::vector<WantedBand> wanted = wanted_bands(capture, params.at("bands"), result);
+  for (const WantedBand& band : wanted) {
+    for (const std::string& metric : metric_names(band.name)) result.units[metric] = "px";
+  }
+  for (const auto& [name, band, reason] : wanted) {
+    const std::vector<std::string> metrics = metric_names(name);
     if (!band) {
       leave_out_everywhere(result, regions, metrics, reason);
       continue;
@@ -129,6 +150,7 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
       row.set(metrics[3], Value(counts[layout.overflow()]));
       row.set(metrics[4], Value(counts.first(layout.bins)));
     });
+    result.images.insert_or_assign(name, ResultImage{.picture = plot_of(whole, *band, layout), .numbers = {}});
     result.tables[name] = table_of(whole, regions.whole().area - whole[layout.invalid()], band->white.counts, layout);
   }
   return result;
@@ -151,7 +173,9 @@ const ResultOperationInfo& histogram_info() {
           "(below 0), "
           "overflow (above the white level), n (valid pixels, all of these) and n_invalid (not a number or infinite). "
           "The "
-          "table of a plane has the edges in counts, the counts of the whole mask and their fractions of n. A mask or "
+          "table of a plane has the edges in counts, the counts of the whole mask and their fractions of n; the "
+          "picture of a "
+          "plane draws them. A mask or "
           "region without pixels has none of them. A chosen plane that the capture lacks is left out with its reason; "
           "when "
           "it lacks all of them, that is an error.",
@@ -164,6 +188,7 @@ const ResultOperationInfo& histogram_info() {
                       .max = 65536,
                       .help = "Number of equal bins from 0 to the white level."},
                      each_region_parameter()},
+      .check_capture = check_wanted_bands,
       .operation_class = {.make = [] { return std::make_unique<HistogramOperation>(); }}};
   return info;
 }

@@ -23,20 +23,40 @@ double quotient(double numerator, double denominator) {
 /// A parameter of photosystem II as a row of data. `value` gets the images in order, as fractions of white.
 struct Photochemistry {
   const char* key;
+  const char* title;
+  double map_high;  ///< the value of the last colour of its map; the first is 0
   std::vector<std::string> images;
   double (*value)(const std::vector<double>& v);
 };
 
 const std::vector<Photochemistry>& parameters_of_psii() {
   static const std::vector<Photochemistry> all{
-      {"fv_fm", {"FM", "F0"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0]); }},
-      {"phi_psii", {"FMP", "FS"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0]); }},
-      {"npq", {"FM", "FMP"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[1]); }},
-      {"qp", {"FMP", "FS", "F0P"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0] - v[2]); }},
-      {"ql", {"FMP", "FS", "F0P"}, [](const std::vector<double>& v) {
+      {"fv_fm", "Fv/Fm", 1, {"FM", "F0"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0]); }},
+      {"phi_psii",
+       "Phi PSII",
+       1,
+       {"FMP", "FS"},
+       [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0]); }},
+      {"npq", "NPQ", 4, {"FM", "FMP"}, [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[1]); }},
+      {"qp",
+       "qP",
+       1,
+       {"FMP", "FS", "F0P"},
+       [](const std::vector<double>& v) { return quotient(v[0] - v[1], v[0] - v[2]); }},
+      {"ql", "qL", 1, {"FMP", "FS", "F0P"}, [](const std::vector<double>& v) {
          return quotient(v[0] - v[1], v[0] - v[2]) * quotient(v[2], v[1]);
        }}};
   return all;
+}
+
+/// Without them nothing can be said.
+void expect_needed_images(const ImageSource& source) {
+  const std::vector<std::string> present = source.image_names(measurement);
+  for (const char* needed : {"F0", "FM"}) {
+    if (std::find(present.begin(), present.end(), needed) != present.end()) continue;
+    throw std::runtime_error(std::string("psii: the measurement FLU has no image ") + needed + "; it has " +
+                             (present.empty() ? "none" : common::joined(present, ", ")) + ".");
+  }
 }
 
 class Psii final : public ResultOperation {
@@ -76,15 +96,11 @@ cv::Mat Psii::map_of(const Photochemistry& parameter, const std::vector<Band>& b
 OperationResult Psii::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const double min_fm = params.at("min_fm").get<double>();
   const bool leaves_out_saturated = params.at("leave_out_saturated").get<bool>();
+  expect_needed_images(capture);
   const std::vector<std::string> present = capture.image_names(measurement);
   const auto has = [&](const std::string& image) {
     return std::find(present.begin(), present.end(), image) != present.end();
   };
-  for (const char* needed : {"F0", "FM"}) {
-    if (has(needed)) continue;
-    throw std::runtime_error(std::string("psii: the measurement FLU has no image ") + needed + "; it has " +
-                             (present.empty() ? "none" : common::joined(present, ", ")) + ".");
-  }
   const auto band_of = [&](const std::string& image) {
     return find_band(capture, std::string(measurement) + "." + image);
   };
@@ -107,10 +123,10 @@ OperationResult Psii::compute(const CaptureSet& capture, const RegionSet& region
     }
     const cv::Mat map = map_of(parameter, bands, fm, min_fm, leaves_out_saturated);
     add_statistics(result, regions, parameter.key, pixels.measure(map, context()), {});
-    if (std::string(parameter.key) != "fv_fm") continue;
-    result.images.insert_or_assign(
-        parameter.key, ResultImage{.picture = heat_map_picture(map, regions.mask(), {0, 1, "Fv/Fm"}, context()),
-                                   .numbers = map_numbers(map, regions.mask(), context())});
+    const HeatScale scale{0, parameter.map_high, parameter.title};
+    result.images.insert_or_assign(parameter.key,
+                                   ResultImage{.picture = heat_map_picture(map, regions.mask(), scale, context()),
+                                               .numbers = map_numbers(map, regions.mask(), context())});
   }
   return result;
 }
@@ -136,7 +152,9 @@ const ResultOperationInfo& psii_info() {
           "`<parameter>.<statistic>`: " +
           statistics_text() +
           " A parameter whose image is not there is left out with its reason; F0 or FM missing is an error. The map of "
-          "Fv/Fm spans 0 to 1; its numbers are saved as 32-bit float.",
+          "each spans 0 to 1, that of npq 0 to 4, so that maps of several captures are comparable; the numbers are "
+          "saved as "
+          "32-bit float.",
       .source =
           "M. Kitajima, W. L. Butler, Biochim. Biophys. Acta 376(1), 1975, 105-115, "
           "doi:10.1016/0005-2728(75)90209-1 (fv_fm); B. Genty, J.-M. Briantais, N. R. Baker, Biochim. Biophys. Acta "
@@ -155,6 +173,7 @@ const ResultOperationInfo& psii_info() {
                       .default_value = false,
                       .help = "Whether pixels at or above the white level count as invalid."}},
       .required_measurements = std::vector<MeasurementRequirement>{std::string(measurement)},
+      .check_capture = [](const ImageSource& source, const Value&) { expect_needed_images(source); },
       .operation_class = {.make = [] { return std::make_unique<Psii>(); }}};
   return info;
 }

@@ -1,5 +1,6 @@
 #include "orvexa/model/result_operations/result_rows.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <stdexcept>
@@ -48,14 +49,6 @@ std::string joined_name(const std::string& prefix, std::string_view name) {
   return full;
 }
 
-void add_units(OperationResult& result, const std::string& prefix, const StatisticsUnit& unit) {
-  for (const StatisticRow& statistic : statistic_rows) {
-    const bool has_unit = statistic.kind == Kind::value;
-    result.units[joined_name(prefix, statistic.name)] =
-        has_unit ? unit.name : std::string(statistic.kind == Kind::pixels ? "px" : "");
-  }
-}
-
 void write_statistic(ResultRow& row, std::string name, const StatisticRow& statistic, const Statistics& s,
                      const StatisticsUnit& unit) {
   if (row.is_empty()) return row.leave_out(std::move(name), row.empty_reason());
@@ -85,8 +78,8 @@ std::string_view ResultRow::empty_reason() const {
   return _region.label == 0 ? "The mask has no pixel." : "The region has no pixel.";
 }
 
-void ResultRow::expect_more(std::size_t count) {
-  if (_metrics.capacity() < _metrics.size() + count) _metrics.reserve(2 * _metrics.size() + count);
+void ResultRow::expect(std::size_t count) {
+  if (_metrics.capacity() < count) _metrics.reserve(std::max(count, 2 * _metrics.capacity()));
 }
 
 void ResultRow::set(std::string name, Value value) {
@@ -135,7 +128,9 @@ void leave_out_length(ResultRow& row, const std::string& name, std::string_view 
 
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region&, int, ResultRow&)>& write) {
+  const std::size_t expected = result.units.size();
   ResultRow whole(result.metrics, result.reasons, regions.whole());
+  whole.expect(expected);
   write(regions.whole(), -1, whole);
   const std::vector<Region>& all = regions.regions();
   for (const Region& region : all) result.regions.try_emplace(region.name);
@@ -144,6 +139,7 @@ void write_rows(OperationResult& result, const RegionSet& regions,
   common::parallel_for(all.size(), [&](std::size_t k) {
     RegionResult& own = result.regions.find(all[k].name).value();
     ResultRow row(own.metrics, own.reasons, all[k]);
+    row.expect(expected);
     write(all[k], static_cast<int>(k), row);
   });
 }
@@ -158,12 +154,19 @@ void write_filled_rows(OperationResult& result, const RegionSet& regions,
   });
 }
 
+void add_statistics_units(OperationResult& result, const std::string& prefix, const StatisticsUnit& unit) {
+  for (const StatisticRow& statistic : statistic_rows) {
+    const bool has_unit = statistic.kind == Kind::value;
+    result.units[joined_name(prefix, statistic.name)] =
+        has_unit ? unit.name : std::string(statistic.kind == Kind::pixels ? "px" : "");
+  }
+}
+
 void add_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
                     const RegionStatistics& statistics, const StatisticsUnit& unit) {
-  add_units(result, prefix, unit);
+  add_statistics_units(result, prefix, unit);
   write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
     const Statistics& s = index < 0 ? statistics.whole : statistics.regions[static_cast<std::size_t>(index)];
-    row.expect_more(statistic_rows.size());
     for (const StatisticRow& statistic : statistic_rows) {
       write_statistic(row, joined_name(prefix, statistic.name), statistic, s, unit);
     }
@@ -172,7 +175,7 @@ void add_statistics(OperationResult& result, const RegionSet& regions, const std
 
 void add_undefined_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,
                               std::string_view reason, const StatisticsUnit& unit) {
-  add_units(result, prefix, unit);
+  add_statistics_units(result, prefix, unit);
   std::vector<std::string> names;
   names.reserve(statistic_rows.size());
   for (const StatisticRow& statistic : statistic_rows) names.push_back(joined_name(prefix, statistic.name));

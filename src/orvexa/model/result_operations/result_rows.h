@@ -23,8 +23,11 @@ class ResultRow {
   /// Why an empty row has no metrics: "The mask has no pixel." or "The region has no pixel."
   [[nodiscard]] std::string_view empty_reason() const;
 
+  /// Makes room for so many metrics in all, those there are included. A name cannot be moved, so a row that grows step
+  /// by step copies its names again and again.
+  void expect(std::size_t count);
   /// Makes room for more metrics at once.
-  void expect_more(std::size_t count);
+  void expect_more(std::size_t count) { expect(_metrics.size() + count); }
 
   void set(std::string name, Value value);
   /// A number that is not finite is left out with a reason.
@@ -50,8 +53,9 @@ void set_length(ResultRow& row, const std::string& name, double pixels, const st
 void leave_out_length(ResultRow& row, const std::string& name, std::string_view reason,
                       const std::optional<double>& scale);
 
-/// Calls `write` for the whole mask with index -1, then for each region with its index, these perhaps at the same time.
-/// Whatever the order of the calls, the rows stand in the regions' order.
+/// Makes room in each row for all metrics that have a unit so far, and calls `write` for the whole mask with index -1,
+/// then for each region with its index, these perhaps at the same time. Whatever the order of the calls, the rows stand
+/// in the regions' order.
 void write_rows(OperationResult& result, const RegionSet& regions,
                 const std::function<void(const Region& region, int index, ResultRow& row)>& write);
 
@@ -65,6 +69,8 @@ struct StatisticsUnit {
   double divisor = 1;  ///< from the numbers measured to that unit
 };
 
+/// The units of these statistics alone, for whoever knows all prefixes before the first row is written.
+void add_statistics_units(OperationResult& result, const std::string& prefix, const StatisticsUnit& unit);
 /// Writes `<prefix>.n`, `.n_invalid`, `.mean`, `.sd`, `.cv`, `.min`, `.max`, `.median`, `.mad`, `.p5`, `.p25`, `.p75`,
 /// `.p95`, `.skew`, `.kurtosis` and `.sum` with their units.
 void add_statistics(OperationResult& result, const RegionSet& regions, const std::string& prefix,

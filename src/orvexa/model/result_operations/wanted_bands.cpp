@@ -42,4 +42,9 @@ std::vector<WantedBand> wanted_bands(const ImageSource& source, const Value& nam
   return wanted;
 }
 
+void check_wanted_bands(const ImageSource& source, const Value& params) {
+  OperationResult forgotten;
+  static_cast<void>(wanted_bands(source, params.at("bands"), forgotten));
+}
+
 }  // namespace orvexa::model

@@ -25,4 +25,8 @@ struct WantedBand {
 [[nodiscard]] std::vector<WantedBand> wanted_bands(const ImageSource& source, const Value& names,
                                                    OperationResult& result);
 
+/// For `check_capture` of an operation with the parameter.
+/// @throws std::runtime_error when the capture lacks all of them.
+void check_wanted_bands(const ImageSource& source, const Value& params);
+
 }  // namespace orvexa::model
