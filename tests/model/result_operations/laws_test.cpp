@@ -55,6 +55,10 @@ Value rich_parameters(const std::string& key) {
   if (key == "histogram") return {{"bins", 16}};
   // A point lies in another pixel of a turned picture.
   if (key == "color_difference") return {{"reference", "lab"}, {"lab_l", 40}, {"lab_a", -30}, {"lab_b", 20}};
+  if (key == "texture_glcm") return {{"levels", 8}, {"bands", {"MSP.NIR", "CLR.RGB.G", "GRY"}}};
+  if (key == "band_correlation") {
+    return {{"bands", {"MSP.NIR", "MSP.RED", "GRY"}}, {"profile", "radial"}, {"samples", 7}};
+  }
   return Value::object();
 }
 
@@ -108,7 +112,8 @@ TEST_P(EveryOperation, GivesTheSameUnitsInTheSameOrderWhateverIsUndefined) {
 class OperationOfTheWhole : public testing::TestWithParam<std::string> {};
 INSTANTIATE_TEST_SUITE_P(Registry, OperationOfTheWhole,
                          testing::Values("band_statistics", "histogram", "color_statistics", "color_difference",
-                                         "color_classes", "index_statistics", "custom_index"),
+                                         "color_classes", "index_statistics", "custom_index", "image_quality",
+                                         "band_correlation", "texture_glcm", "texture_lbp"),
                          [](const auto& key) { return key.param; });
 
 TEST_P(OperationOfTheWhole, GivenThatRegionsAreNotWanted_ThenTheWholeIsAsIfNobodyHadMadeThemAndNoRegionIsThere) {
