@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "support/mask_operations.h"
+#include "support/result_operations.h"
 
 namespace orvexa::model {
 namespace {
@@ -57,6 +58,14 @@ TEST(ClearBorder, CountsTheRimAlongDiagonalsToo) {
   const Mask dot =
       mask({".......", ".......", ".......", "...#...", ".......", ".......", "......."}).with_bounds(Mask(hole));
   EXPECT_EQ(applied("clear_border", dot, {{"limit", "roi"}}).count(), 0);
+}
+
+TEST(ClearBorder, RemovesRegionsOfAnEarlierStepWhenAsked) {
+  // Region 1 touches the border, region 2 only region 1, region 3 has lost its pixels; '#' is in no region.
+  const Mask regions = test::mask_of_regions({".......", "1122...", "1122...", ".....#.", "......."}, 3);
+  EXPECT_EQ(applied("clear_border", regions).count(), 1) << "as one part both are removed";
+  EXPECT_THAT(drawing(applied("clear_border", regions, {{"of", "regions"}})),
+              ElementsAre(".......", "..##...", "..##...", ".......", "......."));
 }
 
 TEST(ClearBorder, SaysWhenNothingIsLeft) {

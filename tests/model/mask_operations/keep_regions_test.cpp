@@ -5,6 +5,7 @@
 
 #include "orvexa/model/measures/region_set.h"
 #include "support/mask_operations.h"
+#include "support/result_operations.h"
 
 namespace orvexa::model {
 namespace {
@@ -154,6 +155,64 @@ TEST(KeepRegions, SaysWhenNoRegionIsKept) {
   EXPECT_EQ(test::note_of("keep_regions", *test::blank_capture({1, 8}), three_regions(), {{"min", 4}}),
             "no_region: none of the mask's 3 regions is kept");
   EXPECT_EQ(applied("keep_regions", Mask::empty({1, 8}), {{"make_regions", true}}).labels()->names.size(), 0u);
+}
+
+// Region 1 has 3 pixels in two pieces, region 2 has 2, region 3 lost all of its own; '#' belongs to none.
+Mask drawn_regions() {
+  return test::mask_of_regions({"11.22.1.#"}, 3);
+}
+
+TEST(KeepRegions, MeasuresRegionsOfAnEarlierStepWhenAsked) {
+  const auto kept_of = [](Value params) {
+    params["of"] = "regions";
+    return drawing(applied("keep_regions", drawn_regions(), params)).front();
+  };
+  EXPECT_EQ(kept_of(Value::object()), "##.##.#..") << "what is in no region is not kept";
+  EXPECT_EQ(kept_of({{"n", 1}}), "##....#..");
+  EXPECT_EQ(kept_of({{"max", 2}}), "...##....");
+  EXPECT_EQ(kept_of({{"n", 1}, {"order", "smallest"}}), "...##....") << "a region without pixels has no area";
+  // The hull of region 1 is its box of 7 pixels, of which it has 3.
+  EXPECT_EQ(kept_of({{"by", "solidity"}, {"max", 0.43}}), "##....#..");
+  EXPECT_EQ(kept_of({{"by", "eccentricity"}, {"min", 0.5}}), "##.##.#..");
+  // Centroids at columns (0 + 1 + 6) / 3 = 2.33 and 3.5; the point is at column 4.
+  EXPECT_EQ(kept_of({{"by", "distance_to_point"}, {"max", 0.6}}), "...##....");
+}
+
+TEST(KeepRegions, LeavesNamesOfRegionsOrNumbersThemAnew) {
+  const Value second{{"of", "regions"}, {"max", 2}};
+  const Mask narrowed = applied("keep_regions", drawn_regions(), second);
+  EXPECT_THAT(narrowed.labels()->names, ElementsAre("ROI_1", "ROI_2", "ROI_3"));
+  EXPECT_EQ(RegionSet(narrowed).regions()[0].area, 0);
+  EXPECT_EQ(RegionSet(narrowed).regions()[1].area, 2);
+  Value anew = second;
+  anew["make_regions"] = true;
+  const Mask numbered = applied("keep_regions", drawn_regions(), anew);
+  EXPECT_THAT(numbered.labels()->names, ElementsAre("ROI_1"));
+  EXPECT_EQ(RegionSet(numbered).regions()[0].area, 2);
+}
+
+TEST(KeepRegions, SaysWhenThereAreNoRegionsYet) {
+  EXPECT_EQ(test::refusal([] {
+              static_cast<void>(kept({{"of", "regions"}}));
+            }),
+            "Keep regions: there are no regions yet: put a step that makes some before it, or choose components.");
+}
+
+// Two discs that touch are one part of the mask and two regions once they are split.
+TEST(KeepRegions, FiltersWhatSplitTouchingFound) {
+  cv::Mat pixels(40, 80, CV_8UC1, cv::Scalar(0));
+  for (int y = 0; y < 40; ++y) {
+    for (int x = 0; x < 80; ++x) {
+      const bool large = (x - 20) * (x - 20) + (y - 20) * (y - 20) <= 15 * 15;
+      const bool small = (x - 43) * (x - 43) + (y - 20) * (y - 20) <= 10 * 10;
+      if (large || small) pixels.at<std::uint8_t>(y, x) = 255;
+    }
+  }
+  const Mask divided = applied("split_touching", Mask(pixels));
+  const Mask largest = applied("keep_regions", divided, {{"of", "regions"}, {"n", 1}, {"make_regions", true}});
+  EXPECT_TRUE(largest.at(20, 20));
+  EXPECT_FALSE(largest.at(20, 43));
+  EXPECT_THAT(largest.labels()->names, ElementsAre("ROI_1"));
 }
 
 TEST(KeepRegions, DrawsRimsOfKeptRegionsGreenAndOfOthersRed) {

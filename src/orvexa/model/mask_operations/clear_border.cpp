@@ -15,11 +15,12 @@ namespace {
 class ClearBorder final : public MaskOperation {
   std::optional<Mask> compute(const ImageSource&, const Mask* current, const Value& params) override {
     const int buffer = params.at("buffer").get<int>();
-    const Components components = label_components(*current, 8, context());
+    const Components components = find_parts(get_display_name(), *current, params, context());
     std::vector<char> is_kept;
     is_kept.reserve(components.components.size());
     for (const Components::Component& component : components.components) {
-      is_kept.push_back(is_near_the_image_border(component.box, components.shape, buffer) ? 0 : 1);
+      const bool is_near = component.area > 0 && is_near_the_image_border(component.box, components.shape, buffer);
+      is_kept.push_back(is_near ? 0 : 1);
     }
     const auto bounds = params.at("limit") == "roi" ? current->bounds() : std::nullopt;
     if (bounds) drop_those_near_the_rim(components, bounds->read_only(), buffer, is_kept);
@@ -27,7 +28,7 @@ class ClearBorder final : public MaskOperation {
     if (!is_kept.empty() && std::ranges::count(is_kept, char{1}) == 0) {
       note = "touches_border: all " + std::to_string(is_kept.size()) + " parts of the mask reach the border";
     }
-    return Mask(only_kept(*current, components, is_kept, context()));
+    return Mask(only_kept(components, is_kept, context()));
   }
 
   /// Whether a pixel lies in the first or last `buffer` + 1 rows or columns.
@@ -62,9 +63,11 @@ const MaskOperationInfo& clear_border_info() {
       .category = "Shape of the mask",
       .summary = "Removes the connected parts of the mask that reach the border, and so may be cut off.",
       .description =
-          "The mask is split into 8-connected components. One is removed whole when one of its pixels lies in the "
+          "The mask is split into 8-connected components or, with of = regions, into the regions that an earlier step "
+          "made, such as split_touching; pixels of no region are then removed. A part is removed whole when one of its "
+          "pixels lies in the "
           "first "
-          "or last buffer + 1 rows or columns of the image. With the limit roi one is also removed when a pixel is at "
+          "or last buffer + 1 rows or columns of the image. With the limit roi it is also removed when a pixel is at "
           "most buffer + 1 pixels, counted along rows, columns and diagonals, from a pixel outside the regions of "
           "interest chosen so far. When no part is left the note says touches_border. The picture of the step shows "
           "the rims of what is kept green and of what is removed red.",
@@ -81,7 +84,8 @@ const MaskOperationInfo& clear_border_info() {
                       .default_value = "image",
                       .help = "Which border counts: that of the image alone, or also the rim of the regions of "
                               "interest.",
-                      .choices = {"image", "roi"}}},
+                      .choices = {"image", "roi"}},
+                     parts_parameter()},
       .needs_mask = true,
       .make = [] { return std::make_unique<ClearBorder>(); }};
   return info;

@@ -1,13 +1,13 @@
 #include <algorithm>
 #include <memory>
 #include <numeric>
+#include <span>
 #include <utility>
 #include <vector>
 
-#include "orvexa/common/parallel.h"
+#include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/measures/components.h"
-#include "orvexa/model/measures/region_set.h"
+#include "orvexa/model/measures/component_pictures.h"
 #include "orvexa/model/measures/scan_conversion.h"
 #include "orvexa/model/measures/shape_measures.h"
 #include "orvexa/model/pictures/outlines.h"
@@ -52,7 +52,7 @@ class ConvexHullMask final : public MaskOperation {
   std::optional<Mask> compute(const ImageSource&, const Mask* current, const Value& params) override {
     const bool per_region = params.at("per_region").get<bool>();
     const Shape shape = current->shape();
-    const HullRows hulls(hulls_of(regions_of(*current, per_region)), shape.height);
+    const HullRows hulls(hulls_of(parts_of(*current, per_region)), shape.height);
     cv::Mat pixels(shape.height, shape.width, CV_8UC1);
     for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
       current->read_only().rowRange(y0, y1).copyTo(pixels.rowRange(y0, y1));
@@ -66,26 +66,33 @@ class ConvexHullMask final : public MaskOperation {
     return per_region && current->labels() ? mask.with_labels(grown_labels(*current, hulls)) : mask;
   }
 
-  [[nodiscard]] RegionSet regions_of(const Mask& mask, bool per_region) const {
-    if (!per_region) return RegionSet(mask, context()).joined();
-    if (mask.labels()) return RegionSet(mask, context());
-    const Components components = label_components(mask, 8, context());
-    auto labels = std::make_shared<RegionLabels>();
-    labels->image = components.label_image(context());
-    labels->names.resize(components.components.size());
-    return RegionSet(mask.with_labels(std::move(labels)), context());
+  [[nodiscard]] Components parts_of(const Mask& mask, bool per_region) const {
+    if (per_region && mask.labels()) return components_of_regions(mask, context());
+    Components parts = label_components(mask, 8, context());
+    return per_region ? parts : joined(std::move(parts));
   }
 
-  [[nodiscard]] std::vector<std::vector<PixelRow>> hulls_of(const RegionSet& regions) const {
-    const std::vector<Region>& all = regions.regions();
-    std::vector<std::vector<PixelRow>> hulls(all.size());
-    common::parallel_for(all.size(), [&](std::size_t k) {
-      context().check();
-      CornerHull hull = corner_hull(regions.crop(all[k], context()), context());
-      for (cv::Point& vertex : hull.vertices) vertex += cv::Point(all[k].box.x0, all[k].box.y0);
-      hulls[k] = rows_of_hull(hull.vertices);
-    });
-    return hulls;
+  /// All components as one.
+  [[nodiscard]] static Components joined(Components parts) {
+    if (parts.components.empty()) return parts;
+    Components::Component& whole = parts.components.front();
+    for (const Components::Component& part : std::span(parts.components).subspan(1)) {
+      whole.area += part.area;
+      whole.box = {std::min(whole.box.x0, part.box.x0), std::min(whole.box.y0, part.box.y0),
+                   std::max(whole.box.x1, part.box.x1), std::max(whole.box.y1, part.box.y1)};
+    }
+    parts.components.resize(1);
+    for (Components::Run& run : parts.runs) run.label = 1;
+    return parts;
+  }
+
+  [[nodiscard]] std::vector<std::vector<PixelRow>> hulls_of(const Components& parts) const {
+    return measure_components(parts, context(), std::vector<PixelRow>(),
+                              [&](const cv::Mat& picture, const Components::Component& part) {
+                                CornerHull hull = corner_hull(picture, context());
+                                for (cv::Point& vertex : hull.vertices) vertex += cv::Point(part.box.x0, part.box.y0);
+                                return rows_of_hull(hull.vertices);
+                              });
   }
 
   /// What a hull adds becomes part of its region; what was in the mask stays where it belongs.

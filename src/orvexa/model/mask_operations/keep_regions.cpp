@@ -2,17 +2,16 @@
 #include <cmath>
 #include <limits>
 #include <memory>
-#include <numeric>
-#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
-#include "orvexa/common/parallel.h"
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/units.h"
 #include "orvexa/model/measures/bands.h"
+#include "orvexa/model/measures/component_pictures.h"
 #include "orvexa/model/measures/shape_measures.h"
 #include "orvexa/model/pictures/outlines.h"
 
@@ -28,7 +27,7 @@ constexpr double undefined = std::numeric_limits<double>::quiet_NaN();
 Measures areas(const Components& components, double area_of_pixel) {
   Measures result;
   for (const Components::Component& component : components.components) {
-    result.push_back(double(component.area) * area_of_pixel);
+    result.push_back(component.area > 0 ? double(component.area) * area_of_pixel : undefined);
   }
   return result;
 }
@@ -82,62 +81,15 @@ Measures band_means(const Components& components, const Band& band, const RunCon
   return result;
 }
 
-/// The runs of all components, those of one component together and in raster order.
-class RunsByComponent {
- public:
-  explicit RunsByComponent(const Components& components) : _begin(components.components.size() + 1, 0) {
-    for (const Components::Run& run : components.runs) ++_begin[static_cast<std::size_t>(run.label)];
-    std::inclusive_scan(_begin.begin(), _begin.end(), _begin.begin());
-    std::vector<std::size_t> next = _begin;
-    _runs.resize(components.runs.size());
-    for (const Components::Run& run : components.runs) _runs[next[static_cast<std::size_t>(run.label - 1)]++] = run;
-  }
-  [[nodiscard]] std::span<const Components::Run> of(std::size_t component) const {
-    return std::span(_runs).subspan(_begin[component], _begin[component + 1] - _begin[component]);
-  }
-
- private:
-  std::vector<std::size_t> _begin;
-  std::vector<Components::Run> _runs;
-};
-
-/// A component alone, 0 and 255, as a picture of its box.
-cv::Mat picture_of(const PixelRect& box, std::span<const Components::Run> runs) {
-  cv::Mat picture = cv::Mat::zeros(box.y1 - box.y0, box.x1 - box.x0, CV_8UC1);
-  for (const Components::Run& run : runs) {
-    std::uint8_t* row = picture.ptr<std::uint8_t>(run.y - box.y0);
-    std::fill(row + (run.x0 - box.x0), row + (run.x1 - box.x0), std::uint8_t{255});
-  }
-  return picture;
-}
-
-/// @param measure  of a component with that many pixels as a picture of its box.
-Measures shapes(const Components& components,
-                double (*measure)(const cv::Mat& picture, double area, const RunContext& context),
-                const RunContext& context) {
-  constexpr std::size_t block = 64;
-  const std::size_t count = components.components.size();
-  const RunsByComponent runs(components);
-  Measures result(count);
-  common::parallel_for((count + block - 1) / block, [&](std::size_t i) {
-    for (std::size_t k = i * block; k < std::min(count, (i + 1) * block); ++k) {
-      context.check();
-      const Components::Component& component = components.components[k];
-      result[k] = measure(picture_of(component.box, runs.of(k)), double(component.area), context);
-    }
-  });
-  return result;
-}
-
 class KeepRegions final : public MaskOperation {
   void check(const Value& params) const override { check_limits("keep_regions", params, "min", "max"); }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const Components components = label_components(*current, 8, context());
+    const Components components = find_parts(get_display_name(), *current, params, context());
     const Measures measures = measured(source, components, params);
     const std::vector<char> is_kept = chosen(measures, params);
     if (wants_overlay) viz_overlay = kept_and_rejected(components, is_kept, context());
-    Mask mask(only_kept(*current, components, is_kept, context()));
+    Mask mask(only_kept(components, is_kept, context()));
     const auto kept = std::ranges::count(is_kept, char{1});
     if (kept == 0) note = "no_region: none of the mask's " + std::to_string(is_kept.size()) + " regions is kept";
     if (!params.at("make_regions").get<bool>()) return mask;
@@ -151,28 +103,11 @@ class KeepRegions final : public MaskOperation {
       const double side = pixel_length(get_display_name(), unit, source);
       return areas(components, side * side);
     }
-    if (by == "solidity") {
-      return shapes(
-          components,
-          [](const cv::Mat& picture, double area, const RunContext& run) {
-            return area / corner_hull(picture, run).area();
-          },
-          context());
-    }
-    if (by == "circularity") {
-      return shapes(
-          components,
-          [](const cv::Mat& picture, double area, const RunContext& run) {
-            const double perimeter = crofton_perimeter(picture, run);
-            return 4 * CV_PI * area / (perimeter * perimeter);
-          },
-          context());
-    }
-    if (by == "eccentricity") {
-      return shapes(
-          components,
-          [](const cv::Mat& picture, double, const RunContext& run) { return fit_ellipse(picture, run).eccentricity; },
-          context());
+    if (is_shape(by)) {
+      return measure_components(components, context(), undefined,
+                                [&](const cv::Mat& picture, const Components::Component& component) {
+                                  return shape_measure(by, picture, double(component.area));
+                                });
     }
     if (by == "distance_to_point") {
       const Value& point = params.at("point");
@@ -182,6 +117,15 @@ class KeepRegions final : public MaskOperation {
     const Band band = find_band(source, params.at("band").get<std::string>());
     chosen_bands["band"] = band.name;
     return band_means(components, band, context());
+  }
+
+  static bool is_shape(std::string_view by) { return by == "solidity" || by == "circularity" || by == "eccentricity"; }
+
+  [[nodiscard]] double shape_measure(std::string_view by, const cv::Mat& picture, double area) const {
+    if (by == "solidity") return area / corner_hull(picture, context()).area();
+    if (by == "eccentricity") return fit_ellipse(picture, context()).eccentricity;
+    const double perimeter = crofton_perimeter(picture, context());
+    return 4 * CV_PI * area / (perimeter * perimeter);
   }
 
   static std::vector<char> chosen(const Measures& measures, const Value& params) {
@@ -242,7 +186,10 @@ const MaskOperationInfo& keep_regions_info() {
       .category = "Shape of the mask",
       .summary = "Keeps the connected regions of the mask by a measure of each.",
       .description =
-          "The mask is split into 8-connected regions, numbered in raster order of their first pixel. A region is kept "
+          "The mask is split into 8-connected regions, numbered in raster order of their first pixel, or with of = "
+          "regions into those that an earlier step made, such as split_touching, in their order; pixels of no region "
+          "are "
+          "then removed. A region is kept "
           "when min <= measure <= max, where a limit without a value is none; with n above 0, of those only the n "
           "regions with the largest (or smallest) measure, of equal ones the smaller number first. Measures: area, in "
           "pixels or mm2; solidity, area / area of the convex hull of the pixels' corners; circularity, 4 pi area / "
@@ -299,6 +246,7 @@ const MaskOperationInfo& keep_regions_info() {
                       .help =
                           "The band for the measure band_mean; empty means the grey of the first colour image, else "
                           "the first image."},
+                     parts_parameter(),
                      {.name = "make_regions",
                       .type = ParameterType::boolean,
                       .default_value = false,

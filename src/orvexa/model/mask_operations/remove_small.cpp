@@ -20,7 +20,7 @@ class RemoveSmall final : public MaskOperation {
       is_kept.push_back(reaches(double(component.area) * area_of_pixel, min_area) ? 1 : 0);
     }
     if (wants_overlay) viz_overlay = kept_and_rejected(components, is_kept, context());
-    return Mask(only_kept(*current, components, is_kept, context()));
+    return Mask(only_kept(components, is_kept, context()));
   }
 };
 
