@@ -19,18 +19,15 @@ namespace {
 /// Heights are whole numbers of this part of a pixel, so that what only rounding makes higher is level.
 constexpr double steps_a_pixel = 256;
 
-/// Gaussian of a map of distances, cut off at 4 sigma, the border of the image repeated.
-cv::Mat smoothed(const cv::Mat& distances, double sigma, const RunContext& context) {
+/// The rows y0 to y1 - 1 of a map of distances after a Gaussian, cut off at 4 sigma, the border of the image repeated.
+cv::Mat smoothed_rows(const cv::Mat& distances, double sigma, int y0, int y1) {
   constexpr double truncation = 4;
   const int size = 2 * static_cast<int>(std::lround(truncation * sigma)) + 1;
-  if (size == 1) return distances;
-  cv::Mat result(distances.size(), CV_32FC1);
-  for_each_stripe(distances.rows, distances.cols, context, [&](int y0, int y1) {
-    // The filter looks at the rows above and below the stripe by itself.
-    cv::Mat rows = result.rowRange(y0, y1);
-    cv::GaussianBlur(distances.rowRange(y0, y1), rows, cv::Size(size, size), sigma, sigma, cv::BORDER_REPLICATE);
-  });
-  return result;
+  if (size == 1) return distances.rowRange(y0, y1);
+  // The filter looks at the rows above and below these by itself.
+  cv::Mat rows;
+  cv::GaussianBlur(distances.rowRange(y0, y1), rows, cv::Size(size, size), sigma, sigma, cv::BORDER_REPLICATE);
+  return rows;
 }
 
 class SplitTouching final : public MaskOperation {
@@ -51,22 +48,20 @@ class SplitTouching final : public MaskOperation {
   }
 
   [[nodiscard]] cv::Mat heights_of(const cv::Mat& mask, double sigma) const {
-    const std::optional<cv::Mat> squares = squared_distance_map(mask, context());
+    std::optional<cv::Mat> heights = squared_distance_map(mask, context());
     // A mask without a rim has no place that is farther from it than another.
-    if (!squares) return cv::Mat::zeros(mask.size(), CV_32SC1);
+    if (!heights) return cv::Mat::zeros(mask.size(), CV_32SC1);
     cv::Mat distances(mask.size(), CV_32FC1);
     for_each_stripe(mask.rows, mask.cols, context(), [&](int y0, int y1) {
       cv::Mat rows = distances.rowRange(y0, y1);
-      squares->rowRange(y0, y1).convertTo(rows, CV_32F);
+      heights->rowRange(y0, y1).convertTo(rows, CV_32F);
       cv::sqrt(rows, rows);
     });
-    const cv::Mat smooth = smoothed(distances, sigma, context());
-    cv::Mat heights(mask.size(), CV_32SC1);
     for_each_stripe(mask.rows, mask.cols, context(), [&](int y0, int y1) {
-      cv::Mat rows = heights.rowRange(y0, y1);
-      smooth.rowRange(y0, y1).convertTo(rows, CV_32S, steps_a_pixel);
+      cv::Mat rows = heights->rowRange(y0, y1);
+      smoothed_rows(distances, sigma, y0, y1).convertTo(rows, CV_32S, steps_a_pixel);
     });
-    return heights;
+    return *heights;
   }
 
   void draw(const Components& components, const cv::Mat& labels, const std::vector<cv::Point>& seeds) {
