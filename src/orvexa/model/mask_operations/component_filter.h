@@ -31,6 +31,10 @@ void paint_components(const Components& components, const std::vector<char>& is_
 [[nodiscard]] Components find_parts(std::string_view operation, const Mask& mask, const Value& params,
                                     const RunContext& context);
 
+/// What is left of a mask without the components that are not kept.
+/// @param components  of that mask
+[[nodiscard]] cv::Mat only_kept(const Mask& mask, const Components& components, const std::vector<char>& is_kept,
+                                const RunContext& context);
 /// A picture of the kept components alone, 0 and 255.
 [[nodiscard]] cv::Mat only_kept(const Components& components, const std::vector<char>& is_kept,
                                 const RunContext& context);
