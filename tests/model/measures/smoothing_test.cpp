@@ -260,9 +260,12 @@ TEST(MedianFilter, EqualsSortingWhereTilesMeetAndAtTheLargestRadius) {
   EXPECT_EQ(filtered(eight, {{"smooth", "median"}, {"smooth_radius", 100}}), sorted_median<std::uint8_t>(eight, 100));
 }
 
-TEST(MedianFilter, EqualsSortingWhereStripesOfTheLibraryMeet) {
-  const Image image = test::random_image<std::uint8_t>(7, 20, 65536, 1, 255.9);  // stripes of 4 rows, pieces of 4 or 6
-  EXPECT_EQ(filtered(image, {{"smooth", "median"}, {"smooth_radius", 3}}), sorted_median<std::uint8_t>(image, 3));
+TEST(MedianFilter, EqualsSortingWhereSquaresOfTheLibraryMeet) {
+  // Squares are 1024 pixels wide and high.
+  const Image wide = test::random_image<std::uint8_t>(7, 20, 2060, 1, 255.9);
+  EXPECT_EQ(filtered(wide, {{"smooth", "median"}, {"smooth_radius", 3}}), sorted_median<std::uint8_t>(wide, 3));
+  const Image high = test::random_image<std::uint8_t>(8, 1040, 9, 1, 255.9);
+  EXPECT_EQ(filtered(high, {{"smooth", "median"}, {"smooth_radius", 7}}), sorted_median<std::uint8_t>(high, 7));
 }
 
 TEST(MedianFilter, LeavesOutWhatIsNoNumber) {

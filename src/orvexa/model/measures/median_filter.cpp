@@ -4,6 +4,7 @@
 #include <bit>
 #include <cmath>
 #include <cstdint>
+#include <functional>
 #include <limits>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
@@ -14,9 +15,6 @@
 namespace orvexa::model {
 
 namespace {
-
-/// Side of the squares that are ranked and filtered one by one.
-constexpr int tile_side = 256;
 
 /// The rank of a pixel that does not count.
 constexpr std::uint32_t no_rank = std::numeric_limits<std::uint32_t>::max();
@@ -210,16 +208,23 @@ int rows_filtered_at_once(int radius) {
   return std::max(1, static_cast<int>(std::sqrt(2.0 * radius + 1)));
 }
 
-template <typename T>
-cv::Mat median_of_ranks(const cv::Mat& plane, int radius, const RunContext& context) {
-  cv::Mat result(plane.rows, plane.cols, plane.type());
-  const int across = (plane.cols + tile_side - 1) / tile_side;
-  const int down = (plane.rows + tile_side - 1) / tile_side;
+/// Squares of the plane, one after another or side by side.
+void for_each_square(const cv::Mat& plane, int side, const RunContext& context,
+                     const std::function<void(const cv::Rect& inside)>& filter) {
+  const int across = (plane.cols + side - 1) / side;
+  const int down = (plane.rows + side - 1) / side;
   common::parallel_for(static_cast<std::size_t>(across) * static_cast<std::size_t>(down), [&](std::size_t i) {
     context.check();
-    const int x = static_cast<int>(i) % across * tile_side;
-    const int y = static_cast<int>(i) / across * tile_side;
-    const cv::Rect inside = cv::Rect(x, y, tile_side, tile_side) & cv::Rect(0, 0, plane.cols, plane.rows);
+    const cv::Rect square(static_cast<int>(i) % across * side, static_cast<int>(i) / across * side, side, side);
+    filter(square & cv::Rect(0, 0, plane.cols, plane.rows));
+  });
+}
+
+template <typename T>
+cv::Mat median_of_ranks(const cv::Mat& plane, int radius, const RunContext& context) {
+  constexpr int side = 256;
+  cv::Mat result(plane.rows, plane.cols, plane.type());
+  for_each_square(plane, side, context, [&](const cv::Rect& inside) {
     const RankedTile<T> tile = ranked<T>(plane, inside, radius);
     context.check();
     TileMedian<T>(tile, radius, rows_filtered_at_once(radius)).filter(plane, result, context);
@@ -228,18 +233,16 @@ cv::Mat median_of_ranks(const cv::Mat& plane, int radius, const RunContext& cont
 }
 
 cv::Mat library_median(const cv::Mat& plane, int radius, const RunContext& context) {
+  // Each square is filtered with what its windows reach around it, so it should be much larger than those.
+  constexpr int side = 1024;
   cv::Mat result(plane.rows, plane.cols, plane.type());
-  // Each piece is filtered with the rows around it, so it should not be much lower than those.
-  const int height = std::max(stripe_height(plane.cols), 2 * radius);
-  const int pieces = (plane.rows + height - 1) / height;
-  common::parallel_for(static_cast<std::size_t>(pieces), [&](std::size_t piece) {
-    context.check();
-    const int y0 = static_cast<int>(piece) * height;
-    const int y1 = std::min(plane.rows, y0 + height);
-    const int above = std::max(0, y0 - radius);
+  for_each_square(plane, side, context, [&](const cv::Rect& inside) {
+    const cv::Rect seen =
+        cv::Rect(inside.x - radius, inside.y - radius, inside.width + 2 * radius, inside.height + 2 * radius) &
+        cv::Rect(0, 0, plane.cols, plane.rows);
     cv::Mat filtered;
-    cv::medianBlur(plane.rowRange(above, std::min(plane.rows, y1 + radius)), filtered, 2 * radius + 1);
-    filtered.rowRange(y0 - above, y1 - above).copyTo(result.rowRange(y0, y1));
+    cv::medianBlur(plane(seen), filtered, 2 * radius + 1);
+    filtered(inside - seen.tl()).copyTo(result(inside));
   });
   return result;
 }

@@ -27,7 +27,11 @@ std::vector<float> values_between(const cv::Mat& plane, const Mask* mask, double
     }
   });
   std::vector<float> all;
-  for (const std::vector<float>& values : found) all.insert(all.end(), values.begin(), values.end());
+  for (std::vector<float>& values : found) {
+    context.check();
+    all.insert(all.end(), values.begin(), values.end());
+    values = {};
+  }
   return all;
 }
 
@@ -51,7 +55,9 @@ double OrderedValues::at(std::int64_t place, const RunContext& context) const {
       values_between(_plane.read_only(), _mask, is_first ? _histogram.min : _histogram.level(bin - 1),
                      is_last ? _histogram.max : _histogram.level(bin), is_first, context);
   const auto wanted = values.begin() + static_cast<std::ptrdiff_t>(place - below);
+  context.check();
   std::nth_element(values.begin(), wanted, values.end());
+  context.check();
   return double(*wanted);
 }
 
