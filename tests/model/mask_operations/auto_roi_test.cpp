@@ -174,10 +174,10 @@ TEST(AutoRoi, ShowsChosenAndRejectedPartsAndTheRectangle) {
     const auto row = overlay.row<std::uint8_t>(y).subspan(static_cast<std::size_t>(x) * 3, 3);
     return std::vector<int>(row.begin(), row.end());
   };
-  EXPECT_THAT(color(1, 1), ElementsAre(0, 200, 0));
-  EXPECT_THAT(color(4, 5), ElementsAre(220, 40, 0));
-  EXPECT_THAT(color(0, 0), ElementsAre(255, 0, 255));
-  EXPECT_THAT(color(3, 3), ElementsAre(255, 0, 255));
+  EXPECT_THAT(color(1, 1), ElementsAre(0, 220, 0));
+  EXPECT_THAT(color(4, 5), ElementsAre(230, 30, 30));
+  EXPECT_THAT(color(0, 0), ElementsAre(255, 220, 0));
+  EXPECT_THAT(color(3, 3), ElementsAre(255, 220, 0));
   EXPECT_THAT(color(5, 0), ElementsAre(0, 0, 0));
 }
 

@@ -244,6 +244,9 @@ TEST_P(EveryMaskOperation, CarriesRegionsAndBoundsOn) {
   if (info.key == "auto_roi") {
     EXPECT_EQ(*result->bounds() & bounds, *result->bounds()) << "the rectangle that is found narrows the bounds";
   } else {
+  // An ellipse leaves out the corners of the image, a grid the margins of its cells, a found rectangle what is around
+  // it.
+  if (info.key != "roi_ellipse" && info.key != "roi_grid" && info.key != "auto_roi") {
     EXPECT_EQ(*result->bounds(), bounds) << "a rectangle of the whole image narrows no bounds";
   }
   EXPECT_EQ(*result & bounds, *result) << "nothing grows beyond the bounds";

@@ -1,7 +1,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <stdexcept>
 
@@ -17,15 +16,13 @@
 #include "orvexa/model/measures/smoothing.h"
 #include "orvexa/model/measures/spectral_indices.h"
 #include "orvexa/model/measures/statistics.h"
-#include "orvexa/model/pictures/viewing.h"
+#include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {
 
 namespace {
 
 constexpr const char* no_index = "none";
-constexpr std::array<std::uint8_t, 3> chosen_color{0, 200, 0};
-constexpr std::array<std::uint8_t, 3> rejected_color{220, 40, 0};
 
 bool is_index_wanted(const Value& params) {
   return params.at("index") != no_index;
@@ -182,7 +179,7 @@ class AutoRoi final : public MaskOperation {
       note =
           fmt::format("no_region: none of {} parts is large enough ({}), so the mask is empty", is_chosen.size(), note);
     }
-    viz_overlay = drawn(components, is_chosen, box);
+    if (wants_overlay) viz_overlay = drawn(components, is_chosen, box);
     cv::Mat pixels(components.shape.height, components.shape.width, CV_8UC1, cv::Scalar(0));
     pixels(cv_rect(box)).setTo(255);
     return Mask(std::move(pixels));
@@ -190,27 +187,13 @@ class AutoRoi final : public MaskOperation {
 
   [[nodiscard]] Image drawn(const Components& components, const std::vector<char>& is_chosen,
                             const PixelRect& box) const {
-    const Shape shape = components.shape;
-    cv::Mat picture(shape.height, shape.width, CV_8UC3);
-    const auto fill = [&](int y, int x0, int x1, const std::array<std::uint8_t, 3>& color) {
-      std::uint8_t* row = picture.ptr<std::uint8_t>(y);
-      for (int x = x0; x < x1; ++x) std::copy(color.begin(), color.end(), row + std::ptrdiff_t{3} * x);
-    };
-    for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
-      picture.rowRange(y0, y1).setTo(cv::Scalar::all(0));
-      for (const Components::Run& run : components.runs_of_rows(y0, y1)) {
-        const bool is_kept = is_chosen[static_cast<std::size_t>(run.label - 1)] != 0;
-        fill(run.y, run.x0, run.x1, is_kept ? chosen_color : rejected_color);
-      }
-    });
-    if (box.is_empty()) return Image(std::move(picture));
-    fill(box.y0, box.x0, box.x1, overlay_tint);
-    fill(box.y1 - 1, box.x0, box.x1, overlay_tint);
-    for (int y = box.y0; y < box.y1; ++y) {
-      fill(y, box.x0, box.x0 + 1, overlay_tint);
-      fill(y, box.x1 - 1, box.x1, overlay_tint);
-    }
-    return Image(std::move(picture));
+    std::vector<Pen> pens;
+    pens.reserve(is_chosen.size());
+    for (const char chosen_part : is_chosen) pens.push_back(chosen_part != 0 ? Pen::kept : Pen::rejected);
+    LineDrawing drawing(components.shape);
+    drawing.outline(components, pens, context());
+    drawing.outline(box, Pen::divided);
+    return drawing.finished(context());
   }
 };
 
@@ -293,7 +276,7 @@ const MaskOperationInfo& auto_roi_info() {
               "order, or of all parts together (union, border_background) is widened by padding, rounded to pixels and "
               "cut off at the image's border; everything inside is kept. Values without contrast give an empty mask "
               "with the note no_contrast, no part that counts one with the note no_region. The overlay shows chosen "
-              "parts in green, the others in red and the rectangle in magenta. Pixels that are not a number belong to "
+              "parts in green, the others in red and the rectangle in yellow. Pixels that are not a number belong to "
               "no part. Steps that grow a mask stay inside the rectangle. ") +
           smoothing_text(),
       .source =
