@@ -104,7 +104,8 @@ struct Sums {
   [[nodiscard]] WindowMoments moments(double step) const {
     if (n == 0) return {undefined, undefined};
     // The whole part apart, so that the mean of equal values is that value.
-    const double mean = double(sum / n) + double(sum % n) / double(n);
+    const std::int64_t whole = sum / n;
+    const double mean = double(whole) + double(sum % n) / double(n);
     const Wide spread = Wide{n} * Wide{squares} - Wide{sum} * Wide{sum};
     return {mean * step, std::sqrt(double(spread)) / double(n) * step};
   }
