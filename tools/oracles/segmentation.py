@@ -153,6 +153,13 @@ def region_grow(op):
                 op.mask_case(f"{name}{title}_running_mean", images, followed,
                              params={"points": points, "tolerance": 0.06, "mode": "running_mean"}, mask=incoming,
                              white=declared)
+    noisy = np.clip(sixteen + np.random.default_rng(75).normal(0, 2500, sixteen.shape), 0, 65535).astype(np.uint16)
+    filtered = gaussian_filter(noisy.astype(np.float64), 2.0, truncate=4, mode="nearest")
+    tolerance = 0.1203 * 50000
+    assert np.abs(np.abs(filtered - filtered[30, 40]) - tolerance).min() > 0.1
+    op.mask_case("behind_a_filter", {"GRY.GRY": noisy}, flood(filtered, (30, 40), connectivity=2, tolerance=tolerance),
+                 params={"points": [point_of(noisy.shape, 40, 30)], "tolerance": 0.1203, "smooth": "gaussian",
+                         "smooth_sigma": 2.0}, white={"GRY": 50000})
     coins = real("images/coins.png")
     grown = flood(coins.pixels.astype(float), (150, 200), connectivity=2, tolerance=40)
     op.mask_case("real", {"GRY.GRY": coins}, grown,

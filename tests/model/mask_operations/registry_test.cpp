@@ -286,6 +286,7 @@ TEST(MaskRegistry, HasEachKeyOnceAndInTheOrderOfTheMenus) {
       "threshold_color_distance",
       "threshold_index",
       "cluster_kmeans",
+      "region_grow",
       "grabcut",
       "erode",
       "dilate",

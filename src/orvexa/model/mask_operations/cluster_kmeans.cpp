@@ -149,7 +149,8 @@ class ClusterKmeans final : public MaskOperation {
     const cv::Mat labels = assigned_labels(space, current, clusters.centres, counts);
     const std::vector<char> is_kept = kept_clusters(space, clusters.centres, counts, params);
     describe(clusters, counts, is_kept, static_cast<std::int64_t>(points.size()));
-    return draw(labels, is_kept, shape, params);
+    if (wants_overlay) draw_overlay(labels, params);
+    return kept_pixels(labels, is_kept);
   }
 
   [[nodiscard]] PointList fitted_points(const FeatureSpace& space, const Mask* mask, std::int64_t wanted,
@@ -266,33 +267,40 @@ class ClusterKmeans final : public MaskOperation {
     if (fitted < n) note += fmt::format("; centres fitted to {} of {} pixels", fitted, n);
   }
 
-  Mask draw(const cv::Mat& labels, const std::vector<char>& is_kept, const Shape& shape, const Value& params) {
-    cv::Mat pixels(shape.height, shape.width, CV_8UC1);
-    cv::Mat overlay(shape.height, shape.width, CV_8UC3);
-    for_each_stripe(shape.height, shape.width, context(), [&](int y0, int y1) {
-      overlay.rowRange(y0, y1).setTo(0);
+  [[nodiscard]] Mask kept_pixels(const cv::Mat& labels, const std::vector<char>& is_kept) const {
+    cv::Mat pixels(labels.rows, labels.cols, CV_8UC1);
+    for_each_stripe(labels.rows, labels.cols, context(), [&](int y0, int y1) {
       for (int y = y0; y < y1; ++y) {
         const std::uint8_t* label = labels.ptr<std::uint8_t>(y);
         std::uint8_t* out = pixels.ptr<std::uint8_t>(y);
+        for (int x = 0; x < labels.cols; ++x) {
+          out[x] = label[x] != 0 && is_kept[static_cast<std::size_t>(label[x] - 1)] != 0 ? 255 : 0;
+        }
+      }
+    });
+    return Mask(std::move(pixels));
+  }
+
+  void draw_overlay(const cv::Mat& labels, const Value& params) {
+    cv::Mat overlay(labels.rows, labels.cols, CV_8UC3);
+    for_each_stripe(labels.rows, labels.cols, context(), [&](int y0, int y1) {
+      overlay.rowRange(y0, y1).setTo(0);
+      for (int y = y0; y < y1; ++y) {
+        const std::uint8_t* label = labels.ptr<std::uint8_t>(y);
         std::uint8_t* rgb = overlay.ptr<std::uint8_t>(y);
-        for (int x = 0; x < shape.width; ++x) {
-          out[x] = 0;
-          if (label[x] == 0) continue;
-          const auto cluster = static_cast<std::size_t>(label[x] - 1);
-          if (is_kept[cluster] != 0) out[x] = 255;
-          std::ranges::copy(part_color(cluster), rgb + 3 * x);
+        for (int x = 0; x < labels.cols; ++x) {
+          if (label[x] != 0) std::ranges::copy(part_color(static_cast<std::size_t>(label[x] - 1)), rgb + 3 * x);
         }
       }
     });
     if (params.at("keep") == "points") {
       std::vector<PixelPoint> picked;
       for (const Value& point : params.at("points")) {
-        picked.push_back(pixel_of({point.at(0).get<double>(), point.at(1).get<double>()}, shape.height, shape.width));
+        picked.push_back(pixel_of({point.at(0).get<double>(), point.at(1).get<double>()}, labels.rows, labels.cols));
       }
       draw_markers(overlay, picked);
     }
     viz_overlay = Image(std::move(overlay));
-    return Mask(std::move(pixels));
   }
 };
 

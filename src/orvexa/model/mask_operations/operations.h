@@ -25,6 +25,7 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& threshold_color_distance_info();
 [[nodiscard]] const MaskOperationInfo& threshold_index_info();
 [[nodiscard]] const MaskOperationInfo& cluster_kmeans_info();
+[[nodiscard]] const MaskOperationInfo& region_grow_info();
 [[nodiscard]] const MaskOperationInfo& grabcut_info();
 [[nodiscard]] const MaskOperationInfo& erode_info();
 [[nodiscard]] const MaskOperationInfo& dilate_info();

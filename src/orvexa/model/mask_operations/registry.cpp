@@ -35,6 +35,7 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &threshold_color_distance_info(),
       &threshold_index_info(),
       &cluster_kmeans_info(),
+      &region_grow_info(),
       &grabcut_info(),
       &erode_info(),
       &dilate_info(),

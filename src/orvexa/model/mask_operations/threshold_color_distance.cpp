@@ -91,6 +91,7 @@ class ThresholdColorDistance final : public MaskOperation {
       references.push_back(picked_color(colors, point, params.at("radius").get<int>()));
       picked.push_back(pixel_of({point.at(0).get<double>(), point.at(1).get<double>()}, height, width));
     }
+    if (!wants_overlay) return references;
     cv::Mat overlay = cv::Mat::zeros(height, width, CV_8UC3);
     draw_markers(overlay, picked);
     viz_overlay = Image(std::move(overlay));
