@@ -39,12 +39,12 @@ def clusters_of(features, k, brightness):
 @operation("mask", "cluster_kmeans", oracle="cv2.kmeans with 30 attempts, its labels",
            convention="steps in 32-bit float are brought to their end in 64-bit float by numpy")
 def cluster_kmeans(op):
-    def add(name, images, features, inside, k, brightness, params, white=None):
+    def add(name, images, features, inside, k, brightness, params, white=None, starts=30):
         labels, _ = clusters_of(features[inside], k, brightness)
         whole = np.full(inside.shape, -1)
         whole[inside] = labels
         mask = None if inside.all() else inside
-        params = params | {"k": k, "starts": 30, "fit_pixels": 1000000}
+        params = params | {"k": k, "starts": starts, "fit_pixels": 1000000}
         op.mask_case(f"{name}_brightest", images, whole == k - 1, params=params, mask=mask, white=white)
         largest = np.bincount(labels).argmax()
         op.mask_case(f"{name}_largest", images, whole == largest, params=params | {"keep": "largest"}, mask=mask,
@@ -75,7 +75,7 @@ def cluster_kmeans(op):
     add("colours", {"CLR.RGB": rgb}, lab_of(rgb / 255), everything, 5, lambda centres: centres[:, 0], {"space": "lab"})
     coffee = real("images/coffee.png")
     add("real_colours", {"CLR.RGB": coffee}, lab_of(coffee.pixels / 255), np.ones((400, 600), bool), 3,
-        lambda centres: centres[:, 0], {"space": "lab"})
+        lambda centres: centres[:, 0], {"space": "lab"}, starts=2)
 
 
 # ---- region_grow ----
