@@ -58,7 +58,7 @@ TEST(RegionSet, KnowsTheRunsOfEachRegionInRasterOrder) {
   const RegionSet set(test::mask_of_regions({"112", "121", "#.1"}, 3));
   const auto texts = [&](const Region& region) {
     std::vector<std::string> all;
-    for (const RegionRun& run : set.runs(region)) {
+    for (const PixelRun& run : set.runs(region)) {
       all.push_back(std::to_string(run.y) + ":" + std::to_string(run.x0) + "-" + std::to_string(run.x1));
     }
     return all;
@@ -79,7 +79,7 @@ TEST(RegionSet, RunsCoverExactlyTheRegionWithAnyNumberOfThreads) {
     cv::Mat painted = cv::Mat::zeros(700, 900, CV_32SC1);
     for (const Region& region : set.regions()) {
       std::int64_t area = 0;
-      for (const RegionRun& run : set.runs(region)) {
+      for (const PixelRun& run : set.runs(region)) {
         area += run.x1 - run.x0;
         painted.row(run.y).colRange(run.x0, run.x1) = cv::Scalar(region.label);
       }

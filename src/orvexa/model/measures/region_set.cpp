@@ -26,7 +26,7 @@ struct Extent {
 };
 
 struct LabelledRun {
-  RegionRun run;
+  PixelRun run;
   std::int32_t label = 0;
 };
 
@@ -107,11 +107,16 @@ RegionSet RegionSet::joined() const {
   return one;
 }
 
-std::span<const RegionRun> RegionSet::runs(const Region& region) const {
+std::span<const PixelRun> RegionSet::runs(const Region& region) const {
   if (!_runs || region.label == 0) return {};
   const auto index = static_cast<std::size_t>(region.label) - 1;
   const std::size_t begin = _runs->begin[index];
   return std::span(_runs->runs).subspan(begin, _runs->begin[index + 1] - begin);
+}
+
+PixelRows RegionSet::rows(const Region& region) const {
+  if (region.label > 0 && _runs) return {runs(region), {region.box.x0, region.box.y0}};
+  return region.area == 0 ? cv::Mat() : crop(region);
 }
 
 cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {
@@ -119,11 +124,11 @@ cv::Mat RegionSet::crop(const Region& region, const RunContext& context) const {
   const cv::Rect box(region.box.x0, region.box.y0, region.box.x1 - region.box.x0, region.box.y1 - region.box.y0);
   if (region.label == 0 || !_labels) return _mask.read_only()(box);
   cv::Mat alone(box.size(), CV_8UC1);
-  const std::span<const RegionRun> own = runs(region);
+  const std::span<const PixelRun> own = runs(region);
   for_each_stripe(box.height, box.width, context, [&](int y0, int y1) {
     alone.rowRange(y0, y1).setTo(0);
     auto run =
-        std::lower_bound(own.begin(), own.end(), box.y + y0, [](const RegionRun& one, int y) { return one.y < y; });
+        std::lower_bound(own.begin(), own.end(), box.y + y0, [](const PixelRun& one, int y) { return one.y < y; });
     for (; run != own.end() && run->y < box.y + y1; ++run) {
       std::memset(alone.ptr<std::uint8_t>(run->y - box.y) + (run->x0 - box.x), 255,
                   static_cast<std::size_t>(run->x1 - run->x0));

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "orvexa/model/mask.h"
+#include "orvexa/model/measures/pixel_rows.h"
 #include "orvexa/model/pick_geometry.h"
 #include "orvexa/model/run_context.h"
 
@@ -18,13 +19,6 @@ struct Region {
   int label = 0;          ///< 1.. ; 0 for the whole mask
   std::int64_t area = 0;  ///< pixels
   PixelRect box;          ///< tight box of its pixels; empty when it has none
-};
-
-/// Pixels [x0, x1) of row y, in coordinates of the full frame.
-struct RegionRun {
-  int y = 0;
-  int x0 = 0;
-  int x1 = 0;
 };
 
 /// The regions of a final mask, made in one pass: what every result operation works on. Where no operation made
@@ -49,8 +43,10 @@ class RegionSet {
     if (!_labels) return {};
     return {_labels->image.ptr<std::int32_t>(y), static_cast<std::size_t>(shape().width)};
   }
-  /// The pixels of a region of `regions()` in raster order; empty when nobody made regions.
-  [[nodiscard]] std::span<const RegionRun> runs(const Region& region) const;
+  /// The pixels of a region of `regions()` in raster order, in the full frame; empty when nobody made regions.
+  [[nodiscard]] std::span<const PixelRun> runs(const Region& region) const;
+  /// The pixels of the whole mask or of a region, with the upper left of its box as (0, 0).
+  [[nodiscard]] PixelRows rows(const Region& region) const;
   /// The region alone as a 0/255 picture of its box (for shape measures); an empty Mat when it has no pixel. It may
   /// share the mask's pixels and is not to be written to.
   [[nodiscard]] cv::Mat crop(const Region& region, const RunContext& context = {}) const;
@@ -62,7 +58,7 @@ class RegionSet {
   std::shared_ptr<const RegionLabels> _labels;
   /// The runs of all regions, one region after the other, and where those of each begin.
   struct Runs {
-    std::vector<RegionRun> runs;
+    std::vector<PixelRun> runs;
     std::vector<std::size_t> begin;
   };
   std::shared_ptr<const Runs> _runs;

@@ -15,21 +15,6 @@ namespace orvexa::model {
 
 namespace {
 
-/// Calls `run(x0, x1)` for each run of set pixels of a row.
-template <typename Run>
-void for_each_run(const std::uint8_t* row, int width, Run run) {
-  const std::uint8_t* const end = row + width;
-  const std::uint8_t* at = row;
-  while (at < end) {
-    at = static_cast<const std::uint8_t*>(std::memchr(at, 255, static_cast<std::size_t>(end - at)));
-    if (at == nullptr) return;
-    const auto* stop = static_cast<const std::uint8_t*>(std::memchr(at, 0, static_cast<std::size_t>(end - at)));
-    if (stop == nullptr) stop = end;
-    run(static_cast<int>(at - row), static_cast<int>(stop - row));
-    at = stop;
-  }
-}
-
 std::int64_t cross(cv::Point origin, cv::Point a, cv::Point b) {
   return std::int64_t{a.x - origin.x} * (b.y - origin.y) - std::int64_t{a.y - origin.y} * (b.x - origin.x);
 }
@@ -154,16 +139,13 @@ struct FirstMoments {
   std::int64_t y = 0;
 };
 
-FirstMoments first_moments(const cv::Mat& picture, const RunContext& context) {
+FirstMoments first_moments(const PixelRows& pixels, const RunContext& context) {
   FirstMoments sums;
-  for (int y = 0; y < picture.rows; ++y) {
-    context.check();
-    for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
-      sums.n += x1 - x0;
-      sums.x += sum_of_numbers(x1) - sum_of_numbers(x0);
-      sums.y += std::int64_t{x1 - x0} * y;
-    });
-  }
+  pixels.for_each_run(context, [&](int y, int x0, int x1) {
+    sums.n += x1 - x0;
+    sums.x += sum_of_numbers(x1) - sum_of_numbers(x0);
+    sums.y += std::int64_t{x1 - x0} * y;
+  });
   if (sums.n == 0) throw std::invalid_argument("A set without pixels has no shape.");
   return sums;
 }
@@ -175,27 +157,20 @@ struct Moments {
 };
 
 /// About the whole pixel at (near_x, near_y).
-Moments moments_about(const cv::Mat& picture, std::int64_t near_x, std::int64_t near_y, const RunContext& context) {
+Moments moments_about(const PixelRows& pixels, std::int64_t near_x, std::int64_t near_y, const RunContext& context) {
   Moments sums;
-  for (int y = 0; y < picture.rows; ++y) {
-    context.check();
-    std::array<std::int64_t, 3> row{};
-    double cubes = 0;
-    for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
-      const std::int64_t a = x0 - near_x;
-      const std::int64_t b = x1 - near_x;
-      row[0] += b - a;
-      row[1] += sum_of_numbers(b) - sum_of_numbers(a);
-      row[2] += sum_of_squares(b) - sum_of_squares(a);
-      cubes += sum_of_cubes(b) - sum_of_cubes(a);
-    });
+  pixels.for_each_run(context, [&](int y, int x0, int x1) {
+    const std::int64_t a = x0 - near_x;
+    const std::int64_t b = x1 - near_x;
+    const std::array<double, 4> powers{
+        static_cast<double>(b - a), static_cast<double>(sum_of_numbers(b) - sum_of_numbers(a)),
+        static_cast<double>(sum_of_squares(b) - sum_of_squares(a)), sum_of_cubes(b) - sum_of_cubes(a)};
     const auto v = static_cast<double>(y - near_y);
-    for (std::size_t p = 0; p < row.size(); ++p) {
-      double power = 1;
-      for (std::size_t q = 0; p + q <= 3; ++q, power *= v) sums(p, q) += static_cast<double>(row.at(p)) * power;
+    for (std::size_t p = 0; p < powers.size(); ++p) {
+      double power = powers.at(p);
+      for (std::size_t q = 0; p + q < powers.size(); ++q, power *= v) sums(p, q) += power;
     }
-    sums(3, 0) += cubes;
-  }
+  });
   return sums;
 }
 
@@ -302,31 +277,34 @@ double chain_perimeter(const cv::Mat& picture, const RunContext& context) {
          static_cast<double>(counts[3]) * (1 + std::numbers::sqrt2) / 2;
 }
 
-CornerHull corner_hull(const cv::Mat& picture, const RunContext& context) {
+CornerHull corner_hull(const PixelRows& pixels, const RunContext& context) {
   // On the line between two rows of pixels only the outermost corners of the pixels that touch it can be on the hull.
   std::vector<cv::Point> left;
   std::vector<cv::Point> right;
   const auto add = [&](int y, int x0, int x1) {
-    if (!left.empty() && left.back().y == y) {
-      left.back().x = std::min(left.back().x, x0);
-      right.back().x = std::max(right.back().x, x1);
-    } else {
+    if (left.empty() || left.back().y < y) {
       left.emplace_back(x0, y);
       right.emplace_back(x1, y);
+    } else {
+      left.back().x = std::min(left.back().x, x0);
+      right.back().x = std::max(right.back().x, x1);
     }
   };
-  for (int y = 0; y < picture.rows; ++y) {
-    context.check();
-    int first = picture.cols;
-    int last = -1;
-    for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
-      first = std::min(first, x0);
-      last = x1;
-    });
-    if (last < 0) continue;
-    add(y, first, last);
-    add(y + 1, first, last);
-  }
+  PixelRun row{-1, 0, 0};  // the row that is being read, from its first pixel to its last
+  const auto add_row = [&] {
+    if (row.x1 == 0) return;
+    add(row.y, row.x0, row.x1);
+    add(row.y + 1, row.x0, row.x1);
+  };
+  pixels.for_each_run(context, [&](int y, int x0, int x1) {
+    if (y == row.y) {
+      row.x1 = x1;
+      return;
+    }
+    add_row();
+    row = {y, x0, x1};
+  });
+  add_row();
   CornerHull hull;
   if (left.empty()) return hull;
   // Down the left side, then up the right side; a vertex that is not a left turn (y points down) is not on the hull.
@@ -466,28 +444,23 @@ double CornerHull::min_feret() const {
   return vertices.empty() ? 0 : least_feret().length;
 }
 
-EllipseFit fit_ellipse(const cv::Mat& picture, const RunContext& context) {
+EllipseFit fit_ellipse(const PixelRows& pixels, const RunContext& context) {
   std::int64_t n = 0;
   std::int64_t sum_x = 0;
   std::int64_t sum_y = 0;
   std::int64_t sum_xx = 0;
   std::int64_t sum_yy = 0;
   std::int64_t sum_xy = 0;
-  for (int y = 0; y < picture.rows; ++y) {
-    context.check();
-    std::int64_t row_n = 0;
-    std::int64_t row_x = 0;
-    for_each_run(picture.ptr<std::uint8_t>(y), picture.cols, [&](int x0, int x1) {
-      row_n += x1 - x0;
-      row_x += sum_of_numbers(x1) - sum_of_numbers(x0);
-      sum_xx += sum_of_squares(x1) - sum_of_squares(x0);
-    });
-    n += row_n;
-    sum_x += row_x;
-    sum_y += row_n * y;
-    sum_yy += row_n * y * y;
-    sum_xy += row_x * y;
-  }
+  pixels.for_each_run(context, [&](int y, int x0, int x1) {
+    const std::int64_t run_n = x1 - x0;
+    const std::int64_t run_x = sum_of_numbers(x1) - sum_of_numbers(x0);
+    n += run_n;
+    sum_x += run_x;
+    sum_y += run_n * y;
+    sum_xx += sum_of_squares(x1) - sum_of_squares(x0);
+    sum_yy += run_n * y * y;
+    sum_xy += run_x * y;
+  });
   if (n == 0) throw std::invalid_argument("A set without pixels has no shape.");
   const auto count = static_cast<double>(n);
   // About the whole pixel nearest to the centroid, where the sums are still whole numbers and nothing cancels.
@@ -519,13 +492,13 @@ EllipseFit fit_ellipse(const cv::Mat& picture, const RunContext& context) {
   return fit;
 }
 
-std::array<double, 7> hu_moments(const cv::Mat& picture, const RunContext& context) {
-  const FirstMoments first = first_moments(picture, context);
+std::array<double, 7> hu_moments(const PixelRows& pixels, const RunContext& context) {
+  const FirstMoments first = first_moments(pixels, context);
   const std::int64_t near_x = (first.x + first.n / 2) / first.n;
   const std::int64_t near_y = (first.y + first.n / 2) / first.n;
   const auto n = static_cast<double>(first.n);
   Moments mu =
-      central(moments_about(picture, near_x, near_y, context), static_cast<double>(first.x - near_x * first.n) / n,
+      central(moments_about(pixels, near_x, near_y, context), static_cast<double>(first.x - near_x * first.n) / n,
               static_cast<double>(first.y - near_y * first.n) / n);
   const double second = n * n;
   const double third = second * std::sqrt(n);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "orvexa/model/measures/pixel_rows.h"
 #include "orvexa/model/run_context.h"
 
 namespace orvexa::model {
@@ -90,7 +91,7 @@ struct CornerHull {
 };
 /// Source of the construction: A. M. Andrew, Another efficient algorithm for convex hulls in two dimensions,
 /// Information Processing Letters 9(5), 1979, 216-219.
-[[nodiscard]] CornerHull corner_hull(const cv::Mat& picture, const RunContext& context = {});
+[[nodiscard]] CornerHull corner_hull(const PixelRows& pixels, const RunContext& context = {});
 
 /// Centroid and the ellipse with equal second moments.
 struct EllipseFit {
@@ -105,13 +106,13 @@ struct EllipseFit {
 /// Source: M.-K. Hu, Visual pattern recognition by moment invariants, IRE Trans. Information Theory 8(2), 1962,
 /// 179-187.
 /// @throws std::invalid_argument when no pixel is set.
-[[nodiscard]] EllipseFit fit_ellipse(const cv::Mat& picture, const RunContext& context = {});
+[[nodiscard]] EllipseFit fit_ellipse(const PixelRows& pixels, const RunContext& context = {});
 
 /// The seven invariants of Hu of the pixels' centres, from central moments normalised by the area. They do not depend
 /// on position or, but for the grid of pixels, on size and direction; the seventh changes its sign in a mirror. Source:
 /// M.-K. Hu, 1962, as above.
 /// @throws std::invalid_argument when no pixel is set.
-[[nodiscard]] std::array<double, 7> hu_moments(const cv::Mat& picture, const RunContext& context = {});
+[[nodiscard]] std::array<double, 7> hu_moments(const PixelRows& pixels, const RunContext& context = {});
 
 /// How well the set agrees with its mirror pictures.
 struct MirrorAgreement {

@@ -36,6 +36,9 @@ class ShapePicture {
   [[nodiscard]] ResultImage take() &&;
 
  private:
+  /// The pixels whose centres lie between two positions of a row.
+  void fill_row(int y, double from, double to, const Color& color);
+
   cv::Mat _pixels;
   int _thickness;
 };

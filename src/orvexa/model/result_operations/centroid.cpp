@@ -128,7 +128,7 @@ OperationResult Centroid::compute(const CaptureSet& capture, const RegionSet& re
     weighted->add_units(result, scale);
   }
   const std::vector<EllipseFit> fits =
-      measure_pictures(regions, context(), [&](const cv::Mat& picture) { return fit_ellipse(picture, context()); });
+      measure_rows(regions, context(), [&](const PixelRows& rows) { return fit_ellipse(rows, context()); });
   write_filled_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
     const EllipseFit& fit = measured_of(fits, index);
     const Place place{region.box.x0 + fit.centroid_x, region.box.y0 + fit.centroid_y};

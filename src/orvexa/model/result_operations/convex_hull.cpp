@@ -12,8 +12,8 @@ class ConvexHull final : public ResultOperation {
 };
 
 OperationResult ConvexHull::compute(const CaptureSet& capture, const RegionSet& regions, const Value&) {
-  const std::vector<double> areas = measure_pictures(
-      regions, context(), [&](const cv::Mat& picture) { return corner_hull(picture, context()).area(); });
+  const std::vector<double> areas =
+      measure_rows(regions, context(), [&](const PixelRows& rows) { return corner_hull(rows, context()).area(); });
   const std::optional<double> scale = capture.millimetres_per_pixel();
 
   OperationResult result;

@@ -13,7 +13,7 @@ class EllipseOperation final : public ResultOperation {
 
 OperationResult EllipseOperation::compute(const CaptureSet& capture, const RegionSet& regions, const Value&) {
   const std::vector<EllipseFit> fits =
-      measure_pictures(regions, context(), [&](const cv::Mat& picture) { return fit_ellipse(picture, context()); });
+      measure_rows(regions, context(), [&](const PixelRows& rows) { return fit_ellipse(rows, context()); });
   const std::optional<double> scale = capture.millimetres_per_pixel();
 
   OperationResult result;

@@ -42,8 +42,8 @@ ResultImage picture_of(const CaptureSet& capture, const RegionSet& regions, cons
 }
 
 OperationResult Enclosing::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
-  const std::vector<Shapes> shapes = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    const CornerHull hull = corner_hull(picture, context());
+  const std::vector<Shapes> shapes = measure_rows(regions, context(), [&](const PixelRows& rows) {
+    const CornerHull hull = corner_hull(rows, context());
     return Shapes{hull.least_rectangle(), hull.least_circle()};
   });
   const std::optional<double> scale = capture.millimetres_per_pixel();

@@ -25,8 +25,8 @@ constexpr std::array<std::uint8_t, 3> greatest_color{255, 255, 0};
 constexpr std::array<std::uint8_t, 3> least_color{0, 255, 255};
 
 OperationResult Feret::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
-  const std::vector<Diameters> diameters = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    const CornerHull hull = corner_hull(picture, context());
+  const std::vector<Diameters> diameters = measure_rows(regions, context(), [&](const PixelRows& rows) {
+    const CornerHull hull = corner_hull(rows, context());
     return Diameters{hull.greatest_feret(), hull.least_feret()};
   });
   const std::optional<double> scale = capture.millimetres_per_pixel();

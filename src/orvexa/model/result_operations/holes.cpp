@@ -31,8 +31,10 @@ class Holes final : public ResultOperation {
 };
 
 OperationResult Holes::compute(const CaptureSet& capture, const RegionSet& regions, const Value&) {
-  const std::vector<Topology> topologies =
-      measure_pictures(regions, context(), [&](const cv::Mat& picture) { return topology_of(picture, context()); });
+  const std::vector<Topology> topologies = measure_regions(regions, context(), [&](const Region& region) {
+    if (is_one_run_a_row(regions.runs(region))) return Topology{.parts = 1, .holes = 0, .hole_area = 0};
+    return topology_of(regions.crop(region, context()), context());
+  });
   const std::optional<double> scale = capture.millimetres_per_pixel();
 
   OperationResult result;

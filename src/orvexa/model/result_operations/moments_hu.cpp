@@ -15,7 +15,7 @@ class MomentsHu final : public ResultOperation {
 
 OperationResult MomentsHu::compute(const CaptureSet&, const RegionSet& regions, const Value&) {
   const std::vector<std::array<double, 7>> moments =
-      measure_pictures(regions, context(), [&](const cv::Mat& picture) { return hu_moments(picture, context()); });
+      measure_rows(regions, context(), [&](const PixelRows& rows) { return hu_moments(rows, context()); });
 
   static const std::array<std::string, 7> names{"hu_1", "hu_2", "hu_3", "hu_4", "hu_5", "hu_6", "hu_7"};
   OperationResult result;

@@ -60,7 +60,7 @@ std::vector<Neighbours> find_neighbours(const RegionSet& regions, double radius,
   common::parallel_for(all.size(), [&](std::size_t k) {
     context.check();
     if (all[k].area == 0) return;
-    const EllipseFit fit = fit_ellipse(regions.crop(all[k], context), context);
+    const EllipseFit fit = fit_ellipse(regions.rows(all[k]), context);
     centroids[k] = {all[k].box.x0 + fit.centroid_x, all[k].box.y0 + fit.centroid_y, static_cast<std::uint32_t>(k)};
     borders[k] = border_of(regions, k, context);
   });

@@ -20,13 +20,16 @@ Found parts_of(Components components, std::int64_t min_area) {
   return std::move(components.components);
 }
 
-/// The parts of a region alone, from its runs.
-Components label_components(const RegionSet& regions, const Region& region, const RunContext& context) {
+/// How many parts of a region alone are large enough, from its runs.
+std::size_t count_parts(const RegionSet& regions, const Region& region, std::int64_t min_area,
+                        const RunContext& context) {
+  const std::span<const PixelRun> own = regions.runs(region);
+  if (is_one_run_a_row(own)) return region.area >= min_area ? 1 : 0;
   std::vector<Components::Run> runs;
-  const std::span<const RegionRun> own = regions.runs(region);
   runs.reserve(own.size());
-  for (const RegionRun& run : own) runs.push_back({run.y - region.box.y0, run.x0, run.x1, 0});
-  return label_runs({region.box.y1 - region.box.y0, regions.shape().width}, std::move(runs), 8, context);
+  for (const PixelRun& run : own) runs.push_back({run.y - region.box.y0, run.x0, run.x1, 0});
+  const Shape shape{region.box.y1 - region.box.y0, regions.shape().width};
+  return parts_of(label_runs(shape, std::move(runs), 8, context), min_area).size();
 }
 
 class RegionCount final : public ResultOperation {
@@ -42,7 +45,7 @@ OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet&
   if (!regions.is_single()) {
     common::parallel_for(all.size(), [&](std::size_t k) {
       context().check();
-      counts[k] = parts_of(label_components(regions, all[k], context()), min_area).size();
+      counts[k] = count_parts(regions, all[k], min_area, context());
     });
   }
 

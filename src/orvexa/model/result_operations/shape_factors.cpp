@@ -23,9 +23,10 @@ OperationResult ShapeFactors::compute(const CaptureSet&, const RegionSet& region
     double max_feret = 0;
     double min_feret = 0;
   };
-  const std::vector<Lengths> lengths = measure_pictures(regions, context(), [&](const cv::Mat& picture) {
-    const CornerHull hull = corner_hull(picture, context());
-    return Lengths{crofton_perimeter(picture, context()), hull.perimeter(), hull.max_feret(), hull.min_feret()};
+  const std::vector<Lengths> lengths = measure_regions(regions, context(), [&](const Region& region) {
+    const CornerHull hull = corner_hull(regions.rows(region), context());
+    return Lengths{crofton_perimeter(regions.crop(region, context()), context()), hull.perimeter(), hull.max_feret(),
+                   hull.min_feret()};
   });
 
   OperationResult result;

@@ -87,8 +87,8 @@ class Thickness final : public ResultOperation {
 };
 
 OperationResult Thickness::compute(const CaptureSet& capture, const RegionSet& regions, const Value&) {
-  const auto radii = measure_pictures(regions, context(), [&](const cv::Mat& picture, const Region& region) {
-    return inscribed(picture, background_sides(region.box, regions.shape()), context());
+  const auto radii = measure_regions(regions, context(), [&](const Region& region) {
+    return inscribed(regions.crop(region, context()), background_sides(region.box, regions.shape()), context());
   });
   const std::optional<double> scale = capture.millimetres_per_pixel();
 
