@@ -208,8 +208,10 @@ const MaskOperationInfo& grabcut_info() {
           "pixels "
           "of the incoming mask inside or outside the rectangle give an empty mask with the note no_foreground or "
           "no_background: leave a rim of background around the object. The same seed gives the same mask every time. "
-          "The work takes about 0.7 s and 250 MB a megapixel and iteration and can be cancelled between iterations "
-          "only, so a picture whose longer side exceeds working_side is cut in blocks of as many whole pixels as are "
+          "The work takes about 0.7 s a megapixel and iteration, several times "
+          "that where object and background are hard to tell apart, and 250 MB a megapixel, and it can be cancelled "
+          "between iterations only, so a picture whose longer side exceeds working_side is cut in blocks of as many "
+          "whole pixels as are "
           "needed, each in its mean colour, and the edge of the mask follows the blocks; the note says at which size "
           "the cut was made. With working_side as large as the picture every pixel is cut on its own.",
       .source =
