@@ -10,6 +10,7 @@
 namespace {
 
 using orvexa::model::CaptureHeaderFile;
+using orvexa::model::ReferenceSection;
 using orvexa::test::expect;
 
 bool has_control_character(const std::string& text) {
@@ -32,12 +33,31 @@ std::string line(const std::string& key, const std::optional<double>& number) {
   return number ? key + " = " + orvexa::common::number_text(*number) + "\n" : "";
 }
 
+std::string line(const std::string& key, const std::optional<ReferenceSection::Level>& level) {
+  if (!level) return "";
+  std::string text = level->file;
+  for (const double number : level->constants) {
+    text += (text.empty() ? "" : ", ") + orvexa::common::number_text(number);
+  }
+  return key + " = " + text + "\n";
+}
+
+std::string plainest_spelling(const std::vector<ReferenceSection>& references) {
+  std::string text;
+  for (const auto& reference : references) {
+    text += "[Reference " + reference.name() + "]\n" + line("White", reference.white) + line("Dark", reference.dark) +
+            line("Reflectance", reference.reflectance);
+  }
+  return text;
+}
+
 std::string plainest_spelling(const CaptureHeaderFile& header) {
   const auto& capture = header.capture;
   std::string text = "[Capture]\nName = " + capture.name + "\nDate = " + capture.date + "\nTime = " + capture.time +
                      "\nCamera = " + capture.camera + "\n" +
                      line("MillimetresPerPixel", capture.millimetres_per_pixel) +
                      line("WhiteLevel", capture.white_level);
+  if (!header.reference_file.empty()) text += "ReferenceFile = " + header.reference_file + "\n";
   for (const auto& measurement : header.measurements) {
     text += "[Measurement " + measurement.name + "]\n" + line("WhiteLevel", measurement.white_level);
     for (const auto& image : measurement.images) text += "Image " + image.name + " = " + image.file + "\n";
@@ -45,10 +65,28 @@ std::string plainest_spelling(const CaptureHeaderFile& header) {
   for (const auto& [name, band] : header.bands) {
     text += "[Band " + name + "]\n" + line("CentreNm", band.centre_nm) + line("WidthNm", band.width_nm);
   }
-  return text;
+  return text + plainest_spelling(header.references);
+}
+
+void expect_promises(const std::vector<ReferenceSection>& references) {
+  std::set<std::string> names;
+  for (const auto& reference : references) {
+    expect_good_name(reference.name(), names);
+    expect(!reference.measurement.empty(), "a reference belongs to a measurement");
+    expect_good_number(reference.reflectance);
+    for (const auto* level : {&reference.white, &reference.dark}) {
+      if (!*level) continue;
+      const auto& constants = (*level)->constants;
+      expect((*level)->file.empty() != constants.empty(), "a level is a file or numbers");
+      expect(constants.empty() || constants.size() == 1 || constants.size() == 3, "one number or three");
+      for (const double number : constants) expect(std::isfinite(number), "a count is finite");
+    }
+  }
 }
 
 void expect_promises(const CaptureHeaderFile& header) {
+  expect_promises(header.references);
+  expect(!has_control_character(header.reference_file), "a file's name has no control character");
   expect(!header.capture.name.empty() && !has_control_character(header.capture.name), "a capture has a name");
   expect_good_number(header.capture.millimetres_per_pixel);
   expect_good_number(header.capture.white_level);
@@ -82,6 +120,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string written = plainest_spelling(header);
     const auto again = model::parse_capture_header(written, "written.INF");
     expect(plainest_spelling(again) == written, "the plainest spelling is read back the same");
+    if (!header.references.empty()) {
+      const std::string references = plainest_spelling(header.references);
+      const auto read = model::parse_reference_file(references, "references.inf");
+      expect(plainest_spelling(read) == references, "a reference file is read by the same rules");
+    }
   } catch (const std::runtime_error& failure) {
     const std::string_view sentence = failure.what();
     expect(sentence.starts_with("input.INF"), "a refusal begins with the header's name");

@@ -2,12 +2,14 @@
 
 #include <filesystem>
 #include <system_error>
+#include <vector>
 
 #include "orvexa/cli/commands.h"
 #include "orvexa/cli/session.h"
 #include "orvexa/common/files.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
+#include "orvexa/model/workflow/provenance.h"
 
 namespace orvexa::cli {
 
@@ -51,6 +53,9 @@ common::Value capture_document(const model::CaptureSet& capture) {
     measurements.push_back({{"name", measurement}, {"images", std::move(images)}});
   }
   document["measurements"] = std::move(measurements);
+  if (const auto references = model::reference_records(capture); !references.empty()) {
+    document["references"] = model::references_document(references);
+  }
 
   common::Value files = common::Value::array();
   for (const model::SourceFile& source : capture.sources) {
@@ -78,6 +83,30 @@ std::string short_path_text(const std::string& path) {
   if (unknown) return common::visible_text(path);
   const std::filesystem::path from_here = std::filesystem::path(path).lexically_proximate(here);
   return common::visible_text(*from_here.begin() == ".." ? path : from_here.string());
+}
+
+/// "4000", "250, 245, 240" or the name of a file.
+std::string level_text(const common::Value& level) {
+  if (level.is_object()) {
+    const std::string page = level.contains("page") ? fmt::format("[{}]", level.at("page").get<int>()) : "";
+    return short_path_text(level.at("path").get<std::string>()) + page;
+  }
+  if (!level.is_array()) return short_value_text(level);
+  std::vector<std::string> numbers;
+  for (const common::Value& number : level) numbers.push_back(short_value_text(number));
+  return common::joined(numbers, ", ");
+}
+
+/// What makes reflectance of counts; empty where nothing does.
+std::string references_text(const common::Value& document) {
+  if (!document.contains("references")) return "";
+  TextTable table({false, false, false, true});
+  table.add({"Reference", "White", "Dark", "Reflectance of white"});
+  for (const common::Value& reference : document.at("references")) {
+    table.add({reference.at("image"), level_text(reference.at("white")), level_text(reference.at("dark")),
+               short_value_text(reference.at("reflectance"))});
+  }
+  return table.text() + "\n";
 }
 
 /// The document as lines for the eye.
@@ -113,7 +142,7 @@ std::string capture_text(const common::Value& document) {
                common::grouped_integer_text(file.at("bytes").get<std::int64_t>()),
                file.at("sha256").get<std::string>().substr(0, 16)});
   }
-  return facts.text() + "\n" + images.text() + "\n" + files.text();
+  return facts.text() + "\n" + images.text() + "\n" + references_text(document) + files.text();
 }
 
 int info_command(Console& console, const GivenWords& given) {

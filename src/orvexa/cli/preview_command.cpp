@@ -137,7 +137,9 @@ int preview_command(Console& console, const GivenWords& given) try {
   controller::Controller controller;
   controller.set_processing_mode("batch");
   const NamedOperation operation = find_mask_operation(controller, given.text("--op"));
-  const common::Value params = parameters_from_words(operation, given.texts("--param"));
+  // A path on the command line is relative to the current folder, whatever a workflow's would be relative to.
+  const common::Value params = with_paths(operation, parameters_from_words(operation, given.texts("--param")),
+                                          [](const std::string& path) { return fs::absolute(path).string(); });
   const std::string& workflow = given.text("--workflow");
   if (!workflow.empty()) {
     for (const model::WorkflowProblem& problem : workflow_problems(workflow)) {

@@ -119,6 +119,17 @@ Value parameters_from_words(const NamedOperation& operation, std::span<const std
   return params;
 }
 
+Value with_paths(const NamedOperation& operation, const Value& params,
+                 const std::function<std::string(const std::string&)>& rewrite) {
+  Value result = params;
+  for (const model::ParameterInfo& parameter : operation.parameters) {
+    const auto value = result.find(parameter.name);
+    if (parameter.type != model::ParameterType::file || value == result.end() || !value->is_string()) continue;
+    if (const auto path = value->get<std::string>(); !path.empty()) *value = rewrite(path);
+  }
+  return result;
+}
+
 std::string value_word(const Value& value) {
   const auto number_or_text = [](const Value& element) {
     return element.is_string() ? element.get<std::string>() : common::json_line(element);

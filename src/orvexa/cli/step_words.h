@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -32,6 +33,10 @@ struct NamedOperation {
 /// @throws UsageError for a word without "=", an unknown name (with the nearest one), a name that is given twice and a
 /// value of another type.
 [[nodiscard]] common::Value parameters_from_words(const NamedOperation& operation, std::span<const std::string> words);
+
+/// Parameters with every path that one of type file has rewritten.
+[[nodiscard]] common::Value with_paths(const NamedOperation& operation, const common::Value& params,
+                                       const std::function<std::string(const std::string&)>& rewrite);
 
 /// The value's spelling after the "=", in its short form where there is one.
 [[nodiscard]] std::string value_word(const common::Value& value);

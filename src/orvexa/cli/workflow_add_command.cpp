@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <utility>
 
@@ -10,6 +11,7 @@
 #include "orvexa/cli/workflow_document.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/controller.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::cli {
 
@@ -27,7 +29,10 @@ int workflow_add_command(Console& console, const GivenWords& given) {
   const std::string& file = given.text("FILE");
   controller::Controller controller;
   const NamedOperation operation = find_operation(controller, given.text("KEY"));
-  const common::Value params = parameters_from_words(operation, given.texts("--param"));
+  const std::filesystem::path folder = std::filesystem::path(file).parent_path();
+  const common::Value params =
+      with_paths(operation, parameters_from_words(operation, given.texts("--param")),
+                 [&](const std::string& path) { return model::path_in_workflow(path, folder); });
   const auto workflow = std::make_shared<model::Workflow>(*import_workflow(controller, file));
 
   const int number = operation.is_mask
@@ -64,6 +69,8 @@ const CommandInfo& workflow_add_command_info() {
                    .value = "N",
                    .help = "Make it step N of its kind, counted from 1; by default the last one"}},
       .remarks =
+          "A file that a parameter names is given like any other, relative to the current folder or absolute; the\n"
+          "workflow has it relative to its own folder.\n"
           "A step that could not run is refused and the file stays as it was. The file is written anew: comments\n"
           "in it are not kept.\n",
       .examples = {"orvexa workflow add leaves.yaml threshold_index -p index=exg -p method=otsu",

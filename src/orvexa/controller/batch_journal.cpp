@@ -260,10 +260,6 @@ bool is_up_to_date(const BatchJournalEntry& entry) {
 
 }  // namespace
 
-std::string workflow_sha256(const model::Workflow& workflow) {
-  return common::sha256_hex(common::as_byte_span(common::yaml_text(workflow.to_dict())));
-}
-
 std::string content_sha256(const std::vector<model::SourceFile>& sources) {
   if (sources.empty()) return {};
   std::string digests;

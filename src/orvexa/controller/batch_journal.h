@@ -11,6 +11,7 @@
 #include "orvexa/controller/batch_reports.h"
 #include "orvexa/model/entities/capture_set.h"
 #include "orvexa/model/workflow/model.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::controller {
 
@@ -55,8 +56,7 @@ struct BatchResumption {
   BatchTakeover earlier;              ///< for `Controller::BatchRun`
 };
 
-/// SHA-256 of the workflow as its file would be written.
-[[nodiscard]] std::string workflow_sha256(const model::Workflow& workflow);
+using model::workflow_sha256;
 /// SHA-256 over the digests of a capture's input files; empty for a capture that was read from none.
 [[nodiscard]] std::string content_sha256(const std::vector<model::SourceFile>& sources);
 

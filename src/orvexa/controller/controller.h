@@ -156,6 +156,9 @@ class Controller {
   /// The capture after mask steps 0..mask_index, from the cache or computed into it; empty when there is no such step,
   /// no capture, or a step fails (which is logged).
   [[nodiscard]] std::shared_ptr<model::CaptureSet> get_mask_result(int mask_index);
+  /// Parameters of a mask step of the current workflow, or one that is to become such, with their files as absolute
+  /// paths.
+  [[nodiscard]] Value _resolved_mask_params(const std::string& op, const Value& params) const;
   /// One step on the capture that enters it. Nothing is cached.
   /// @throws whatever the step throws; std::invalid_argument when it gives no mask.
   [[nodiscard]] std::shared_ptr<model::CaptureSet> _compute_mask_step(int mask_index,

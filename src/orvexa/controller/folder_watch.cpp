@@ -13,9 +13,12 @@
 #include "orvexa/common/serialisation.h"
 #include "orvexa/common/text.h"
 #include "orvexa/controller/batch_journal.h"
+#include "orvexa/model/entities/capture_files.h"
+#include "orvexa/model/entities/capture_loader.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/run_context.h"
 #include "orvexa/model/workflow/metrics_files.h"
+#include "orvexa/model/workflow/parameter_files.h"
 #include "orvexa/model/workflow/results_folder.h"
 
 namespace orvexa::controller {
@@ -50,6 +53,41 @@ bool differ_in_numbers_only(std::string a, std::string b) {
   std::erase_if(a, is_of_number);
   std::erase_if(b, is_of_number);
   return a == b;
+}
+
+/// What identified the workflow of a run: recorded where its parameters name files, whose content may be another now.
+std::string hash_of_workflow(const Value& provenance, const std::string& workflow_text) {
+  const auto recorded = provenance.find("workflow_sha256");
+  return recorded != provenance.end() ? recorded->get<std::string>()
+                                      : common::sha256_hex(common::as_byte_span(workflow_text));
+}
+
+/// The state of the files that a workflow's parameters name; empty where there are none.
+std::string stamps_text(const model::Workflow& workflow) {
+  std::string text;
+  for (const model::ParameterFile& parameter : model::parameter_files(workflow)) {
+    std::vector<Path> files{model::file_of_image_name(parameter.path)};
+    for (const std::string& name : model::files_named_by(parameter.path)) {
+      files.push_back(model::file_of_image_name(parameter.path.parent_path() / name));
+    }
+    for (const Path& file : files) {
+      const auto stamp = stamp_of(file).value_or(FileStamp{});
+      text += fmt::format("{}\n{} {} {}\n", file.string(), stamp.bytes, stamp.modified_ns, stamp.inode);
+    }
+  }
+  return text;
+}
+
+bool is_reference_file(const std::string& name) {
+  return common::to_lower_ascii(Path(name).extension().string()) == ".inf";
+}
+
+/// Whether the files that say which files belong to a capture are as they were when the journal recorded it.
+bool is_as_recorded(FolderStamps& stamps, const FoundFile& header, const std::vector<CaptureIdentity::File>& files) {
+  if (files.front().stamp != header.stamp) return false;
+  return std::all_of(files.begin() + 1, files.end(), [&](const CaptureIdentity::File& file) {
+    return !is_reference_file(file.name) || stamps.of(file.name) == file.stamp;
+  });
 }
 
 /// Whether the capture that was read has the content by which it is identified.
@@ -185,7 +223,7 @@ std::optional<std::string> FolderWatch::find_complete_folder(const JournalEntry&
       const std::string workflow = common::read_text_file(folder / "workflow.yaml", max_workflow_bytes);
       return hashes == wanted_hashes &&
              Path(inputs.at(0).at("path").get<std::string>()).filename() == common::to_valid_utf8(identity.name) &&
-             common::sha256_hex(common::as_byte_span(workflow)) == identity.workflow_hash;
+             hash_of_workflow(provenance, workflow) == identity.workflow_hash;
     } catch (const std::exception&) {
       return false;
     }
@@ -218,15 +256,18 @@ bool FolderWatch::has_output() {
 bool FolderWatch::refresh_workflow() {
   try {
     std::string text = common::read_text_file(_workflow_file, max_workflow_bytes);
+    // A file that a parameter names is a part of the workflow. One that did not change is not read again for that.
+    std::shared_ptr<const model::Workflow> workflow = _workflow;
+    if (!workflow || text != _workflow_text) workflow = read_workflow(text);
+    std::string stamps = stamps_text(*workflow);
     // One that is being written is taken only when it rests, as captures are.
-    const bool is_settled = text == _new_workflow_text;
-    _new_workflow_text = text;
+    const bool is_settled = text + stamps == _new_workflow_text;
+    _new_workflow_text = text + stamps;
     _is_workflow_settling = false;
-    if (!_workflow || text != _workflow_text) {
-      const std::string name = path_text(_workflow_file.filename());
-      auto workflow = std::make_shared<model::Workflow>(model::Workflow::from_dict(common::parse_yaml(text, name)));
+    if (workflow != _workflow || stamps != _workflow_stamps) {
       if (const auto problems = model::check_workflow(*workflow); !problems.empty()) {
-        throw std::runtime_error(fmt::format("{}: {}: {}", name, problems.front().step, problems.front().text));
+        throw std::runtime_error(fmt::format("{}: {}: {}", path_text(_workflow_file.filename()), problems.front().step,
+                                             problems.front().text));
       }
       // Nothing runs at the first poll, so that the second one tells whether this one rested.
       if (!is_settled && _has_looked) {
@@ -234,6 +275,7 @@ bool FolderWatch::refresh_workflow() {
         return false;
       }
       _workflow_text = std::move(text);
+      _workflow_stamps = std::move(stamps);
       _workflow_hash = workflow_sha256(*workflow);
       _workflow = std::move(workflow);
       for (auto& [file, candidate] : _candidates) judge(file, candidate);
@@ -244,6 +286,13 @@ bool FolderWatch::refresh_workflow() {
     report_problem(Topic::workflow, "The workflow cannot run, so captures wait: " + failure_text());
     return false;
   }
+}
+
+std::shared_ptr<const model::Workflow> FolderWatch::read_workflow(const std::string& text) const {
+  const Value entries = common::parse_yaml(text, path_text(_workflow_file.filename()));
+  auto workflow = std::make_shared<model::Workflow>(model::Workflow::from_dict(entries));
+  workflow->folder = _workflow_file.parent_path();
+  return workflow;
 }
 
 bool FolderWatch::refresh_candidates() {
@@ -265,7 +314,7 @@ bool FolderWatch::refresh_candidates() {
   }
   const auto is_gone = [&](const auto& entry) { return !names.contains(entry.first); };
   std::erase_if(_candidates, is_gone);
-  if (_status.takes == "captures") std::erase_if(_header_images, is_gone);
+  if (_status.takes == "captures") std::erase_if(_named_by_headers, is_gone);
   report_incomplete();
   return true;
 }
@@ -328,22 +377,31 @@ std::unordered_set<std::string> FolderWatch::images_of_headers(FolderStamps& sta
   return names;
 }
 
-const std::vector<std::string>& FolderWatch::images_of(const FoundFile& header) {
-  const auto known = _header_images.find(header.name);
-  if (known != _header_images.end() && known->second.first == header.stamp) return known->second.second;
-  std::vector<std::string> images;
+const std::vector<std::string>& FolderWatch::files_named(FolderStamps& stamps, const FoundFile& header) {
+  const auto stamp_of_references = [&stamps](const std::vector<std::string>& files) {
+    const auto found = std::find_if(files.begin(), files.end(), is_reference_file);
+    return found == files.end() ? std::nullopt : stamps.of(*found);
+  };
+  const auto known = _named_by_headers.find(header.name);
+  if (known != _named_by_headers.end() && known->second.header == header.stamp &&
+      known->second.references == stamp_of_references(known->second.files)) {
+    return known->second.files;
+  }
+  std::vector<std::string> files;
   // A header that the journal knows in this state need not be read.
   const JournalEntry* entry = _journal->find_last(header.name, _workflow_hash);
-  if (entry != nullptr && entry->identity.files.front().stamp == header.stamp) {
-    for (std::size_t i = 1; i < entry->identity.files.size(); ++i) images.push_back(entry->identity.files[i].name);
+  if (entry != nullptr && is_as_recorded(stamps, header, entry->identity.files)) {
+    for (std::size_t i = 1; i < entry->identity.files.size(); ++i) files.push_back(entry->identity.files[i].name);
   } else {
-    images = images_named_by(_input / header.name);
+    files = model::files_named_by(_input / header.name);
   }
-  return _header_images.insert_or_assign(header.name, std::pair(header.stamp, std::move(images))).first->second.second;
+  NamedByHeader named{.header = header.stamp, .references = stamp_of_references(files), .files = std::move(files)};
+  return _named_by_headers.insert_or_assign(header.name, std::move(named)).first->second.files;
 }
 
 CaptureFiles FolderWatch::files_of(FolderStamps& stamps, const FoundFile& main_file) {
-  return capture_files(stamps, main_file, main_file.is_header ? images_of(main_file) : std::vector<std::string>());
+  return capture_files(stamps, main_file,
+                       main_file.is_header ? files_named(stamps, main_file) : std::vector<std::string>());
 }
 
 std::vector<FoundFile> FolderWatch::wanted(FolderStamps& stamps, std::vector<FoundFile> found) {

@@ -77,6 +77,7 @@ class FolderWatch {
   /// Whether the output folder is still the one that this watch has locked; otherwise nothing may be written there.
   [[nodiscard]] bool has_output();
   [[nodiscard]] bool refresh_workflow();
+  [[nodiscard]] std::shared_ptr<const model::Workflow> read_workflow(const std::string& text) const;
   [[nodiscard]] bool refresh_candidates();
   void choose_search(FolderStamps& stamps, const std::vector<FoundFile>& found);
   /// A sentence about what is left alone.
@@ -87,7 +88,7 @@ class FolderWatch {
   /// Names of images that stand in a header of the input folder.
   [[nodiscard]] std::unordered_set<std::string> images_of_headers(FolderStamps& stamps,
                                                                   const std::vector<FoundFile>& found);
-  [[nodiscard]] const std::vector<std::string>& images_of(const FoundFile& header);
+  [[nodiscard]] const std::vector<std::string>& files_named(FolderStamps& stamps, const FoundFile& header);
   [[nodiscard]] CaptureFiles files_of(FolderStamps& stamps, const FoundFile& main_file);
   void update(FolderStamps& stamps, const FoundFile& found);
   void judge(const std::string& name, Candidate& candidate);
@@ -136,11 +137,17 @@ class FolderWatch {
   std::set<std::string> _names_at_first;         ///< what `once` is about
   bool _has_looked = false;
   std::optional<std::string> _told_notice;  ///< while it stands
-  std::unordered_map<std::string, std::pair<FileStamp, std::vector<std::string>>> _header_images;
+  struct NamedByHeader {
+    FileStamp header;
+    std::optional<FileStamp> references;  ///< of the file with further references, where it names one that is there
+    std::vector<std::string> files;
+  };
+  std::unordered_map<std::string, NamedByHeader> _named_by_headers;
 
-  std::string _new_workflow_text;  ///< as it was at the last poll
+  std::string _new_workflow_text;  ///< with its stamps, as it was at the last poll
   bool _is_workflow_settling = false;
-  std::string _workflow_text;  ///< of the workflow that runs
+  std::string _workflow_text;    ///< of the workflow that runs
+  std::string _workflow_stamps;  ///< of the files that its parameters name
   std::shared_ptr<const model::Workflow> _workflow;
   std::string _workflow_hash;
 

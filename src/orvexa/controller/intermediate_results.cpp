@@ -7,6 +7,7 @@
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/result_operations/registry.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::controller {
 
@@ -57,7 +58,9 @@ std::optional<Controller::OperationIntermediate> Controller::generate_operation_
         step_at(workflow->result_operations, operation_index, "result operation");
     const auto op = model::get_result_operation(op_config.op)();
     op->set_context({.cancel_event = cancel_event, .progress = {}});
-    model::OperationResult operation_result = op->run({.source_capture = *masked_capture, .params = op_config.params});
+    model::OperationResult operation_result =
+        op->run({.source_capture = *masked_capture,
+                 .params = model::resolved_result_params(op_config.op, op_config.params, workflow->folder)});
     return OperationIntermediate{.operation_result = std::move(operation_result),
                                  .operation_config = op_config,
                                  .masked_capture_used = masked_capture};

@@ -8,6 +8,7 @@
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/pictures/overlay.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::controller {
 
@@ -52,6 +53,11 @@ ValueSummary summary_of(const model::Image& image) {
 
 }  // namespace
 
+Value Controller::_resolved_mask_params(const std::string& op, const Value& params) const {
+  const auto workflow = state.current_workflow;
+  return model::resolved_mask_params(op, params, workflow ? workflow->folder : Path());
+}
+
 std::shared_ptr<model::CaptureSet> Controller::get_mask_result(int mask_index) {
   const auto workflow = state.current_workflow;
   const auto capture = state.current_capture;
@@ -84,7 +90,9 @@ std::shared_ptr<model::CaptureSet> Controller::_compute_mask_step(int mask_index
   logger.debug(fmt::format("Controller._compute_mask_step: Running {} at index {} (has current_mask: {})",
                            mask_op_config.op, mask_index, current_mask ? "True" : "False"));
   const std::optional<model::Mask> mask =
-      op->apply({.image_stack = input_capture, .current_mask = current_mask, .params = mask_op_config.params});
+      op->apply({.image_stack = input_capture,
+                 .current_mask = current_mask,
+                 .params = _resolved_mask_params(mask_op_config.op, mask_op_config.params)});
   if (!mask) throw std::invalid_argument(fmt::format("Mask operation '{}' returned no mask", mask_op_config.op));
 
   const bool starts_afresh = model::resets_mask_chain(mask_op_config.params) && state.current_capture;
@@ -113,8 +121,9 @@ std::optional<model::Mask> Controller::build_accumulated_mask(const std::optiona
       const auto op = model::get_mask_operation(mask_op_config.op)();
       op->set_context({.cancel_event = cancel_event, .progress = {}});
       op->wants_overlay = false;
-      current_mask =
-          op->apply({.image_stack = image_stack, .current_mask = current_mask, .params = mask_op_config.params});
+      current_mask = op->apply({.image_stack = image_stack,
+                                .current_mask = current_mask,
+                                .params = _resolved_mask_params(mask_op_config.op, mask_op_config.params)});
     } catch (const model::CancelledError&) {
       throw;
     } catch (...) {

@@ -63,7 +63,9 @@ void Controller::update_mask_preview() {
     const auto op = model::get_mask_operation(*state.current_mask_operation)();
     const std::string& display_name = op->get_display_name();
     const model::ImageStack image_stack = capture->image_stack();
-    state.preview_mask = op->apply({.image_stack = image_stack, .params = state.mask_operation_params});
+    state.preview_mask =
+        op->apply({.image_stack = image_stack,
+                   .params = _resolved_mask_params(*state.current_mask_operation, state.mask_operation_params)});
     if (!state.preview_mask) {
       state.message = "Mask preview updated: " + display_name;
       return;
@@ -107,8 +109,9 @@ Controller::MaskPreview Controller::run_mask_preview(const std::string& operatio
   const bool needs_chain = info._requires_accumulated_mask.value_or(!info._is_roi_operation);
   const std::optional<model::Mask> accumulated =
       needs_chain ? build_accumulated_mask(operation_name, cancel_event) : std::nullopt;
-  std::optional<model::Mask> preview_mask =
-      shown_mask(*op, {.image_stack = image_stack, .current_mask = accumulated, .params = params});
+  std::optional<model::Mask> preview_mask = shown_mask(*op, {.image_stack = image_stack,
+                                                             .current_mask = accumulated,
+                                                             .params = _resolved_mask_params(operation_name, params)});
   if (accumulated && preview_mask && !info._preview_unconstrained) preview_mask = *preview_mask & *accumulated;
   return {.mask = std::move(preview_mask), .operation = std::move(op)};
 }

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "orvexa/common/parallel.h"
+#include "orvexa/model/entities/capture_files.h"
 
 namespace orvexa::controller {
 
@@ -54,7 +55,7 @@ void ReadAhead::drop() {
 std::vector<ReadAhead::PartOfCapture> ReadAhead::parts_of(const Path& file) {
   std::vector<Path> files{model::file_of_image_name(file)};
   if (!model::is_image_file_name(file)) {
-    for (const std::string& image : images_named_by(file)) {
+    for (const std::string& image : model::files_named_by(file)) {
       files.push_back(model::file_of_image_name(file.parent_path() / image));
     }
   }

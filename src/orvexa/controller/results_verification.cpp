@@ -164,6 +164,11 @@ std::vector<CheckedInput> checked_inputs(const RunRecord& record, const Verifica
     }
     inputs.push_back(checked_input(path, input));
   }
+  // What parameters name is no part of the capture: workflow.yaml has its absolute path.
+  for (const RecordedInput& file : record.files) {
+    context.check();
+    inputs.push_back(checked_input(file.path, file));
+  }
   return inputs;
 }
 

@@ -78,6 +78,9 @@ RunRecord record_from(const Value& document) {
   RunRecord record{.capture = text(document, "capture")};
   for (const Value& input : maps_at(document, "inputs")) record.inputs.push_back(input_from(input));
   if (record.inputs.empty()) fail("it names no inputs.");
+  if (document.contains("files")) {
+    for (const Value& file : maps_at(document, "files")) record.files.push_back(input_from(file));
+  }
   const Value& program = map_at(document, "program");
   record.versions["orvexa"] = text(program, "version");
   record.versions["build"] = text(program, "build");

@@ -27,6 +27,7 @@ struct RecordedStep {
 struct RunRecord {
   std::string capture;
   std::vector<RecordedInput> inputs = {};            ///< the file that was loaded first; never empty
+  std::vector<RecordedInput> files = {};             ///< that parameters name
   common::Value versions = common::Value::object();  ///< of program, build and libraries, by name
   std::vector<RecordedStep> mask_steps = {};
   std::vector<RecordedStep> result_steps = {};

@@ -10,7 +10,6 @@
 #include <utility>
 
 #include "orvexa/common/text.h"
-#include "orvexa/model/entities/capture_header_file.h"
 #include "orvexa/model/entities/capture_loader.h"
 
 namespace orvexa::controller {
@@ -66,24 +65,6 @@ bool holds_header(const Path& folder) {
   return false;
 }
 
-std::vector<std::string> images_named_by(const Path& header) {
-  std::vector<std::string> images;
-  try {
-    const std::string text = common::read_text_file(header, model::max_header_bytes);
-    const auto parsed = model::parse_capture_header(text, common::path_text(header.filename()));
-    for (const auto& measurement : parsed.measurements) {
-      for (const auto& image : measurement.images) {
-        const Path relative = Path(image.file).lexically_normal();
-        if (relative.is_absolute() || relative.empty() || *relative.begin() == "..") return {};
-        images.push_back(relative.string());
-      }
-    }
-  } catch (const std::runtime_error&) {
-    return {};
-  }
-  return images;
-}
-
 FolderStamps::FolderStamps(Path folder, const std::vector<FoundFile>& found) : _folder(std::move(folder)) {
   _stamps.reserve(found.size());
   for (const FoundFile& file : found) _stamps.emplace(file.name, file.stamp);
@@ -95,10 +76,10 @@ std::optional<FileStamp> FolderStamps::of(const std::string& name) {
   return position->second;
 }
 
-CaptureFiles capture_files(FolderStamps& stamps, const FoundFile& main_file, const std::vector<std::string>& images) {
+CaptureFiles capture_files(FolderStamps& stamps, const FoundFile& main_file, const std::vector<std::string>& named) {
   CaptureFiles capture;
   capture.files.push_back({main_file.name, main_file.stamp});
-  for (const std::string& image : images) {
+  for (const std::string& image : named) {
     std::string name = image;
     auto stamp = stamps.of(name);
     if (!stamp) {

@@ -45,13 +45,9 @@ struct WatchedFile {
 /// The files of one capture as they are now.
 struct CaptureFiles {
   std::vector<WatchedFile> files;    ///< the header or ordinary image first; each once
-  std::vector<std::string> missing;  ///< names of images that are not there
+  std::vector<std::string> missing;  ///< names of files that are not there
   friend bool operator==(const CaptureFiles&, const CaptureFiles&) = default;
 };
-
-/// What the image lines of a header name, relative to its folder. Empty when the header is not one or names files
-/// outside its folder: whoever loads it says what is wrong.
-[[nodiscard]] std::vector<std::string> images_named_by(const common::Path& header);
 
 /// The files of a folder as they are at one look: the system, which may be far away, is asked once for each.
 class FolderStamps {
@@ -67,8 +63,8 @@ class FolderStamps {
   std::unordered_map<std::string, std::optional<FileStamp>> _stamps;
 };
 
-/// @param images  as `images_named_by` gives them.
+/// @param named  as `model::files_named_by` gives them.
 [[nodiscard]] CaptureFiles capture_files(FolderStamps& stamps, const FoundFile& main_file,
-                                         const std::vector<std::string>& images);
+                                         const std::vector<std::string>& named);
 
 }  // namespace orvexa::controller

@@ -1,4 +1,6 @@
+#include <filesystem>
 #include <stdexcept>
+#include <system_error>
 #include <utility>
 
 #include "orvexa/common/files.h"
@@ -6,12 +8,24 @@
 #include "orvexa/common/serialisation.h"
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::controller {
 
 using common::logger;
 using common::path_text;
 using model::failure_text;
+
+namespace {
+
+/// Absolute, so that it stays the same folder when the current one changes.
+Path folder_of(const Path& file) {
+  std::error_code unknown;
+  const Path absolute = std::filesystem::absolute(file, unknown);
+  return (unknown ? file : absolute).parent_path();
+}
+
+}  // namespace
 
 std::shared_ptr<model::Workflow> Controller::new_empty_workflow(const std::string& title) {
   auto workflow = model::new_workflow(title);
@@ -43,7 +57,7 @@ bool Controller::save_workflow_to_file(const Path& file_path) {
     return false;
   }
   try {
-    common::save_yaml(file_path, state.current_workflow->to_dict());
+    common::save_yaml(file_path, model::moved_to(*state.current_workflow, file_path.parent_path()).to_dict());
     state.message = "Workflow saved to " + path_text(file_path.filename());
     return true;
   } catch (...) {
@@ -61,7 +75,9 @@ bool Controller::load_workflow_from_file(const Path& file_path) {
     }
     clear_intermediate_results_cache();
     const Value data = common::load_yaml(file_path);
-    set_workflow(std::make_shared<model::Workflow>(data));
+    auto workflow = std::make_shared<model::Workflow>(data);
+    workflow->folder = folder_of(file_path);
+    set_workflow(workflow);
     state.message = "Workflow loaded from " + path_text(file_path.filename());
     return true;
   } catch (...) {
@@ -73,13 +89,14 @@ bool Controller::load_workflow_from_file(const Path& file_path) {
 
 void Controller::export_workflow_yaml(const Path& file_path) {
   const auto workflow = _wf();
-  common::save_yaml(file_path, workflow->to_dict());
+  common::save_yaml(file_path, model::moved_to(*workflow, file_path.parent_path()).to_dict());
   state.message = "Exported " + path_text(file_path.filename());
 }
 
 std::shared_ptr<model::Workflow> Controller::import_workflow_yaml(const Path& file_path) {
   const Value data = common::load_yaml(file_path);
   auto workflow = std::make_shared<model::Workflow>(model::Workflow::from_dict(data));
+  workflow->folder = folder_of(file_path);
   set_workflow(workflow);
   return workflow;
 }

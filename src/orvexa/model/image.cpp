@@ -1,6 +1,7 @@
 #include "orvexa/model/image.h"
 
 #include <cstring>
+#include <mutex>
 #include <stdexcept>
 #include <utility>
 
@@ -23,8 +24,45 @@ Image::Image(cv::Mat pixels) {
   _pixels = unshared(std::move(pixels));
 }
 
+struct Image::Deferred {
+  Shape shape;
+  int channels = 1;
+  std::function<void(int, std::span<float>)> fill_row;
+  std::once_flag is_made = {};
+  cv::Mat pixels = {};
+};
+
+Image Image::deferred(Shape shape, int channels, std::function<void(int, std::span<float>)> fill_row) {
+  if (shape.height < 1 || shape.width < 1) throw std::invalid_argument("An image needs at least one pixel.");
+  if (channels != 1 && channels != 3) {
+    throw std::invalid_argument("An image has one channel or three, not " + std::to_string(channels) + ".");
+  }
+  return Image(std::shared_ptr<Deferred>(new Deferred{shape, channels, std::move(fill_row)}));
+}
+
+Shape Image::deferred_shape() const {
+  return _deferred->shape;
+}
+
+int Image::deferred_type() const {
+  return CV_MAKETYPE(CV_32F, _deferred->channels);
+}
+
+const cv::Mat& Image::deferred_pixels() const {
+  Deferred& own = *_deferred;
+  // On one thread: a thread that waits here may be in the middle of a parallel loop, and must not be given work of
+  // another one that would wait here again.
+  std::call_once(own.is_made, [&own, type = deferred_type()] {
+    cv::Mat pixels(own.shape.height, own.shape.width, type);
+    const auto length = static_cast<std::size_t>(own.shape.width) * static_cast<std::size_t>(own.channels);
+    for (int y = 0; y < own.shape.height; ++y) own.fill_row(y, {pixels.ptr<float>(y), length});
+    own.pixels = std::move(pixels);
+  });
+  return own.pixels;
+}
+
 PixelType Image::type() const {
-  switch (_pixels.depth()) {
+  switch (CV_MAT_DEPTH(mat_type())) {
     case CV_8U:
       return PixelType::u8;
     case CV_16U:
@@ -47,12 +85,15 @@ double Image::type_white_level() const {
 }
 
 void Image::expect_type(int depth) const {
-  if (_pixels.depth() != depth) throw std::logic_error("Image::row asked for another type than the image has.");
+  if (CV_MAT_DEPTH(mat_type()) != depth)
+    throw std::logic_error("Image::row asked for another type than the image has.");
 }
 
 bool operator==(const Image& a, const Image& b) {
-  if (a.shape() != b.shape() || a._pixels.type() != b._pixels.type()) return false;
-  return a._pixels.data == b._pixels.data || std::memcmp(a._pixels.data, b._pixels.data, a.bytes()) == 0;
+  if (a.shape() != b.shape() || a.mat_type() != b.mat_type()) return false;
+  const cv::Mat& left = a.read_only();
+  const cv::Mat& right = b.read_only();
+  return left.data == right.data || std::memcmp(left.data, right.data, a.bytes()) == 0;
 }
 
 std::string pixel_type_text(PixelType type) {

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "orvexa/model/image.h"
+#include "orvexa/model/reference.h"
 
 namespace orvexa::model {
 
@@ -22,8 +24,9 @@ struct WhiteLevel {
   bool is_declared = false;
 };
 
-/// What an operation reads: a whole capture and its bare image stack both offer it. It always gives base pixels; which
-/// of them count comes only from the mask that the operation is given.
+/// What an operation reads: a whole capture and its bare image stack both offer it. It always gives base pixels, in
+/// counts; which of them count comes only from the mask that the operation is given. Operations get their planes from
+/// `find_band` and its relatives, which apply the reference.
 class ImageSource {
  public:
   virtual ~ImageSource() = default;
@@ -38,6 +41,13 @@ class ImageSource {
   /// The base pixels of one image; absent when there is none of that name.
   [[nodiscard]] virtual std::optional<Image> find_image(std::string_view measurement, std::string_view image) const = 0;
   [[nodiscard]] virtual WhiteLevel white_level(std::string_view measurement, std::string_view image) const = 0;
+  /// What turns the image's counts into reflectance; null where the capture declares nothing.
+  [[nodiscard]] virtual std::shared_ptr<const Reference> reference(std::string_view measurement,
+                                                                   std::string_view image) const {
+    static_cast<void>(measurement);
+    static_cast<void>(image);
+    return nullptr;
+  }
   /// What the header says about the band that an image of this name shows; absent when it says nothing.
   [[nodiscard]] virtual std::optional<BandInfo> find_band(std::string_view image) const = 0;
   /// Absent when the header declares no scale.

@@ -184,8 +184,30 @@ INSTANTIATE_TEST_SUITE_P(
         BadHeader{"MisspeltSection", "[Capture]\n[Mesurement M]\nImage I = a.png\n",
                   "HDR_plot.INF, line 2: the section \"[Mesurement M]\" is not known to this version (did you mean "
                   "\"Measurement NAME\"?)."},
-        BadHeader{"SectionOfALaterVersion", "[Capture]\n[Reference white]\n" + good_end,
-                  "HDR_plot.INF, line 2: the section \"[Reference white]\" is not known to this version."},
+        BadHeader{"SectionOfALaterVersion", "[Capture]\n[Lens white]\n" + good_end,
+                  "HDR_plot.INF, line 2: the section \"[Lens white]\" is not known to this version."},
+        BadHeader{"ReferenceWithoutName", "[Capture]\n" + good_end + "[Reference]\n",
+                  "HDR_plot.INF, line 4: Reference needs a name, for example [Reference MSP] or [Reference MSP.NIR]."},
+        BadHeader{
+            "ReferenceWithoutImage", "[Capture]\n" + good_end + "[Reference MSP.]\n",
+            "HDR_plot.INF, line 4: [Reference MSP.] names no measurement and image, such as [Reference MSP.NIR]."},
+        BadHeader{"ReferenceTwice", "[Capture]\n" + good_end + "[Reference M]\nDark = 1\n[Reference m]\nDark = 1\n",
+                  "HDR_plot.INF, line 6: Reference m and Reference M (line 4) differ only by case."},
+        BadHeader{"ReferenceKeyTwice", "[Capture]\n" + good_end + "[Reference M]\nDark = 1\ndark = 2\n",
+                  "HDR_plot.INF, line 6: Dark stands already in line 5 of the same section."},
+        BadHeader{"ReferenceOfTwoNumbers", "[Capture]\n" + good_end + "[Reference M]\nWhite = 1, 2\n",
+                  "HDR_plot.INF, line 5: White must be a file, one number, or three for R, G, B, not \"1, 2\"."},
+        BadHeader{"ReferenceThatIsInfinite", "[Capture]\n" + good_end + "[Reference M]\nDark = inf\n",
+                  "HDR_plot.INF, line 5: Dark must be a file, one number, or three for R, G, B, not \"inf\"."},
+        BadHeader{"ReferenceWithoutValue", "[Capture]\n" + good_end + "[Reference M]\nWhite =\n",
+                  "HDR_plot.INF, line 5: White names no file and is no number."},
+        BadHeader{"ReflectanceOfNothing", "[Capture]\n" + good_end + "[Reference M]\nReflectance = 0\n",
+                  "HDR_plot.INF, line 5: Reflectance must be a number above 0 such as 0.25, not \"0\"."},
+        BadHeader{"ReferenceKeyUnknown", "[Capture]\n" + good_end + "[Reference M]\nWhit = 5\n",
+                  "HDR_plot.INF, line 5: the key \"Whit\" in [Reference M] is not known to this version (did you mean "
+                  "\"White\"?)."},
+        BadHeader{"ReferenceFileWithoutName", "[Capture]\nReferenceFile =\n" + good_end,
+                  "HDR_plot.INF, line 2: ReferenceFile names no file."},
         BadHeader{"EmptySection", "[]\n", "HDR_plot.INF, line 1: the section \"[]\" is not known to this version."},
         BadHeader{"MeasurementWithoutName", "[Capture]\n[Measurement]\nImage I = a.png\n",
                   "HDR_plot.INF, line 2: Measurement needs a name, for example [Measurement CLR]."},
@@ -244,6 +266,42 @@ INSTANTIATE_TEST_SUITE_P(
         BadHeader{"WidthEmpty", "[Capture]\n" + good_end + "[Band I]\nWidthNm =\n",
                   "HDR_plot.INF, line 5: WidthNm must be a number above 0 such as 0.25, not \"\"."}),
     [](const auto& test) { return std::string(test.param.name); });
+
+TEST(CaptureHeaderFile, ReferencesAreNumbersOrFiles) {
+  const auto header = parse_capture_header(
+      "[Capture]\nReferenceFile = calibration/all.inf\n[Measurement MSP]\nImage NIR = a.tif\n"
+      "[Reference MSP]\nWhite = 250, 245,240\nReflectance = 0.98\n[Reference MSP.NIR]\nDark = dark, cold.tif[2]\n",
+      "HDR_plot.INF");
+  EXPECT_EQ(header.reference_file, "calibration/all.inf");
+  EXPECT_EQ(header.reference_file_line, 2);
+  ASSERT_EQ(header.references.size(), 2u);
+  EXPECT_EQ(header.references[0].name(), "MSP");
+  EXPECT_EQ(header.references[0].line, 5);
+  EXPECT_EQ(header.references[0].white->constants, (std::vector<double>{250, 245, 240}));
+  EXPECT_EQ(header.references[0].white->line, 6);
+  EXPECT_FALSE(header.references[0].dark.has_value());
+  EXPECT_EQ(header.references[0].reflectance, 0.98);
+  EXPECT_EQ(header.references[1].name(), "MSP.NIR");
+  EXPECT_EQ(header.references[1].image, "NIR");
+  EXPECT_TRUE(header.references[1].dark->constants.empty());
+  EXPECT_EQ(header.references[1].dark->file, "dark, cold.tif[2]");
+}
+
+TEST(CaptureHeaderFile, AReferenceFileHoldsNothingElse) {
+  EXPECT_EQ(parse_reference_file("; shared\n[reference MSP]\nDark = 64\n", "all.inf").size(), 1u);
+  const auto refusal = [](const std::string& text) {
+    try {
+      static_cast<void>(parse_reference_file(text, "all.inf"));
+    } catch (const std::runtime_error& error) {
+      return std::string(error.what());
+    }
+    return std::string("(accepted)");
+  };
+  EXPECT_EQ(refusal("[Capture]\n"),
+            "all.inf, line 1: the section \"[Capture]\" does not belong here: a reference file holds [Reference NAME] "
+            "sections.");
+  EXPECT_EQ(refusal("; nothing\n"), "all.inf: there is no [Reference NAME] section.");
+}
 
 TEST(CaptureHeaderFile, OneImageMoreThanTheLimitIsRefused) {
   std::string text = "[Capture]\n[Measurement M]\n";

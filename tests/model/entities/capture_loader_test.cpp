@@ -13,6 +13,7 @@
 #include "orvexa/common/files.h"
 #include "orvexa/common/parallel.h"
 #include "orvexa/model/codecs/image_file.h"
+#include "orvexa/model/entities/capture_files.h"
 #include "orvexa/model/entities/capture_header_file.h"
 #include "support/captures.h"
 #include "support/temporary_folder.h"
@@ -536,6 +537,107 @@ TEST(RealCaptures, EachPageOfARealStackIsACapture) {
     EXPECT_EQ(capture->name, "tiff_3_pages_palette_page_" + std::to_string(page));
   }
   EXPECT_THAT(sentence_for(stack.string() + "[3]"), StartsWith("tiff_3_pages_palette.tiff: "));
+}
+
+// ---- references
+
+struct ReferenceFolder : Folder {
+  ReferenceFolder() {
+    write_tiff("red.tif", red);
+    write_tiff("nir.tif", nir);
+    write_png("photo.png", color_image());
+    write_tiff("white.tif", test::flat_image<std::uint16_t>(2, 3, 2100));
+    write_tiff("dark.tif", test::flat_image<std::uint16_t>(2, 3, 100));
+  }
+  fs::path with(const std::string& references, const std::string& capture_keys = "") const {
+    return write("HDR_plot.INF", "[Capture]\n" + capture_keys +
+                                     "[Measurement MSP]\nImage RED = red.tif\nImage NIR = nir.tif\n"
+                                     "[Measurement CLR]\nImage RGB = photo.png\n" +
+                                     references);
+  }
+};
+
+TEST(CaptureReferences, BelongToTheImageKeyByKeyBeforeItsMeasurement) {
+  const ReferenceFolder folder;
+  const auto capture = load(folder.with(
+      "[Reference MSP]\nWhite = 4000\nDark = dark.tif\nReflectance = 0.98\n[Reference MSP.NIR]\nWhite = white.tif\n"));
+  const auto of_red = capture->reference("MSP", "RED");
+  ASSERT_NE(of_red, nullptr);
+  EXPECT_EQ(of_red->white.constants, std::vector<double>{4000});
+  EXPECT_EQ(of_red->dark.picture, test::flat_image<std::uint16_t>(2, 3, 100));
+  EXPECT_EQ(of_red->reflectance, 0.98);
+  const auto of_nir = capture->reference("MSP", "NIR");
+  EXPECT_EQ(of_nir->white.picture, test::flat_image<std::uint16_t>(2, 3, 2100));
+  EXPECT_EQ(of_nir->white.file->path.filename(), "white.tif");
+  EXPECT_EQ(of_nir->dark.picture, of_red->dark.picture);
+  EXPECT_EQ(of_nir->reflectance, 0.98);
+  EXPECT_EQ(capture->reference("CLR", "RGB"), nullptr);
+  EXPECT_EQ(capture->find_image("MSP", "NIR"), nir) << "the counts stay";
+  std::vector<std::string> files;
+  for (const SourceFile& source : capture->sources) files.push_back(source.path.filename());
+  EXPECT_THAT(files, ElementsAre("HDR_plot.INF", "red.tif", "nir.tif", "photo.png", "dark.tif", "white.tif"))
+      << "each once";
+}
+
+TEST(CaptureReferences, WithoutAWhiteTheDeclaredWhiteLevelStandsForIt) {
+  const ReferenceFolder folder;
+  const auto capture = load(folder.with("[Reference MSP.RED]\nDark = 100\n", "WhiteLevel = 4095\n"));
+  EXPECT_EQ(capture->reference("MSP", "RED")->white.constants, std::vector<double>{4095});
+  EXPECT_EQ(capture->reference("MSP", "NIR"), nullptr);
+  EXPECT_EQ(
+      sentence_for(folder.with("[Reference MSP.RED]\nDark = 100\n")),
+      "HDR_plot.INF, line 7: [Reference MSP.RED] has no White, and no WhiteLevel is declared that could stand for "
+      "it.");
+}
+
+TEST(CaptureReferences, MayStandInAFileThatManyCapturesShare) {
+  const ReferenceFolder folder;
+  folder.write("calibration/all.inf", "[Reference MSP]\nWhite = white.tif\nDark = ../dark.tif\n");
+  folder.write_tiff("calibration/white.tif", test::flat_image<std::uint16_t>(2, 3, 3000));
+  const auto header =
+      folder.with("[Reference CLR.RGB]\nWhite = 250, 245, 240\n", "ReferenceFile = calibration/all.inf\n");
+  const auto capture = load(header);
+  EXPECT_EQ(capture->reference("MSP", "NIR")->white.picture, test::flat_image<std::uint16_t>(2, 3, 3000));
+  EXPECT_EQ(capture->reference("MSP", "NIR")->dark.picture, test::flat_image<std::uint16_t>(2, 3, 100));
+  EXPECT_EQ(capture->reference("CLR", "RGB")->white.constants, (std::vector<double>{250, 245, 240}));
+  EXPECT_EQ(capture->sources.at(1).path, folder / "calibration/all.inf");
+  EXPECT_THAT(files_named_by(header), ElementsAre("red.tif", "nir.tif", "photo.png", "calibration/all.inf",
+                                                  "calibration/white.tif", "dark.tif"));
+  EXPECT_EQ(hashed_capture_files(header).size(), capture->sources.size());
+  EXPECT_EQ(sentence_for(folder.with("[Reference MSP]\nDark = 1\n", "ReferenceFile = calibration/all.inf\n")),
+            "all.inf, line 1: [Reference MSP] stands already in HDR_plot.INF, line 8.");
+  EXPECT_EQ(sentence_for(folder.with("", "ReferenceFile = gone.inf\n")),
+            "HDR_plot.INF, line 2: ReferenceFile = gone.inf: there is no such file.");
+}
+
+TEST(CaptureReferences, WhatIsWrongIsSaidWithFileLineAndKey) {
+  const ReferenceFolder folder;
+  folder.write_png("small.png", test::flat_image<std::uint16_t>(1, 3, 9));
+  const auto sentence = [&](const std::string& references) { return sentence_for(folder.with(references)); };
+  EXPECT_EQ(sentence("[Reference MPS]\nWhite = 1\n"),
+            "HDR_plot.INF, line 7: [Reference MPS]: the capture has no measurement MPS (did you mean \"MSP\"?).");
+  EXPECT_EQ(sentence("[Reference MSP.NIT]\nWhite = 1\n"),
+            "HDR_plot.INF, line 7: [Reference MSP.NIT]: the measurement MSP has no image NIT (did you mean \"NIR\"?).");
+  EXPECT_EQ(sentence("[Reference MSP]\n"), "HDR_plot.INF, line 7: [Reference MSP] has neither White nor Dark.");
+  EXPECT_EQ(sentence("[Reference MSP]\nDark = 1\nReflectance = 0.9\n"),
+            "HDR_plot.INF, line 9: Reflectance is that of the white panel, but there is no White.");
+  EXPECT_EQ(sentence("[Reference MSP]\nWhite = 5\nDark = 5\n"),
+            "HDR_plot.INF, line 7: [Reference MSP]: white (5.0) is not above dark (5.0).");
+  EXPECT_EQ(sentence("[Reference MSP]\nWhite = gone.tif\n"),
+            "HDR_plot.INF, line 8: White = gone.tif: there is no such file.");
+  EXPECT_EQ(sentence("[Reference MSP]\nWhite = ../white.tif\n"),
+            "HDR_plot.INF, line 8: White = ../white.tif leaves the header's folder; it lies in it.");
+  EXPECT_EQ(
+      sentence("[Reference MSP]\nWhite = small.png\n"),
+      "HDR_plot.INF, line 8: White (small.png) is 3 x 1 pixels, but Image RED (red.tif) is 3 x 2; all images of a "
+      "capture have one size.");
+  EXPECT_EQ(sentence("[Reference MSP]\nWhite = 1, 2, 3\n"),
+            "HDR_plot.INF, line 8: White has three numbers, but Image RED of MSP has one channel.");
+  EXPECT_EQ(sentence("[Reference MSP]\nWhite = photo.png\n"),
+            "HDR_plot.INF, line 8: White (photo.png) is a colour picture, but Image RED of MSP has one channel.");
+  EXPECT_EQ(sentence("[Reference CLR]\nWhite = white.tif\n"),
+            "HDR_plot.INF, line 8: White (white.tif) is 16-bit, but Image RGB of CLR is 8-bit; a reference has the "
+            "image's own counts, or is 32-bit float.");
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <utility>
@@ -57,16 +58,55 @@ std::string suggestion(std::string_view wanted, std::span<const std::string> key
   return " (did you mean \"" + keywords[static_cast<std::size_t>(position)] + "\"?)";
 }
 
-const std::vector<std::string> section_forms{"Capture", "Measurement NAME", "Band NAME"};
-const std::vector<std::string> capture_keys{"Name", "Date", "Time", "Camera", "MillimetresPerPixel", "WhiteLevel"};
+const std::vector<std::string> section_forms{"Capture", "Measurement NAME", "Band NAME", "Reference NAME"};
+const std::vector<std::string> capture_keys{"Name",       "Date",         "Time", "Camera", "MillimetresPerPixel",
+                                            "WhiteLevel", "ReferenceFile"};
 const std::vector<std::string> measurement_keys{"Image NAME", "WhiteLevel"};
 const std::vector<std::string> band_keys{"CentreNm", "WidthNm"};
+const std::vector<std::string> reference_keys{"White", "Dark", "Reflectance"};
+
+/// "4000" or "250, 245, 240" as numbers; nothing when a part is none, as in the name of a file.
+std::optional<std::vector<double>> numbers_of(std::string_view value) {
+  std::vector<double> numbers;
+  for (std::size_t begin = 0; begin <= value.size();) {
+    const std::size_t end = std::min(value.find(',', begin), value.size());
+    const std::string_view part = trimmed(value.substr(begin, end - begin));
+    double number = 0;
+    const auto [last, problem] = std::from_chars(part.data(), part.data() + part.size(), number);
+    if (problem != std::errc() || last != part.data() + part.size()) return std::nullopt;
+    numbers.push_back(number);
+    begin = end + 1;
+  }
+  return numbers;
+}
 
 class Parser {
  public:
   explicit Parser(const std::string& file_name) : _file_name(file_name) {}
 
   CaptureHeaderFile parse(std::string_view text) {
+    read_lines(text);
+    check_whole();
+    return std::move(_result);
+  }
+
+  std::vector<ReferenceSection> parse_references(std::string_view text) {
+    _is_reference_file = true;
+    read_lines(text);
+    if (_result.references.empty()) fail_as_a_whole("there is no [Reference NAME] section.");
+    return std::move(_result.references);
+  }
+
+ private:
+  enum class Section { none, capture, measurement, band, reference };
+  struct Seen {
+    std::string name;
+    int line = 0;
+  };
+  /// Names met so far by their lower-case form.
+  using SeenNames = common::OrderedMap<Seen>;
+
+  void read_lines(std::string_view text) {
     check_encoding(text);
     constexpr std::string_view byte_order_mark = "\xEF\xBB\xBF";
     if (text.starts_with(byte_order_mark)) text.remove_prefix(byte_order_mark.size());
@@ -78,18 +118,7 @@ class Parser {
       ++_line;
       read_line(trimmed(line));
     }
-    check_whole();
-    return std::move(_result);
   }
-
- private:
-  enum class Section { none, capture, measurement, band };
-  struct Seen {
-    std::string name;
-    int line = 0;
-  };
-  /// Names met so far by their lower-case form.
-  using SeenNames = common::OrderedMap<Seen>;
 
   [[noreturn]] void fail(const std::string& what) const { fail_at(_line, what); }
   [[noreturn]] void fail_at(int line, const std::string& what) const {
@@ -140,7 +169,12 @@ class Parser {
     const auto [keyword, name] = split_keyword(inside);
     _keys.clear();
     _image_names.clear();
-    if (is_keyword(keyword, "Capture")) {
+    if (is_keyword(keyword, "Reference")) {
+      begin_reference(name);
+    } else if (_is_reference_file) {
+      fail("the section " + quoted(line) + " does not belong here: a reference file holds [Reference NAME] sections" +
+           suggestion(keyword, std::vector<std::string>{"Reference NAME"}) + ".");
+    } else if (is_keyword(keyword, "Capture")) {
       if (!name.empty()) fail("the section [Capture] takes no name, but here it has " + quoted(name) + ".");
       if (_capture_line != 0)
         fail("the section [Capture] stands already in line " + std::to_string(_capture_line) + ".");
@@ -162,9 +196,27 @@ class Parser {
     }
   }
 
-  /// Checks a name as written and refuses it when it was met before, also in other letters.
-  void remember(const std::string& keyword, std::string_view name, SeenNames& seen) const {
-    if (name.empty()) fail(keyword + " needs a name, for example " + example_of(keyword) + ".");
+  void begin_reference(std::string_view name) {
+    if (name.empty()) fail("Reference needs a name, for example [Reference MSP] or [Reference MSP.NIR].");
+    const std::size_t dot = std::min(name.find('.'), name.size());
+    const std::string_view measurement = name.substr(0, dot);
+    const std::string_view image = name.substr(std::min(dot + 1, name.size()));
+    if (measurement.empty() || (dot < name.size() && image.empty())) {
+      fail("[Reference " + std::string(name) + "] names no measurement and image, such as [Reference MSP.NIR].");
+    }
+    for (const std::string_view part : {measurement, image}) expect_plain_name(part);
+    remember_new("Reference", name, _reference_names);
+    _result.references.push_back({.measurement = std::string(measurement),
+                                  .image = std::string(image),
+                                  .line = _line,
+                                  .white = {},
+                                  .dark = {},
+                                  .reflectance = {}});
+    _section = Section::reference;
+    _section_text = "[Reference " + std::string(name) + "]";
+  }
+
+  void expect_plain_name(std::string_view name) const {
     if (std::any_of(name.begin(), name.end(), is_control)) {
       fail("the name " + quoted(name) + " holds a control character.");
     }
@@ -172,6 +224,16 @@ class Parser {
       fail("the name " + quoted(name) +
            " holds one of . [ ], which names of measurements, images and bands cannot have.");
     }
+  }
+
+  /// Checks a name as written and refuses it when it was met before, also in other letters.
+  void remember(const std::string& keyword, std::string_view name, SeenNames& seen) const {
+    if (name.empty()) fail(keyword + " needs a name, for example " + example_of(keyword) + ".");
+    expect_plain_name(name);
+    remember_new(keyword, name, seen);
+  }
+
+  void remember_new(const std::string& keyword, std::string_view name, SeenNames& seen) const {
     const auto [found, is_new] = seen.insert({to_lower_ascii(name), {std::string(name), _line}});
     if (is_new) return;
     const Seen& first = found->second;
@@ -199,6 +261,9 @@ class Parser {
       case Section::band:
         read_band_key(key, value);
         return;
+      case Section::reference:
+        read_reference_key(key, value);
+        return;
     }
   }
 
@@ -215,6 +280,11 @@ class Parser {
       capture.millimetres_per_pixel = positive_number("MillimetresPerPixel", value);
     } else if (is_keyword(key, "WhiteLevel")) {
       capture.white_level = positive_number("WhiteLevel", value);
+    } else if (is_keyword(key, "ReferenceFile")) {
+      expect_first("ReferenceFile");
+      if (value.empty()) fail("ReferenceFile names no file.");
+      _result.reference_file = value;
+      _result.reference_file_line = _line;
     } else {
       refuse_key(key, capture_keys);
     }
@@ -226,9 +296,7 @@ class Parser {
     if (is_keyword(keyword, "Image")) {
       remember("Image", name, _image_names);
       if (value.empty()) fail("Image " + std::string(name) + " names no file.");
-      if (++_image_count > max_header_images) {
-        fail("a capture has at most " + std::to_string(max_header_images) + " images, and this is one more.");
-      }
+      count_image();
       measurement.images.push_back({std::string(name), std::string(value), _line});
     } else if (is_keyword(key, "WhiteLevel")) {
       measurement.white_level = positive_number("WhiteLevel", value);
@@ -246,6 +314,42 @@ class Parser {
       band.width_nm = positive_number("WidthNm", value);
     } else {
       refuse_key(key, band_keys);
+    }
+  }
+
+  void read_reference_key(std::string_view key, std::string_view value) {
+    ReferenceSection& reference = _result.references.back();
+    if (is_keyword(key, "White")) {
+      reference.white = reference_level("White", value);
+    } else if (is_keyword(key, "Dark")) {
+      reference.dark = reference_level("Dark", value);
+    } else if (is_keyword(key, "Reflectance")) {
+      reference.reflectance = positive_number("Reflectance", value);
+      reference.reflectance_line = _line;
+    } else {
+      refuse_key(key, reference_keys);
+    }
+  }
+
+  ReferenceSection::Level reference_level(const std::string& keyword, std::string_view value) {
+    expect_first(keyword);
+    if (value.empty()) fail(keyword + " names no file and is no number.");
+    ReferenceSection::Level level{.constants = {}, .file = {}, .line = _line};
+    if (auto numbers = numbers_of(value)) {
+      const bool is_fit = (numbers->size() == 1 || numbers->size() == 3) &&
+                          std::all_of(numbers->begin(), numbers->end(), [](double n) { return std::isfinite(n); });
+      if (!is_fit) fail(keyword + " must be a file, one number, or three for R, G, B, not " + quoted(value) + ".");
+      level.constants = *std::move(numbers);
+    } else {
+      count_image();
+      level.file = value;
+    }
+    return level;
+  }
+
+  void count_image() {
+    if (++_image_count > max_header_images) {
+      fail("a capture has at most " + std::to_string(max_header_images) + " images, and this is one more.");
     }
   }
 
@@ -298,6 +402,7 @@ class Parser {
   }
 
   const std::string& _file_name;
+  bool _is_reference_file = false;
   int _line = 0;
   Section _section = Section::none;
   std::string _section_text;
@@ -305,6 +410,7 @@ class Parser {
   std::size_t _image_count = 0;
   SeenNames _measurement_names;
   SeenNames _band_names;
+  SeenNames _reference_names;
   SeenNames _image_names;         ///< of the current section
   common::OrderedMap<int> _keys;  ///< of the current section, to their lines
   CaptureHeaderFile _result;
@@ -314,6 +420,10 @@ class Parser {
 
 CaptureHeaderFile parse_capture_header(std::string_view text, const std::string& file_name) {
   return Parser(file_name).parse(text);
+}
+
+std::vector<ReferenceSection> parse_reference_file(std::string_view text, const std::string& file_name) {
+  return Parser(file_name).parse_references(text);
 }
 
 std::string capture_name_of_stem(std::string_view stem) {

@@ -17,6 +17,7 @@
 #include "orvexa/common/text.h"
 #include "orvexa/model/codecs/image_file.h"
 #include "orvexa/model/entities/capture_header_file.h"
+#include "orvexa/model/entities/capture_references.h"
 
 namespace orvexa::model {
 
@@ -64,123 +65,171 @@ bool is_header_file_name(const Path& path) {
 
 // ---- captures that a header file describes
 
-/// One image of a header on its way into the capture.
-struct HeaderImage {
-  const CaptureHeaderFile::ImageLine* line = nullptr;
-  PageName source;  ///< inside the header's folder, links resolved
-  Path recorded;    ///< the same file as the header names it
+/// One picture that a header names, on its way into the capture.
+struct HeaderPicture {
+  std::string where;    ///< "HDR_plot.INF, line 9"
+  std::string what;     ///< "Image NIR" or "White"
+  std::string written;  ///< the file as it is named there
+  PageName source;      ///< inside the header's folder, links resolved
+  Path recorded;        ///< the same file as the header names it
   std::optional<ImageFile> file;
   std::string problem;
+
+  [[noreturn]] void fail(const std::string& sentence) const { throw std::runtime_error(where + ": " + sentence); }
+  [[nodiscard]] const Image& image() const { return file->image; }
+  [[nodiscard]] std::string text() const { return what + " (" + written + ")"; }
 };
+
+std::string size_text(Shape shape) {
+  return std::to_string(shape.width) + " x " + std::to_string(shape.height);
+}
 
 class HeaderLoader {
  public:
-  explicit HeaderLoader(const Path& path) : _path(path), _name(file_name_text(path)) {}
+  explicit HeaderLoader(const Path& path)
+      : _path(path), _name(file_name_text(path)), _written_folder(recorded_path(path).parent_path()) {}
 
   std::shared_ptr<CaptureSet> load() {
     const common::Bytes bytes = common::read_file(_path, max_header_bytes);
     const CaptureHeaderFile header = parse_capture_header(common::as_text(bytes), _name);
-    std::vector<HeaderImage> images = find_images(header);
-    read(images);
-    expect_one_size(images);
+    _folder = std::filesystem::canonical(_written_folder);
+    std::vector<SourceFile> sources{{recorded_path(_path), common::sha256_hex(bytes), bytes.size()}};
+    const std::vector<ReferenceFile> reference_files = find_references(header, sources);
+    const std::vector<ImageReferenceRequest> requests = reference_requests(header, reference_files);
 
+    for (const auto& measurement : header.measurements) {
+      for (const auto& line : measurement.images) {
+        _pictures.push_back(find_picture(at(line.line), "Image " + line.name, line.file, {}));
+      }
+    }
+    const std::size_t image_count = _pictures.size();
+    for (const ImageReferenceRequest& request : requests) {
+      for (const auto& [level, key] : {std::pair{&request.white, "White"}, std::pair{&request.dark, "Dark"}}) {
+        if (*level && !(*level)->level->file.empty()) static_cast<void>(reference_picture(**level, key, image_count));
+      }
+    }
+    read();
+    expect_one_size();
+
+    MeasurementMap measurements = make_measurements(header);
+    for (const ImageReferenceRequest& request : requests)
+      add_reference(request, image_count, *measurements.at(request.measurement));
     auto capture = std::make_shared<CaptureSet>(CaptureSet::Arguments{
         .name = header.capture.name,
         .header = std::make_shared<const CaptureHeader>(header.capture),
-        .measurements = make_measurements(header, images),
+        .measurements = std::move(measurements),
         .bands = header.bands,
     });
-    capture->sources.push_back({recorded_path(_path), common::sha256_hex(bytes), bytes.size()});
-    add_sources(images, capture->sources);
+    add_sources(sources);
+    capture->sources = std::move(sources);
     return capture;
   }
 
  private:
-  [[noreturn]] void fail(int line, const std::string& what) const {
-    throw std::runtime_error(_name + ", line " + std::to_string(line) + ": " + what);
+  [[nodiscard]] std::string at(int line) const { return _name + ", line " + std::to_string(line); }
+  [[noreturn]] void fail(int line, const std::string& what) const { throw std::runtime_error(at(line) + ": " + what); }
+
+  /// The header's own sections, and those of the file that it names.
+  std::vector<ReferenceFile> find_references(const CaptureHeaderFile& header, std::vector<SourceFile>& sources) const {
+    std::vector<ReferenceFile> files{{.file_name = _name, .folder = {}, .sections = header.references}};
+    if (header.reference_file.empty()) return files;
+    const HeaderPicture file = find_picture(at(header.reference_file_line), "ReferenceFile", header.reference_file, {});
+    if (file.source.page) file.fail("ReferenceFile = " + file.written + ": there is no such file.");
+    const common::Bytes bytes = common::read_file(file.source.file, max_header_bytes);
+    const std::string name = file_name_text(file.recorded);
+    files.push_back({.file_name = name,
+                     .folder = Path(header.reference_file).lexically_normal().parent_path(),
+                     .sections = parse_reference_file(common::as_text(bytes), name)});
+    sources.push_back({file.recorded, common::sha256_hex(bytes), bytes.size()});
+    return files;
   }
 
-  std::vector<HeaderImage> find_images(const CaptureHeaderFile& header) const {
-    const Path written_folder = recorded_path(_path).parent_path();
-    const Path folder = std::filesystem::canonical(written_folder);
-    std::vector<HeaderImage> images;
-    for (const auto& measurement : header.measurements) {
-      for (const auto& line : measurement.images) images.push_back(find_image(line, written_folder, folder));
-    }
-    return images;
-  }
-
-  HeaderImage find_image(const CaptureHeaderFile::ImageLine& line, const Path& written_folder,
-                         const Path& folder) const {
-    const std::string what = "Image " + line.name + " = " + line.file;
-    const Path relative = Path(line.file).lexically_normal();
-    if (relative.is_absolute()) fail(line.line, what + " is an absolute path; images lie in the header's folder.");
+  /// @param folder  that the written name is relative to, itself relative to the header's folder.
+  HeaderPicture find_picture(const std::string& where, const std::string& what, const std::string& written,
+                             const Path& folder) const {
+    HeaderPicture picture{
+        .where = where, .what = what, .written = written, .source = {}, .recorded = {}, .file = {}, .problem = {}};
+    const std::string text = what + " = " + written;
+    const std::string place = what.starts_with("Image") ? "images lie" : "it lies";
+    if (Path(written).is_absolute()) picture.fail(text + " is an absolute path; " + place + " in the header's folder.");
+    const Path relative = (folder / written).lexically_normal();
     if (!relative.empty() && *relative.begin() == "..") {
-      fail(line.line, what + " leaves the header's folder; images lie in it.");
+      picture.fail(text + " leaves the header's folder; " + place + " in it.");
     }
-    const PageName named = existing_file_or_page(written_folder / relative);
+    const PageName named = existing_file_or_page(_written_folder / relative);
     std::error_code missing;
     const Path real = std::filesystem::canonical(named.file, missing);
-    if (missing) fail(line.line, what + ": there is no such file.");
-    const auto [end_of_folder, rest] = std::mismatch(folder.begin(), folder.end(), real.begin(), real.end());
-    if (end_of_folder != folder.end()) {
-      fail(line.line, what + " leads out of the header's folder through a link; images lie in it.");
+    if (missing) picture.fail(text + ": there is no such file.");
+    const auto [end_of_folder, rest] = std::mismatch(_folder.begin(), _folder.end(), real.begin(), real.end());
+    if (end_of_folder != _folder.end()) {
+      picture.fail(text + " leads out of the header's folder through a link; " + place + " in it.");
     }
     std::error_code ignored;
-    if (!std::filesystem::is_regular_file(real, ignored)) fail(line.line, what + " is not a file with a picture.");
-    return {.line = &line, .source = {real, named.page}, .recorded = named.file, .file = {}, .problem = {}};
+    if (!std::filesystem::is_regular_file(real, ignored)) picture.fail(text + " is not a file with a picture.");
+    picture.source = {real, named.page};
+    picture.recorded = named.file;
+    return picture;
+  }
+
+  /// The index of a reference's picture; one that several images share is found, and decoded, once.
+  std::size_t reference_picture(const PlacedLevel& level, const std::string& key, std::size_t image_count) {
+    HeaderPicture picture = find_picture(level.where, key, level.level->file, level.folder);
+    const auto same = std::find_if(
+        _pictures.begin() + static_cast<std::ptrdiff_t>(image_count), _pictures.end(), [&](const HeaderPicture& other) {
+          return other.source.file == picture.source.file && other.source.page == picture.source.page;
+        });
+    const auto index = static_cast<std::size_t>(same - _pictures.begin());
+    if (same == _pictures.end()) _pictures.push_back(std::move(picture));
+    return index;
   }
 
   /// Decodes side by side. Whatever the order in which threads meet problems, the first one of the header is reported:
-  /// an image is left out only when one before it has failed.
-  void read(std::vector<HeaderImage>& images) const {
-    std::atomic<std::size_t> first_failed = images.size();
-    common::parallel_for(images.size(), [&](std::size_t i) {
+  /// a picture is left out only when one before it has failed.
+  void read() {
+    std::atomic<std::size_t> first_failed = _pictures.size();
+    common::parallel_for(_pictures.size(), [&](std::size_t i) {
       if (first_failed.load() < i) return;
-      HeaderImage& image = images[i];
+      HeaderPicture& picture = _pictures[i];
       try {
-        image.file = read_image_file(image.source.file, image.source.page.value_or(0));
+        picture.file = read_image_file(picture.source.file, picture.source.page.value_or(0));
       } catch (const std::exception& error) {
-        image.problem = error.what();
+        picture.problem = error.what();
         for (std::size_t known = first_failed.load(); i < known && !first_failed.compare_exchange_weak(known, i);) {
         }
       }
     });
-    if (first_failed.load() < images.size()) {
-      const HeaderImage& image = images[first_failed.load()];
-      fail(image.line->line, "Image " + image.line->name + ": " + image.problem);
+    if (first_failed.load() < _pictures.size()) {
+      const HeaderPicture& picture = _pictures[first_failed.load()];
+      picture.fail(picture.what + ": " + picture.problem);
     }
   }
 
-  void expect_one_size(const std::vector<HeaderImage>& images) const {
-    const HeaderImage& first = images.front();
-    const Shape expected = first.file->image.shape();
-    for (const HeaderImage& image : images) {
-      const Shape shape = image.file->image.shape();
+  void expect_one_size() const {
+    const HeaderPicture& first = _pictures.front();
+    const Shape expected = first.image().shape();
+    for (const HeaderPicture& picture : _pictures) {
+      const Shape shape = picture.image().shape();
       if (shape == expected) continue;
-      fail(image.line->line, "Image " + image.line->name + " (" + image.line->file + ") is " +
-                                 std::to_string(shape.width) + " x " + std::to_string(shape.height) +
-                                 " pixels, but Image " + first.line->name + " (" + first.line->file + ") is " +
-                                 std::to_string(expected.width) + " x " + std::to_string(expected.height) +
-                                 "; all images of a capture have one size.");
+      picture.fail(picture.text() + " is " + size_text(shape) + " pixels, but " + first.text() + " is " +
+                   size_text(expected) + "; all images of a capture have one size.");
     }
   }
 
-  MeasurementMap make_measurements(const CaptureHeaderFile& header, const std::vector<HeaderImage>& images) const {
+  MeasurementMap make_measurements(const CaptureHeaderFile& header) const {
     MeasurementMap measurements;
-    auto image = images.begin();
+    auto picture = _pictures.begin();
     for (const auto& section : header.measurements) {
       auto measurement = std::make_shared<BaseMeasurement>();
       bool holds_capture_level = header.capture.white_level.has_value();
-      for (std::size_t i = 0; i < section.images.size(); ++i, ++image) {
-        const Image& pixels = image->file->image;
+      for (std::size_t i = 0; i < section.images.size(); ++i, ++picture) {
+        const Image& pixels = picture->image();
         if (section.white_level && !can_hold(pixels, *section.white_level)) {
           fail(section.white_level_line, "WhiteLevel = " + common::number_text(*section.white_level) +
-                                             " is more than Image " + image->line->name + " can hold: it is " +
+                                             " is more than Image " + section.images[i].name + " can hold: it is " +
                                              pixel_type_text(pixels.type()) + ".");
         }
         holds_capture_level = holds_capture_level && can_hold(pixels, *header.capture.white_level);
-        measurement->images.insert_or_assign(image->line->name, pixels);
+        measurement->images.insert_or_assign(section.images[i].name, pixels);
       }
       if (section.white_level) {
         measurement->declared_white_level = section.white_level;
@@ -197,21 +246,78 @@ class HeaderLoader {
     return image.type() == PixelType::f32 || level <= image.type_white_level();
   }
 
-  void add_sources(const std::vector<HeaderImage>& images, std::vector<SourceFile>& sources) const {
-    for (const HeaderImage& image : images) {
+  void add_reference(const ImageReferenceRequest& request, std::size_t image_count, BaseMeasurement& measurement) {
+    const Image& image = measurement.images.at(request.image).base();
+    Reference reference{.white = {}, .dark = {}, .reflectance = request.reflectance};
+    if (request.dark) reference.dark = level_for(*request.dark, "Dark", image, request, image_count);
+    if (request.white) {
+      reference.white = level_for(*request.white, "White", image, request, image_count);
+    } else if (measurement.declared_white_level) {
+      reference.white.constants = {*measurement.declared_white_level};
+    } else {
+      throw std::runtime_error(request.where + " has no White, and no WhiteLevel is declared that could stand for it.");
+    }
+    expect_range(reference, request);
+    measurement.references.insert_or_assign(request.image, std::make_shared<const Reference>(std::move(reference)));
+  }
+
+  ReferenceLevel level_for(const PlacedLevel& placed, const std::string& key, const Image& image,
+                           const ImageReferenceRequest& request, std::size_t image_count) {
+    const std::string of_image = "Image " + request.image + " of " + request.measurement;
+    const ReferenceSection::Level& level = *placed.level;
+    if (level.file.empty()) {
+      if (level.constants.size() > 1 && !image.is_color()) {
+        throw std::runtime_error(placed.where + ": " + key + " has three numbers, but " + of_image +
+                                 " has one channel.");
+      }
+      return {.constants = level.constants};
+    }
+    const HeaderPicture& picture = _pictures[reference_picture(placed, key, image_count)];
+    const Image& pixels = picture.image();
+    const std::string text = placed.where + ": " + key + " (" + level.file + ") ";
+    if (pixels.is_color() && !image.is_color()) {
+      throw std::runtime_error(text + "is a colour picture, but " + of_image + " has one channel.");
+    }
+    if (pixels.type() != image.type() && pixels.type() != PixelType::f32) {
+      throw std::runtime_error(text + "is " + pixel_type_text(pixels.type()) + ", but " + of_image + " is " +
+                               pixel_type_text(image.type()) +
+                               "; a reference has the image's own counts, or is 32-bit float.");
+    }
+    return {.picture = pixels,
+            .file = SourceFile{picture.recorded, picture.file->sha256, picture.file->bytes, picture.source.page}};
+  }
+
+  /// Constants that leave no range would make every pixel invalid, which nobody can mean.
+  static void expect_range(const Reference& reference, const ImageReferenceRequest& request) {
+    if (reference.white.picture || reference.dark.picture) return;
+    const auto& white = reference.white.constants;
+    const auto& dark = reference.dark.constants;
+    for (std::size_t i = 0; i < std::max(white.size(), dark.size()); ++i) {
+      const double bright = white[std::min(i, white.size() - 1)];
+      const double black = dark[std::min(i, dark.size() - 1)];
+      if (bright > black) continue;
+      throw std::runtime_error(request.where + ": white (" + common::number_text(bright) + ") is not above dark (" +
+                               common::number_text(black) + ").");
+    }
+  }
+
+  void add_sources(std::vector<SourceFile>& sources) const {
+    for (const HeaderPicture& picture : _pictures) {
       const auto known = std::find_if(sources.begin() + 1, sources.end(),
-                                      [&](const SourceFile& source) { return source.path == image.recorded; });
+                                      [&](const SourceFile& source) { return source.path == picture.recorded; });
       if (known == sources.end()) {
-        sources.push_back({image.recorded, image.file->sha256, image.file->bytes});
-      } else if (known->sha256 != image.file->sha256) {
-        fail(image.line->line,
-             "Image " + image.line->name + ": " + file_name_text(image.recorded) + " changed while it was read.");
+        sources.push_back({picture.recorded, picture.file->sha256, picture.file->bytes});
+      } else if (known->sha256 != picture.file->sha256) {
+        picture.fail(picture.what + ": " + file_name_text(picture.recorded) + " changed while it was read.");
       }
     }
   }
 
   const Path& _path;
   std::string _name;
+  Path _written_folder;                  ///< of the header, as it was named
+  Path _folder;                          ///< the same, links resolved
+  std::vector<HeaderPicture> _pictures;  ///< the capture's images in their order, then those of references
 };
 
 std::shared_ptr<CaptureSet> load_capture(const Path& path) {

@@ -46,6 +46,13 @@ WhiteLevel ImageStack::white_level(std::string_view measurement, std::string_vie
   return {pixels ? pixels->type_white_level() : 1.0, false};
 }
 
+std::shared_ptr<const Reference> ImageStack::reference(std::string_view measurement, std::string_view image) const {
+  const auto found = _measurements.find(measurement);
+  if (found == _measurements.end()) return nullptr;
+  const auto reference = found->second.references.find(image);
+  return reference == found->second.references.end() ? nullptr : reference->second;
+}
+
 std::optional<BandInfo> ImageStack::find_band(std::string_view image) const {
   const auto found = _bands.find(image);
   if (found == _bands.end()) return std::nullopt;
@@ -63,6 +70,7 @@ ImageStack CaptureSet::image_stack() const {
   for (const auto& [measurement_name, measurement] : measurements) {
     ImageStack::Entry entry;
     entry.declared_white_level = measurement->declared_white_level;
+    entry.references = measurement->references;
     for (const auto& [image_name, image] : measurement->images) {
       if (image.is_array()) entry.images.insert_or_assign(image_name, image.base());
     }
@@ -109,6 +117,9 @@ std::optional<Image> CaptureSet::find_image(std::string_view measurement, std::s
 }
 WhiteLevel CaptureSet::white_level(std::string_view measurement, std::string_view image) const {
   return image_stack().white_level(measurement, image);
+}
+std::shared_ptr<const Reference> CaptureSet::reference(std::string_view measurement, std::string_view image) const {
+  return image_stack().reference(measurement, image);
 }
 std::optional<BandInfo> CaptureSet::find_band(std::string_view image) const {
   return image_stack().find_band(image);

@@ -12,18 +12,11 @@
 #include "orvexa/model/entities/base_measurement.h"
 #include "orvexa/model/entities/capture_header.h"
 #include "orvexa/model/image_source.h"
+#include "orvexa/model/source_file.h"
 
 namespace orvexa::model {
 
 using BandMap = common::OrderedMap<BandInfo>;
-
-/// A file that a capture was read from, for the record of where numbers came from.
-struct SourceFile {
-  std::filesystem::path path;
-  std::string sha256;  ///< of the bytes that were decoded, hexadecimal
-  std::uintmax_t bytes = 0;
-  std::optional<int> page = std::nullopt;  ///< of a multi-page file, where the name that was loaded asked for one
-};
 
 /// The bare images of a capture without its masks: a view that shares the pixels.
 class ImageStack final : public ImageSource {
@@ -31,6 +24,7 @@ class ImageStack final : public ImageSource {
   struct Entry {
     common::OrderedMap<Image> images;
     std::optional<double> declared_white_level;
+    ReferenceMap references = {};
   };
 
   ImageStack(common::OrderedMap<Entry> measurements, BandMap bands, std::optional<double> mm_per_pixel);
@@ -40,6 +34,8 @@ class ImageStack final : public ImageSource {
   [[nodiscard]] std::vector<std::string> image_names(std::string_view measurement) const override;
   [[nodiscard]] std::optional<Image> find_image(std::string_view measurement, std::string_view image) const override;
   [[nodiscard]] WhiteLevel white_level(std::string_view measurement, std::string_view image) const override;
+  [[nodiscard]] std::shared_ptr<const Reference> reference(std::string_view measurement,
+                                                           std::string_view image) const override;
   [[nodiscard]] std::optional<BandInfo> find_band(std::string_view image) const override;
   [[nodiscard]] std::optional<double> millimetres_per_pixel() const override { return _millimetres_per_pixel; }
 
@@ -89,6 +85,8 @@ class CaptureSet : public ImageSource {
   [[nodiscard]] std::vector<std::string> image_names(std::string_view measurement) const override;
   [[nodiscard]] std::optional<Image> find_image(std::string_view measurement, std::string_view image) const override;
   [[nodiscard]] WhiteLevel white_level(std::string_view measurement, std::string_view image) const override;
+  [[nodiscard]] std::shared_ptr<const Reference> reference(std::string_view measurement,
+                                                           std::string_view image) const override;
   [[nodiscard]] std::optional<BandInfo> find_band(std::string_view image) const override;
   [[nodiscard]] std::optional<double> millimetres_per_pixel() const override;
 };

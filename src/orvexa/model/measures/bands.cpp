@@ -29,17 +29,29 @@ T grey_of(const T* rgb) {
   }
 }
 
+/// One channel of a row of interleaved pixels.
 template <typename T, typename Out>
-void read_plane_row(const Image& image, int channel, int y, Out* out) {
-  const T* pixels = image.row<T>(y).data();
-  const int width = image.width();
-  if (!image.is_color()) {
+void take_channel(const T* pixels, int width, bool is_color, int channel, Out* out) {
+  if (!is_color) {
     for (int x = 0; x < width; ++x) out[x] = static_cast<Out>(pixels[x]);
   } else if (channel == Band::grey_channel) {
     for (int x = 0; x < width; ++x) out[x] = static_cast<Out>(grey_of(pixels + 3 * x));
   } else {
     for (int x = 0; x < width; ++x) out[x] = static_cast<Out>(pixels[3 * x + channel]);
   }
+}
+
+template <typename T, typename Out>
+void read_plane_row(const Image& image, int channel, int y, Out* out) {
+  take_channel(image.row<T>(y).data(), image.width(), image.is_color(), channel, out);
+}
+
+template <typename Out>
+void read_reflectance_row(const Band& band, int y, Out* out) {
+  const Image& image = band.counts->image;
+  std::vector<float> row(static_cast<std::size_t>(image.width()) * static_cast<std::size_t>(image.channels()));
+  fill_reflectance_row(image, *band.counts->reference, y, row);
+  take_channel(row.data(), image.width(), image.is_color(), band.channel, out);
 }
 
 template <typename T>
@@ -60,11 +72,13 @@ std::optional<Band> image_band(const ImageSource& source, const std::string& mea
   const bool is_color = pixels->is_color();
   std::string name = measurement + "." + image;
   if (is_color) name.append(".").append(channel_names.at(static_cast<std::size_t>(channel_of_colour)));
-  return Band{.image = *std::move(pixels),
-              .channel = is_color ? channel_of_colour : 0,
-              .white = source.white_level(measurement, image),
-              .name = std::move(name),
-              .measurement = measurement};
+  Band band{.image = *std::move(pixels),
+            .channel = is_color ? channel_of_colour : 0,
+            .white = source.white_level(measurement, image),
+            .name = std::move(name),
+            .measurement = measurement};
+  auto reference = source.reference(measurement, image);
+  return reference ? with_reference(band, std::move(reference)) : band;
 }
 
 /// A plane with every name that means it.
@@ -293,14 +307,32 @@ std::vector<Band> resolved(const std::vector<const BandRole*>& wanted, const Fin
 
 }  // namespace
 
-void Band::read_row(int y, std::span<double> counts) const {
+Band Band::raw() const {
+  Band band = *this;
+  if (!counts) return band;
+  band.image = counts->image;
+  band.white = counts->white;
+  band.counts = nullptr;
+  return band;
+}
+
+Band with_reference(const Band& band, std::shared_ptr<const Reference> reference) {
+  Band result = band;
+  result.image = reflectance_image(band.image, reference);
+  result.white = {.counts = 1.0, .is_declared = true};
+  result.counts = std::make_shared<const Band::Counts>(Band::Counts{band.image, band.white, std::move(reference)});
+  return result;
+}
+
+void Band::read_row(int y, std::span<double> values) const {
+  if (counts) return read_reflectance_row(*this, y, values.data());
   switch (image.type()) {
     case PixelType::u8:
-      return read_plane_row<std::uint8_t>(image, channel, y, counts.data());
+      return read_plane_row<std::uint8_t>(image, channel, y, values.data());
     case PixelType::u16:
-      return read_plane_row<std::uint16_t>(image, channel, y, counts.data());
+      return read_plane_row<std::uint16_t>(image, channel, y, values.data());
     case PixelType::f32:
-      return read_plane_row<float>(image, channel, y, counts.data());
+      return read_plane_row<float>(image, channel, y, values.data());
   }
 }
 
@@ -310,6 +342,13 @@ void Band::read_normalised_row(int y, std::span<double> fractions) const {
 }
 
 Image Band::plane(const RunContext& context) const {
+  if (counts) {
+    cv::Mat plane(image.height(), image.width(), CV_32FC1);
+    for_each_stripe(image.height(), image.width(), context, [&](int y0, int y1) {
+      for (int y = y0; y < y1; ++y) read_reflectance_row(*this, y, plane.ptr<float>(y));
+    });
+    return Image(std::move(plane));
+  }
   if (!image.is_color()) return image;
   switch (image.type()) {
     case PixelType::u8:

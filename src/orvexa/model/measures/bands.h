@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <map>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
@@ -13,8 +14,17 @@
 
 namespace orvexa::model {
 
-/// One plane of numbers that an operation reads: an image, which channel of it, and what is white in it.
+/// One plane of numbers that an operation reads: an image, which channel of it, and what is white in it. Where the
+/// capture has a reference for the image, the plane is reflectance: `image` is 32-bit float with white 1, declared, and
+/// NaN where the reference has no meaning. Rows and `plane` are then worked out as they are asked for.
 struct Band {
+  /// The counts behind a plane of reflectance.
+  struct Counts {
+    Image image;
+    WhiteLevel white;
+    std::shared_ptr<const Reference> reference;  ///< never null
+  };
+
   Image image;
   /// 0..2 = R, G, B of a colour image (0 for a single-band one); grey_channel = 0.299 R + 0.587 G + 0.114 B, rounded
   /// half up for integers, in counts of the image's own type.
@@ -22,17 +32,23 @@ struct Band {
   WhiteLevel white;
   std::string name;         ///< "MSP.NIR", "CLR.RGB.G", "CLR.RGB.grey": also the prefix of its metrics
   std::string measurement;  ///< "MSP"
+  std::shared_ptr<const Counts> counts = nullptr;  ///< null for a plane of counts
 
   static constexpr int grey_channel = 3;
 
   [[nodiscard]] Shape shape() const { return image.shape(); }
-  /// Counts of columns [0, width) of one row into `counts`.
-  void read_row(int y, std::span<double> counts) const;
-  /// Counts divided by the white level: 1 = white.
+  /// The plane as the file holds it, without the reference.
+  [[nodiscard]] Band raw() const;
+  /// Values of columns [0, width) of one row: counts, or reflectance.
+  void read_row(int y, std::span<double> values) const;
+  /// Values divided by the white level: 1 = white.
   void read_normalised_row(int y, std::span<double> fractions) const;
   /// The plane alone as a single-channel image of the image's own type (shared when it is one already).
   [[nodiscard]] Image plane(const RunContext& context = {}) const;
 };
+
+/// A plane of counts as reflectance, by a reference for its image.
+[[nodiscard]] Band with_reference(const Band& band, std::shared_ptr<const Reference> reference);
 
 /// Resolves a name to one plane: `MEASUREMENT.IMAGE[.channel]` (channel R, G, B or grey), or the bare name of an image
 /// that exactly one measurement has, or a role as `find_role`. An empty name is the capture's default plane: the grey

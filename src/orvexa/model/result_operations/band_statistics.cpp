@@ -24,7 +24,7 @@ OperationResult BandStatistics::compute(const CaptureSet& capture, const RegionS
       continue;
     }
     if (in_fractions) unit.divisor = band->white.counts;
-    add_statistics(result, regions, name, pixels.measure(*band, context()), unit);
+    add_statistics(result, regions, name, pixels.measure(in_fractions ? *band : band->raw(), context()), unit);
   }
   return result;
 }
@@ -40,7 +40,9 @@ const ResultOperationInfo& band_statistics_info() {
       .description =
           "For every chosen plane, as `<measurement>.<image>[.<channel>].<statistic>`: " + statistics_text() +
           " Values are counts as the file holds them or, when asked for, fractions of the white level (the "
-          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value. A "
+          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value. Where "
+          "the capture has a reference, fractions are reflectance and pixels without one are invalid; counts are "
+          "always those of the file. A "
           "chosen plane that the capture lacks is left out with its reason; when it lacks all of them, that is an "
           "error.",
       .source =

@@ -132,7 +132,8 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
       leave_out_everywhere(result, regions, metrics, reason);
       continue;
     }
-    const std::vector<std::uint32_t> table = count_band(pixels, *band, layout);
+    const Band counted = band->raw();
+    const std::vector<std::uint32_t> table = count_band(pixels, counted, layout);
     const std::vector<std::uint32_t> whole = sum_of_groups(table, layout);
     const auto own_counts = [&](int index) {
       if (index < 0 || regions.is_single()) return std::span<const std::uint32_t>(whole);
@@ -150,8 +151,8 @@ OperationResult HistogramOperation::compute(const CaptureSet& capture, const Reg
       row.set(metrics[3], Value(counts[layout.overflow()]));
       row.set(metrics[4], Value(counts.first(layout.bins)));
     });
-    result.images.insert_or_assign(name, ResultImage{.picture = plot_of(whole, *band, layout), .numbers = {}});
-    result.tables[name] = table_of(whole, regions.whole().area - whole[layout.invalid()], band->white.counts, layout);
+    result.images.insert_or_assign(name, ResultImage{.picture = plot_of(whole, counted, layout), .numbers = {}});
+    result.tables[name] = table_of(whole, regions.whole().area - whole[layout.invalid()], counted.white.counts, layout);
   }
   return result;
 }
@@ -166,18 +167,14 @@ const ResultOperationInfo& histogram_info() {
       .summary = "Counts the pixels of each image inside the mask by their value.",
       .description =
           "For every chosen plane: `<plane>.histogram.bins`, the numbers of pixels in equal bins from 0 to the white "
-          "level "
-          "(the declared one, else the greatest count of the type, 1 for float), whatever the data are. A bin holds "
-          "its "
-          "lower edge and not its upper one; the last bin also holds the white level itself. Beside it underflow "
-          "(below 0), "
-          "overflow (above the white level), n (valid pixels, all of these) and n_invalid (not a number or infinite). "
-          "The "
-          "table of a plane has the edges in counts, the counts of the whole mask and their fractions of n; the "
-          "picture of a "
-          "plane draws them. A mask or "
-          "region without pixels has none of them. A chosen plane that the capture lacks is left out with its reason; "
-          "when "
+          "level (the declared one, else the greatest count of the type, 1 for float), whatever the data are. Values "
+          "are the counts of the file, also where the capture has a reference. A bin holds its lower edge and not its "
+          "upper one; the last bin also holds the white level itself. Beside it underflow (below 0), overflow (above "
+          "the white level), n (valid pixels, all of these) and n_invalid (not a number or infinite). The table of a "
+          "plane has the edges in counts, the counts of the whole mask and their fractions of n; the picture of a "
+          "plane "
+          "draws them. A mask or region without pixels has none of them. A chosen plane that the capture lacks is left "
+          "out with its reason; when "
           "it lacks all of them, that is an error.",
       .source = "R. C. Gonzalez, R. E. Woods, Digital Image Processing, section on histogram processing",
       .parameters = {bands_parameter(),

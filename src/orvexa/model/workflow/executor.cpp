@@ -28,6 +28,7 @@
 #include "orvexa/model/result_operations/registry.h"
 #include "orvexa/model/run_context.h"
 #include "orvexa/model/workflow/metrics_files.h"
+#include "orvexa/model/workflow/parameter_files.h"
 #include "orvexa/model/workflow/provenance.h"
 #include "orvexa/model/workflow/results_folder.h"
 
@@ -62,7 +63,9 @@ Mask run_mask_steps(const CaptureSet& capture, const Workflow& workflow, std::si
       const auto operation = get_mask_operation(step.op)();
       operation->set_context(context);
       operation->wants_overlay = false;
-      mask = operation->apply({.image_stack = images, .current_mask = mask, .params = step.params});
+      mask = operation->apply({.image_stack = images,
+                               .current_mask = mask,
+                               .params = resolved_mask_params(step.op, step.params, workflow.folder)});
       if (!mask) throw std::runtime_error("It gave no mask.");
       context.check();
       keep({index, *operation, *mask});
@@ -132,9 +135,10 @@ OperationResult run_result_operation(const ResultOperationConfig& step, const Ca
     const ResultOperationInfo& info = get_result_operation(step.op);
     const auto operation = info();
     operation->set_context(context);
-    record.params = operation->validate_params(step.params);
+    const Value params = resolved_result_params(step.op, step.params, workflow.folder);
+    record.params = operation->validate_params(params);
     expect_requirements(info, masked, workflow);
-    result = operation->run({.source_capture = masked, .params = step.params, .regions = &regions});
+    result = operation->run({.source_capture = masked, .params = params, .regions = &regions});
     drop_values_that_are_no_numbers(result);
     record.chosen_bands = result.chosen_bands;
   } catch (const CancelledError&) {
@@ -303,7 +307,7 @@ std::vector<OutputFile> output_files(const CaptureSet& capture, const Workflow& 
   if (wants(workflow, "images")) add_images(found.report.bundle, files);
   if (wants(workflow, "masks")) add_masks(found, files);
   if (wants(workflow, "numbers")) add_numbers(found.report, files);
-  files.push_back(text_file("workflow.yaml", common::yaml_text(workflow.to_dict())));
+  files.push_back(text_file("workflow.yaml", common::yaml_text(with_resolved_files(workflow).to_dict())));
   return files;
 }
 
@@ -326,6 +330,9 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
   ProvenanceRecord record{.capture_name = run.capture_name, .sources = capture.sources, .started = common::now()};
   context.check();
   expect_workflow_can_run(workflow);
+  record.references = reference_records(capture);
+  record.files = hashed_parameter_files(workflow);
+  if (!record.files.empty()) record.workflow_sha256 = workflow_sha256(workflow);
   // Made before the work, so that a folder that cannot be written to is known before minutes were spent.
   ResultsFolder folder(run.output_base_dir, run.capture_name);
 
@@ -338,9 +345,10 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
         if (!step.operation.note.empty()) {
           notes.push_back({.step = static_cast<int>(step.index), .op = config.op, .text = step.operation.note});
         }
-        record.mask_steps.push_back({.op = config.op,
-                                     .params = step.operation.validate_params(config.params),
-                                     .chosen_bands = step.operation.chosen_bands});
+        record.mask_steps.push_back(
+            {.op = config.op,
+             .params = step.operation.validate_params(resolved_mask_params(config.op, config.params, workflow.folder)),
+             .chosen_bands = step.operation.chosen_bands});
       });
 
   RunFindings found{.step_masks = std::move(step_masks),

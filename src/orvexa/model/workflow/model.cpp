@@ -15,6 +15,7 @@
 #include "orvexa/model/mask_operations/registry.h"
 #include "orvexa/model/operation_base.h"
 #include "orvexa/model/result_operations/registry.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::model {
 
@@ -173,6 +174,7 @@ class Checker {
     check_format();
     for (std::size_t i = 0; i < _workflow.mask_operations.size(); ++i) check_mask_step(i);
     for (std::size_t i = 0; i < _workflow.result_operations.size(); ++i) check_result_step(i);
+    check_files();
     check_outputs();
     for (const auto& [key, value] : _workflow.others.items()) report({key}, no_such_entry(key));
     return std::move(_problems);
@@ -259,6 +261,19 @@ class Checker {
     }
   }
 
+  void check_files() {
+    for (const ParameterFile& file : parameter_files(_workflow)) {
+      const auto problem = missing_file_problem(file);
+      if (!problem) continue;
+      const std::size_t index = file.place.index;
+      const OperationConfig& step = file.place.is_mask
+                                        ? static_cast<const OperationConfig&>(_workflow.mask_operations[index])
+                                        : _workflow.result_operations[index];
+      report(place_of(file.place, step), fmt::format("{}: parameter \"{}\" is \"{}\", but {}.", step.op, file.parameter,
+                                                     common::to_valid_utf8(file.written), *problem));
+    }
+  }
+
   void check_outputs() {
     if (!_workflow.outputs) return;
     static const std::vector<std::string> known_outputs = {"masks", "overlays", "images", "numbers"};
@@ -309,6 +324,11 @@ Value Workflow::to_dict() const {
   }
   map.update(others);
   return map;
+}
+
+bool operator==(const Workflow& a, const Workflow& b) {
+  return a.format == b.format && a.title == b.title && a.mask_operations == b.mask_operations &&
+         a.result_operations == b.result_operations && a.outputs == b.outputs && a.others == b.others;
 }
 
 std::shared_ptr<Workflow> new_workflow(const std::string& title) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -46,6 +47,9 @@ class Workflow {
   std::vector<ResultOperationConfig> result_operations;
   /// Which outputs a run writes, among "masks", "overlays", "images", "numbers"; absent = all. Kept as the file has it.
   std::optional<Value> outputs;
+  /// Not a part of the content but the folder of the file: what parameters name is relative to it. Empty means the
+  /// current folder.
+  std::filesystem::path folder = {};
   /// Further entries of a file in a newer format, as they were.
   Value others = Value::object();
 
@@ -53,7 +57,8 @@ class Workflow {
   /// [...]}, "outputs" where there are any, and `others`.
   [[nodiscard]] Value to_dict() const;
 
-  friend bool operator==(const Workflow&, const Workflow&) = default;
+  /// The same content, wherever it lies.
+  friend bool operator==(const Workflow& a, const Workflow& b);
 };
 
 /// An empty workflow.
@@ -75,8 +80,8 @@ struct WorkflowProblem {
 };
 
 /// Everything in a workflow that would make a run fail whatever the capture: a newer format, unknown operations (with
-/// the nearest known key), bad parameters, result operations that stand twice, unknown outputs, a mask operation that
-/// needs a mask as the first step.
+/// the nearest known key), bad parameters, files that are not there, result operations that stand twice,
+/// unknown outputs, a mask operation that needs a mask as the first step.
 [[nodiscard]] std::vector<WorkflowProblem> check_workflow(const Workflow& workflow);
 
 }  // namespace orvexa::model

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -16,10 +17,25 @@ struct StepRecord {
   common::Value chosen_bands = common::Value::object();  ///< as the operation reported them
 };
 
+/// The reference that made reflectance of an image's counts.
+struct ReferenceRecord {
+  std::string image;  ///< "MSP.NIR"
+  std::shared_ptr<const Reference> reference;
+};
+/// Those of all images that have one.
+[[nodiscard]] std::vector<ReferenceRecord> reference_records(const ImageSource& capture);
+
+/// [{"image", "white", "dark", "reflectance"}]; white and dark are a number, three of them, or {"path", "sha256",
+/// "page" where one was asked for}.
+[[nodiscard]] common::Value references_document(const std::vector<ReferenceRecord>& references);
+
 /// Where results came from.
 struct ProvenanceRecord {
   std::string capture_name = {};
   std::vector<SourceFile> sources = {};
+  std::vector<ReferenceRecord> references = {};
+  std::vector<SourceFile> files = {};  ///< that parameters name, and what belongs to them
+  std::string workflow_sha256 = {};    ///< where there are such files, see `workflow_sha256`
   std::vector<StepRecord> mask_steps = {};
   std::vector<StepRecord> result_steps = {};
   common::TimePoint started = {};
@@ -32,9 +48,10 @@ struct ProvenanceRecord {
 /// The content of provenance.json:
 /// {"format": 1, "program": {"name", "version", "build"}, "libraries": {name: version}, "capture",
 ///  "inputs": [{"path" (absolute), "sha256", "bytes", "page" where one was asked for}], the file that was loaded
-///  first, "started", "finished" (local time with its offset from UTC),
-///  "duration_seconds", "threads",
-///  "mask_operations": [{"op", "params", "bands"}], "result_operations": [{"op", "params", "bands"}]}
+///  first, "references" as `references_document` where there are any, "files": [{"path", "sha256", "bytes"}] that
+///  parameters name and "workflow_sha256" where there are any, "started", "finished" (local time with its offset from
+///  UTC), "duration_seconds", "threads", "mask_operations": [{"op", "params", "bands"}], "result_operations": [{"op",
+///  "params", "bands"}]}
 [[nodiscard]] common::Value provenance_document(const ProvenanceRecord& record);
 
 }  // namespace orvexa::model
