@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <random>
@@ -8,8 +10,10 @@
 #include <string_view>
 
 #include "orvexa/common/parallel.h"
+#include "orvexa/model/codecs/image_file.h"
 #include "orvexa/model/mask_operations/registry.h"
 #include "support/captures.h"
+#include "support/temporary_folder.h"
 
 namespace orvexa::test {
 
@@ -64,6 +68,29 @@ inline model::Mask applied(std::string_view key, const model::ImageSource& sourc
   auto result = operation->apply({.image_stack = source, .current_mask = mask, .params = params});
   if (!result) throw std::logic_error("The operation gave no mask.");
   return *std::move(result);
+}
+
+inline bool names_a_file(const model::MaskOperationInfo& info) {
+  return std::any_of(info.parameters.begin(), info.parameters.end(), [](const model::ParameterInfo& parameter) {
+    return parameter.type == model::ParameterType::file;
+  });
+}
+
+/// What an operation can run with: its defaults, and for a parameter that has to name a file a colour picture of noise
+/// of that size.
+inline model::Value usable_params(const model::MaskOperationInfo& info, model::Shape shape) {
+  static const TemporaryFolder folder;
+  model::Value params = model::Value::object();
+  for (const model::ParameterInfo& parameter : info.parameters) {
+    if (parameter.type != model::ParameterType::file) continue;
+    const std::string name = std::to_string(shape.height) + "x" + std::to_string(shape.width) + ".png";
+    if (!std::filesystem::exists(folder / name)) {
+      const model::Image noise = random_image<std::uint8_t>(5, shape.height, shape.width, 3, 255.9);
+      folder.write(name, common::as_text(model::encode_png(noise)));
+    }
+    params[parameter.name] = (folder / name).string();
+  }
+  return params;
 }
 
 /// A capture without content, for operations that look at the mask alone.

@@ -39,5 +39,7 @@ namespace orvexa::model {
 [[nodiscard]] const MaskOperationInfo& smooth_mask_info();
 [[nodiscard]] const MaskOperationInfo& split_touching_info();
 [[nodiscard]] const MaskOperationInfo& mask_edit_info();
+[[nodiscard]] const MaskOperationInfo& mask_from_file_info();
+[[nodiscard]] const MaskOperationInfo& background_difference_info();
 
 }  // namespace orvexa::model

@@ -49,6 +49,8 @@ const std::vector<const MaskOperationInfo*>& built_in_operations() {
       &smooth_mask_info(),
       &split_touching_info(),
       &mask_edit_info(),
+      &mask_from_file_info(),
+      &background_difference_info(),
   };
   // clang-format on
   return all;
