@@ -137,7 +137,8 @@ TEST_P(Samples, GiveTheirKnownAnswersThroughTheirWorkflow) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, Samples,
-                         testing::Values("leaf_tray", "plot_five_bands", "leaf_fluorescence", "dish_objects", "series"),
+                         testing::Values("leaf_tray", "plot_five_bands", "leaf_fluorescence", "dish_objects",
+                                         "reflectance_tiles", "series"),
                          [](const auto& test) { return std::string(test.param); });
 
 // ---- the drawings themselves
@@ -152,6 +153,7 @@ std::vector<DrawnSample> drawings() {
           {samples::draw_plot_five_bands(), samples::plot_five_bands_workflow()},
           {samples::draw_leaf_fluorescence(), samples::leaf_fluorescence_workflow()},
           {samples::draw_dish_objects(), samples::dish_objects_workflow()},
+          {samples::draw_reflectance_tiles(), samples::reflectance_tiles_workflow()},
           {samples::draw_series_plot("plot_0007", 7), samples::series_workflow()}};
 }
 
@@ -266,9 +268,9 @@ TEST(SampleFiles, TheSeriesIsNumberedAndNoTwoPlotsAreAlike) {
 TEST(SampleFiles, WithoutACountThereIsNoSeriesAndOtherFilesStay) {
   const test::TemporaryFolder folder;
   folder.write("mine.txt", "keep");
-  EXPECT_EQ(write_samples(folder.path()).size(), 4u);
-  EXPECT_THAT(folder.entries(),
-              testing::ElementsAre("dish_objects", "leaf_fluorescence", "leaf_tray", "mine.txt", "plot_five_bands"));
+  EXPECT_EQ(write_samples(folder.path()).size(), 5u);
+  EXPECT_THAT(folder.entries(), testing::ElementsAre("dish_objects", "leaf_fluorescence", "leaf_tray", "mine.txt",
+                                                     "plot_five_bands", "reflectance_tiles"));
   EXPECT_EQ(test::read_all(folder / "mine.txt"), "keep");
 }
 

@@ -38,4 +38,7 @@ struct Drawing {
 [[nodiscard]] Drawing draw_dish_objects();
 [[nodiscard]] Workflow dish_objects_workflow();
 
+[[nodiscard]] Drawing draw_reflectance_tiles();
+[[nodiscard]] Workflow reflectance_tiles_workflow();
+
 }  // namespace orvexa::model::samples

@@ -103,6 +103,8 @@ std::vector<SampleReport> write_samples(const Path& folder, const SampleOptions&
            samples::leaf_fluorescence_workflow},
       Kind{"Twenty-six seeds and beads in a dish, a colour picture.", samples::draw_dish_objects,
            samples::dish_objects_workflow},
+      Kind{"Twelve tiles of known reflectance under uneven light, with pictures of white and dark.",
+           samples::draw_reflectance_tiles, samples::reflectance_tiles_workflow},
   };
   std::vector<SampleReport> reports(kinds.size());
   common::parallel_for(kinds.size(), [&](std::size_t i) {

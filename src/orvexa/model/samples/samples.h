@@ -26,8 +26,9 @@ struct SampleOptions {
 
 /// Draws the built-in captures and writes each into a folder of its own inside `folder`, with workflow and answers:
 /// `leaf_tray` (leaves in a colour picture), `plot_five_bands` (rows of plants in five 16-bit bands),
-/// `leaf_fluorescence` (two leaves in chlorophyll fluorescence) and `dish_objects` (seeds in a dish). The same call
-/// writes the same bytes on every machine of one kind; files of the same names are replaced, others stay.
+/// `leaf_fluorescence` (two leaves in chlorophyll fluorescence), `dish_objects` (seeds in a dish) and
+/// `reflectance_tiles` (tiles of known reflectance, with pictures of white and dark). The same call writes the same
+/// bytes on every machine of one kind; files of the same names are replaced, others stay.
 /// @throws std::invalid_argument for a count out of range; std::runtime_error when something cannot be written.
 [[nodiscard]] std::vector<SampleReport> write_samples(const std::filesystem::path& folder,
                                                       const SampleOptions& options = {});
