@@ -251,6 +251,17 @@ TEST(RegionCount, ARegionCountsItsOwnPartsInTheFullFrame) {
   EXPECT_EQ(result.tables.at("areas").rows[0], (std::vector<Value>{1, 2, 1, 1, 1, 2}));
 }
 
+TEST(RegionCount, CountsTheRegionsThatAStepMadeWhereTheyTouch) {
+  const Mask touching = test::mask_of_regions({"1122.", "11223", "....."}, 4);
+  const auto result = test::measured("region_count", *blank(3, 5), touching);
+  EXPECT_EQ(result.metrics.at("region_count"), 1);
+  EXPECT_EQ(result.metrics.at("labelled_count"), 3) << "the fourth has no pixel";
+  EXPECT_TRUE(result.regions.at("ROI_1").reasons.contains("labelled_count"));
+  EXPECT_EQ(test::measured("region_count", *blank(3, 5), touching, {{"min_area", 2}}).metrics.at("labelled_count"), 2);
+  const auto unlabelled = test::measured("region_count", *blank(3, 5), touching.with_labels(nullptr));
+  EXPECT_FALSE(unlabelled.metrics.contains("labelled_count") || unlabelled.reasons.contains("labelled_count"));
+}
+
 // ---- One huge region ----
 
 /// 2,000 x 2,000 pixels are 16 stripes. The regions are found, the one region is cut out, and its picture is looked at:

@@ -49,13 +49,25 @@ OperationResult RegionCount::compute(const CaptureSet& capture, const RegionSet&
     });
   }
 
+  const auto labelled =
+      std::ranges::count_if(all, [&](const Region& region) { return region.area > 0 && region.area >= min_area; });
+
   OperationResult result;
   result.units["region_count"] = "";
+  if (!regions.is_single()) result.units["labelled_count"] = "";
   write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
     if (row.is_empty()) {
       row.leave_out("region_count", row.empty_reason());
     } else {
       row.set("region_count", Value(index < 0 ? parts.size() : counts[static_cast<std::size_t>(index)]));
+    }
+    if (regions.is_single()) return;
+    if (row.is_empty()) {
+      row.leave_out("labelled_count", row.empty_reason());
+    } else if (index >= 0) {
+      row.leave_out("labelled_count", "It is a number of all regions together.");
+    } else {
+      row.set("labelled_count", Value(labelled));
     }
   });
 
@@ -83,15 +95,15 @@ const ResultOperationInfo& region_count_info() {
       .key = "region_count",
       .display_name = "Count of objects",
       .category = "Shape",
-      .summary = "Counts the connected parts of the mask and lists their areas.",
+      .summary = "Counts the connected parts of the mask and the regions that were made, and lists the parts' areas.",
       .description =
-          "region_count = number of 8-connected components with at least min_area pixels. The table `areas` lists "
-          "those of "
-          "the whole mask from top to bottom and left to right of their first pixel: number, area in pixels, box (x, "
-          "y, "
+          "region_count = number of 8-connected components with at least min_area pixels, whatever regions there are: "
+          "objects that touch count as one. labelled_count = number of regions with at least min_area pixels that a "
+          "step made, such as split_touching: objects that touch and were split count as several. It is a number of "
+          "the whole mask, there only where a step made regions. The table `areas` lists the components of the "
+          "whole mask from top to bottom and left to right of their first pixel: number, area in pixels, box (x, y, "
           "width, height in pixels of the full frame) and area_mm2 where the capture declares its scale. For a region "
-          "only "
-          "its own pixels are looked at. A mask or region without pixels has no count.",
+          "only its own pixels are looked at. A mask or region without pixels has no count.",
       .source =
           "A. Rosenfeld, J. L. Pfaltz, Sequential operations in digital picture processing, J. ACM 13(4), 1966, "
           "471-494, doi:10.1145/321356.321357",
