@@ -61,8 +61,12 @@ TEST(Completion, GivenADash_ThenTheOptionsOfTheCommandAreOffered) {
 
 TEST(Completion, GivenOps_ThenEveryOperationIsOfferedInTheOrderOfTheRegistries) {
   Words known;
-  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) known.push_back(info->key);
-  for (const auto& [key, info] : model::get_available_result_operations()) known.push_back(key);
+  for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
+    known.push_back((info->key == "convex_hull" ? "mask/" : "") + info->key);
+  }
+  for (const auto& [key, info] : model::get_available_result_operations()) {
+    known.push_back((key == "convex_hull" ? "result/" : "") + key);
+  }
   EXPECT_EQ(completions({"ops", ""}), known);
   EXPECT_THAT(completions({"ops", "region_c"}), ElementsAre("region_count"));
   EXPECT_THAT(completions({"ops", "area", ""}), ElementsAre()) << "ops takes one word";

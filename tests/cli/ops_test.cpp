@@ -67,9 +67,11 @@ TEST(Ops, ThePageHasEveryOperationWithEveryParameterOnce) {
     }
   };
   for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
-    expect_section(info->key, info->all_parameters());
+    expect_section((info->key == "convex_hull" ? "mask/" : "") + info->key, info->all_parameters());
   }
-  for (const auto& [key, info] : model::get_available_result_operations()) expect_section(key, info->parameters);
+  for (const auto& [key, info] : model::get_available_result_operations()) {
+    expect_section((key == "convex_hull" ? "result/" : "") + key, info->parameters);
+  }
 }
 
 TEST(Ops, GivenThePageTogetherWithAKeyOrJson_ThenThatIsRefused) {
@@ -111,6 +113,31 @@ TEST(Ops, GivenAnOperation_ThenEachParameterHasTypeDefaultRangeAndHelp) {
 TEST(Ops, SaysWhatAnOperationNeeds) {
   EXPECT_THAT(orvexa_command({"ops", "psii"}).out, HasSubstr("Needs the measurement FLU."));
   EXPECT_THAT(orvexa_command({"ops", "erode"}).out, HasSubstr("Needs a mask made by an earlier step."));
+}
+
+TEST(Ops, AKeyOfTwoOperationsShowsBothAndIsNamedWithItsKindWhereOneIsMeant) {
+  const std::string both = orvexa_command({"ops", "convex_hull"}).out;
+  EXPECT_THAT(both, HasSubstr("convex_hull (Convex hull, mask operation)"));
+  EXPECT_THAT(both, HasSubstr("convex_hull (Convex hull, result operation)"));
+  EXPECT_EQ(orvexa_command({"ops", "result/convex_hull", "--json"}).json().at("kind"), "result");
+  const Outcome unclear = orvexa_command({"ops", "convex_hull", "--json"});
+  EXPECT_EQ(unclear.exit_code, 2);
+  EXPECT_THAT(unclear.err, HasSubstr("say mask/convex_hull or result/convex_hull"));
+}
+
+TEST(Ops, AStepOfASharedKeyIsAddedToTheKindThatItsWordSays) {
+  const TemporaryFolder folder;
+  const std::string file = write_leaf_workflow(folder).string();
+  EXPECT_EQ(orvexa_command({"workflow", "add", file, "convex_hull"}).exit_code, 2);
+  ASSERT_EQ(orvexa_command({"workflow", "add", file, "mask/convex_hull"}).exit_code, 0);
+  ASSERT_EQ(orvexa_command({"workflow", "add", file, "result/convex_hull"}).exit_code, 0);
+  const common::Value shown = orvexa_command({"workflow", "show", file, "--json"}).json();
+  EXPECT_EQ(shown.at("mask_operations").back().at("op"), "convex_hull");
+  EXPECT_EQ(shown.at("result_operations").back().at("op"), "convex_hull");
+  EXPECT_EQ(orvexa_command({"preview", write_plot(folder).string(), "--op", "convex_hull", "-w", file, "--mask",
+                            (folder / "m.png").string()})
+                .exit_code,
+            0);
 }
 
 /// Key to reason, null where the operation can be used.

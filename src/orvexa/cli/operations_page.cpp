@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <string_view>
 
 #include "orvexa/cli/wrapped_text.h"
@@ -46,8 +47,9 @@ std::string parameters_table(const common::Value& parameters) {
   return table + "\n";
 }
 
-std::string section(const common::Value& operation) {
-  std::string text = fmt::format("#### {}\n\n", text_of(operation, "key"));
+/// @param heading  no two sections have the same.
+std::string section(const common::Value& operation, const std::string& heading) {
+  std::string text = fmt::format("#### {}\n\n", heading);
   text += paragraph(fmt::format("{}. {}", text_of(operation, "display_name"), text_of(operation, "summary")));
   if (const std::string description = text_of(operation, "description"); !description.empty()) {
     text += paragraph(description);
@@ -81,7 +83,9 @@ std::string operations_page(std::span<const common::Value> operations) {
       category = text_of(operation, "category");
       page += fmt::format("### {}\n\n", category);
     }
-    page += section(operation);
+    const auto has_same_key = [&](const common::Value& other) { return other.at("key") == operation.at("key"); };
+    const bool is_shared = std::ranges::count_if(operations, has_same_key) > 1;
+    page += section(operation, (is_shared ? kind + "/" : "") + text_of(operation, "key"));
   }
   page.pop_back();  // one line feed ends the page
   return page;
