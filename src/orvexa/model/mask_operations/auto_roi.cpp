@@ -206,7 +206,7 @@ std::vector<std::string> index_keys_and_none() {
 void check_looked_at(const ImageSource& source, const Value& params) {
   if (!is_index_wanted(params)) return check_band(source, params);
   const SpectralIndex& index = get_spectral_index(params.at("index").get_ref<const std::string&>());
-  static_cast<void>(find_roles(source, index.roles, named_bands(params)));
+  static_cast<void>(index_bands(source, index, named_bands(params)));
 }
 
 ParameterList own_parameters() {
@@ -284,6 +284,7 @@ const MaskOperationInfo& auto_roi_info() {
           "Operations in Digital Picture Processing, J. ACM 13(4), 1966, 471-494",
       .parameters = with_smoothing(own_parameters()),
       ._is_roi_operation = true,
+      ._requires_accumulated_mask = true,
       .check_capture = check_looked_at,
       .make = [] { return std::make_unique<AutoRoi>(); }};
   return info;
