@@ -5,6 +5,7 @@
 
 #include "controller/fakes.h"
 #include "support/base_images.h"
+#include "support/mask_operations.h"
 
 namespace orvexa::test {
 namespace {
@@ -94,7 +95,7 @@ Value random_params_of_shapes(Dice& dice, const std::string& key) {
   return Value::object();
 }
 
-Value random_params(Dice& dice, const std::string& key) {
+Value random_params(Dice& dice, const std::string& key, model::Shape shape) {
   const std::vector<std::string> bands = {"", "CLR.RGB.G", "CLR.RGB", "MSP.RED", "MSP.NIR", "FLU.FM"};
   const std::vector<std::string> methods = {"otsu", "triangle", "li"};
   const std::vector<std::string> sides = {"bright", "bright", "dark"};
@@ -131,11 +132,14 @@ Value random_params(Dice& dice, const std::string& key) {
   if (key == "convex_hull") params = {{"per_region", dice.chance(0.5)}};
   if (key == "smooth_mask") params = {{"radius", dice.between(1, 4)}};
   if (key == "split_touching") params = {{"min_distance", dice.between(1, 8)}};
+  const Value files = usable_params(model::get_mask_operation(key), shape);
+  for (const auto& [name, file] : files.items()) params[name] = file;
   if (dice.chance(0.15)) params["reset_mask_chain"] = true;
   return params;
 }
 
-std::shared_ptr<model::Workflow> random_workflow(Dice& dice) {
+/// @param shape  of the pictures in files that steps name.
+std::shared_ptr<model::Workflow> random_workflow(Dice& dice, model::Shape shape) {
   std::vector<std::string> makers;
   std::vector<std::string> all;
   for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
@@ -145,7 +149,7 @@ std::shared_ptr<model::Workflow> random_workflow(Dice& dice) {
   auto workflow = std::make_shared<model::Workflow>();
   for (int step = 0, count = dice.between(1, 6); step < count; ++step) {
     const std::string key = dice.one_of(step == 0 ? makers : all);
-    workflow->mask_operations.push_back({{.op = key, .params = random_params(dice, key)}});
+    workflow->mask_operations.push_back({{.op = key, .params = random_params(dice, key, shape)}});
   }
   return workflow;
 }
@@ -169,12 +173,12 @@ std::string text_of(const model::Workflow& workflow) {
 TEST(MaskChainLaw, CachedChainExecutorAndAccumulatedMaskAgreeOnRandomWorkflowsAndBasePixelsStayAsTheyWere) {
   std::map<std::string, int> uses;
   int telling_masks = 0;
-  constexpr unsigned workflows = 300;
+  constexpr unsigned workflows = 600;
   for (unsigned seed = 0; seed < workflows; ++seed) {
     Dice dice(seed);
     Probe controller;
     const auto capture = random_capture(dice);
-    const auto workflow = random_workflow(dice);
+    const auto workflow = random_workflow(dice, capture->get_shape());
     SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
     const auto before = base_image_hashes(*capture);
     controller.state.current_capture = capture;
@@ -210,7 +214,7 @@ TEST(MaskChainLaw, StepsAppliedOneByOneGiveTheChainOfTheWholeWorkflow) {
   for (unsigned seed = 1000; seed < 1060; ++seed) {
     Dice dice(seed);
     const auto capture = random_capture(dice);
-    const auto workflow = random_workflow(dice);
+    const auto workflow = random_workflow(dice, capture->get_shape());
     SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
     Probe whole;
     whole.state.current_capture = capture;
@@ -234,7 +238,7 @@ TEST(MaskChainLaw, ThePreviewOfAnOperationOnTopOfTheChainIsTheStepOnceCommitted)
   for (unsigned seed = 2000; seed < 2300; ++seed) {
     Dice dice(seed);
     const auto capture = random_capture(dice);
-    const auto workflow = random_workflow(dice);
+    const auto workflow = random_workflow(dice, capture->get_shape());
     SCOPED_TRACE(testing::Message() << "seed " << seed << ", its last step is tuned\n" << text_of(*workflow));
     const auto before = base_image_hashes(*capture);
     const model::MaskOperationConfig tuned = workflow->mask_operations.back();
@@ -285,7 +289,7 @@ TEST(MaskChainLaw, ThePreviewOfTheStateIsTheFirstStepOfAWorkflow) {
     Dice dice(seed);
     Probe controller;
     const auto capture = random_capture(dice);
-    const auto workflow = random_workflow(dice);
+    const auto workflow = random_workflow(dice, capture->get_shape());
     SCOPED_TRACE(testing::Message() << "seed " << seed << "\n" << text_of(*workflow));
     controller.state.current_capture = capture;
     controller.state.current_workflow = workflow;

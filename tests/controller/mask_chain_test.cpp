@@ -302,6 +302,17 @@ TEST_F(MaskChain, OverlaysAccumulateAndLaterStepsPaintOnlyWhereTheyDrewSomething
   EXPECT_EQ(controller._mask_result_cache.at(1)->viz_overlay, overlay({Rgb(255, 0, 0), Rgb(0, 9, 0), Rgb(7, 7, 7)}));
 }
 
+TEST_F(MaskChain, AsksForOverlaysForTheChainAndNotForTheAccumulatedMask) {
+  std::vector<int> wanted;
+  add_step("a", [&](const MaskCall& call) {
+    wanted.push_back(call.operation.wants_overlay ? 1 : 0);
+    return std::optional(all_set);
+  });
+  ASSERT_NE(controller.get_mask_result(0), nullptr);
+  ASSERT_TRUE(controller.build_accumulated_mask());
+  EXPECT_THAT(wanted, testing::ElementsAre(1, 0));
+}
+
 TEST_F(MaskChain, AStepWithoutAnOverlayCarriesTheEarlierOneForward) {
   const model::Image first = overlay({Rgb(1, 2, 3), Rgb(0, 0, 0), Rgb(0, 0, 0)});
   add_step("a", gives(all_set));

@@ -83,6 +83,10 @@ std::vector<Value> parameter_ends(const ParameterList& parameters) {
       add(parameter, Value::array({{0.0, 0.0}, {1.0, 0.0}, {1.0, 1.0}}));
       add(parameter, Value::array({{-5.0, -5.0}, {-4.0, -5.0}, {-4.0, -4.0}}));
     }
+    if (parameter.type == ParameterType::polygons) {
+      add(parameter, Value::parse("[[[0, 0], [1, 0], [1, 1]], [[-5, -5], [5, -5], [0, 9]]]"));
+      add(parameter, Value::parse("[[[-1e300, 0], [1e300, 0], [0, 1e300]]]"));
+    }
     if (parameter.type == ParameterType::rect) {
       add(parameter, {0.5, 0.5, 0.0, 0.0});
       add(parameter, {9.0, 9.0, 1.0, 1.0});

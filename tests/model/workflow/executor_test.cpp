@@ -347,6 +347,20 @@ TEST_F(ExecutorTest, BuildMaskHandsTheFlagToEachStepAndLooksAtItBetweenThem) {
   EXPECT_EQ(later_steps, 0);
 }
 
+TEST_F(ExecutorTest, AsksForNoPicturesOfStepsBecauseNobodySeesThem) {
+  int steps = 0;
+  const auto drawing = fake_mask("drawing", [&](FakeMask& operation, const ImageSource&, const Mask*, const Value&) {
+    EXPECT_FALSE(operation.wants_overlay);
+    ++steps;
+    return std::optional(Mask::full({3, 5}));
+  });
+  const MaskRegistryOverride masks({&drawing});
+  Workflow workflow;
+  workflow.mask_operations = {mask_op("drawing"), mask_op("drawing")};
+  static_cast<void>(Executor().build_mask(*small_capture(), workflow));
+  EXPECT_EQ(steps, 2);
+}
+
 // run_and_save: what is written
 
 TEST_F(ExecutorWithFakes, WritesOneFolderWithEveryKindOfOutput) {
