@@ -9,6 +9,8 @@
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/codecs/image_file.h"
+#include "orvexa/model/reference.h"
+#include "orvexa/model/workflow/parameter_files.h"
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
 #include "support/temporary_folder.h"
@@ -71,6 +73,17 @@ std::shared_ptr<const RegionLabels> labels_at(const std::string& place) {
   return labels;
 }
 
+ReferenceLevel level_of(const Value& level) {
+  if (level.is_string()) return {.picture = read_picture(level.get<std::string>())};
+  return {.constants = {level.get<double>()}};
+}
+
+std::shared_ptr<const Reference> reference_of(const Value& levels) {
+  return std::make_shared<const Reference>(Reference{.white = level_of(levels.at("white")),
+                                                     .dark = level_of(levels.at("dark")),
+                                                     .reflectance = levels.value("reflectance", 1.0)});
+}
+
 class Oracles : public testing::TestWithParam<OracleCase> {
  protected:
   void SetUp() override {
@@ -94,6 +107,11 @@ class Oracles : public testing::TestWithParam<OracleCase> {
     const Value white = expected.value("white", Value::object());
     for (const auto& [name, level] : white.items()) {
       measurements.at(name)->declared_white_level = level.get<double>();
+    }
+    const Value references = expected.value("references", Value::object());
+    for (const auto& [name, levels] : references.items()) {
+      const std::size_t dot = name.find('.');
+      measurements.at(name.substr(0, dot))->references.insert_or_assign(name.substr(dot + 1), reference_of(levels));
     }
     BandMap bands;
     const Value bands_declared = expected.value("bands", Value::object());
@@ -209,7 +227,8 @@ TEST_P(Oracles, Agree) {
   const auto capture = make_capture(expected);
   const auto mask = incoming_mask(expected, capture->get_shape());
   if (kind == "mask") {
-    compare_mask(expected, test::applied(key, *capture, mask, expected.at("params")));
+    const Value params = resolved_mask_params(key, expected.at("params"), golden_folder());
+    compare_mask(expected, test::applied(key, *capture, mask, params));
     return;
   }
   const OperationResult found = test::measured(key, *capture, mask, expected.at("params"));

@@ -87,6 +87,8 @@ def _plain(value):
         return {key: _plain(inner) for key, inner in value.items()}
     if isinstance(value, (list, tuple)):
         return [_plain(inner) for inner in value]
+    if isinstance(value, Input):  # a file that a parameter names
+        return value.place
     if isinstance(value, np.bool_):
         return bool(value)
     if isinstance(value, np.integer):
@@ -106,7 +108,7 @@ class Operation:
         self.key = key
         self.record = {"oracle": oracle, "convention": convention, "versions": versions(), "cases": []}
 
-    def _case(self, name, images, params, mask, labels, white, scale, bands):
+    def _case(self, name, images, params, mask, labels, white, scale, bands, references):
         if any(case["name"] == name for case in self.record["cases"]):
             raise ValueError(f"{self.key}: the case {name} is there twice")
         case = {"name": name, "images": {place: _as_input(image, "picture").place for place, image in images.items()},
@@ -123,15 +125,17 @@ class Operation:
             case["scale"] = scale
         if bands is not None:  # image to [centre, width] in nanometres
             case["bands"] = _plain(bands)
+        if references is not None:  # MEASUREMENT.IMAGE to {"white", "dark", "reflectance"}, pictures or numbers
+            case["references"] = _plain(references)
         self.record["cases"].append(case)
         return case
 
     def mask_case(self, name, images, expected, params=None, mask=None, labels=None, white=None, scale=None, bands=None,
-                  may_differ=0, why="", expected_labels=None):
+                  references=None, may_differ=0, why="", expected_labels=None):
         """`expected`: height x width of bool. Where `may_differ` pixels may differ, `why` says from what."""
         if may_differ and not why:
             raise ValueError(f"{self.key}: {name}: a tolerance needs its reason")
-        case = self._case(name, images, params, mask, labels, white, scale, bands)
+        case = self._case(name, images, params, mask, labels, white, scale, bands, references)
         expected = np.asarray(expected, bool)
         case["expected_area"] = int(expected.sum())
         if any(place.startswith("data:") for place in case["images"].values()):
@@ -145,14 +149,14 @@ class Operation:
             case["why"] = why
 
     def result_case(self, name, images, metrics, params=None, mask=None, labels=None, white=None, scale=None,
-                    bands=None, regions=None, undefined=(), tables=None, looser=None):
+                    bands=None, references=None, regions=None, undefined=(), tables=None, looser=None):
         """`metrics`: of the whole mask; `regions`: region name to metrics; `undefined`: metrics that must have a reason
         instead; `tables`: name to {"columns", "rows"}. Whole numbers must be equal, others within 1e-9 of the larger
         of the number and 1; `looser` maps patterns of metric names to {"relative" or "absolute", "why"}."""
         for entry in (looser or {}).values():
             if not entry.get("why"):
                 raise ValueError(f"{self.key}: {name}: a tolerance needs its reason")
-        case = self._case(name, images, params, mask, labels, white, scale, bands)
+        case = self._case(name, images, params, mask, labels, white, scale, bands, references)
         case["metrics"] = _plain(metrics)
         if regions is not None:
             case["regions"] = _plain(regions)

@@ -41,8 +41,35 @@ def statistics(values, prefix):
     return {f"{prefix}.{name}": int(v) if name in whole_numbers else float(v) for name, v in found.items()}
 
 
+def _add_reflectance_cases(op):
+    """Reflectance is (I - D) / (W - D) times the panel's own, in 32-bit float as it is kept."""
+    counts = blobs_u16(41, highest=40000)
+    white = blobs_u16(42, highest=15000) + np.uint16(35000)
+    dark = (blobs_u16(43, highest=900) + np.uint16(100)).astype(np.uint16)
+    dark[5, 7] = 60000  # white is not above dark: no reflectance
+    w, d = white.astype(float), dark.astype(float)
+    with np.errstate(divide="ignore", invalid="ignore"):
+        reflectance = np.where(w > d, 0.98 * (counts - d) / (w - d), np.nan)
+    why = "reflectance is kept in 32-bit float, whose steps are 6e-8 near 1"
+    rounding = {"*": {"absolute": 2e-7, "relative": 1e-6, "why": why}}
+    images = {"MSP.NIR": picture("reference_counts", counts)}
+    op.result_case("reflectance_from_pictures", images,
+                   statistics(reflectance, "MSP.NIR"),
+                   params={"unit": "fraction", "bands": ["MSP.NIR"]}, looser=rounding,
+                   references={"MSP.NIR": {"white": picture("reference_white", white),
+                                           "dark": picture("reference_dark", dark), "reflectance": 0.98}})
+    constant = (counts - 500.0) / (45000.0 - 500.0)
+    op.result_case("reflectance_from_constants", images,
+                   statistics(constant, "MSP.NIR"),
+                   params={"unit": "fraction", "bands": ["MSP.NIR"]}, looser=rounding,
+                   references={"MSP.NIR": {"white": 45000, "dark": 500}})
+    op.result_case("counts_stay_raw", images, statistics(counts, "MSP.NIR"),
+                   params={"unit": "counts", "bands": ["MSP.NIR"]}, references={"MSP.NIR": {"white": 45000, "dark": 500}})
+
+
 @operation("result", "band_statistics", oracle="numpy, scipy.stats.skew and kurtosis")
 def band_statistics(op):
+    _add_reflectance_cases(op)
     mask = blobs(11) > 0.4
     labels = grid_labels(mask, 3, 4)
     planes = {"eight_bit": blobs_u8(1), "sixteen_bit": blobs_u16(2), "float": _with_holes(blobs_f32(3), 5)}
