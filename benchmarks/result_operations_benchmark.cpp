@@ -5,6 +5,7 @@
 
 #include <optional>
 #include <utility>
+#include <vector>
 
 #include "drawn_captures.h"
 #include "orvexa/common/parallel.h"
@@ -48,10 +49,11 @@ void measure(benchmark::State& state, const model::ResultOperationInfo* info, in
   for (const auto& [key, info] : model::get_available_result_operations()) {
     if (key == "psii") continue;  // the drawn capture has no fluorescence
     for (const auto& [rows, columns] : {std::pair{1, 1}, std::pair{50, 100}}) {
+      const bool is_one = rows * columns == 1;
       benchmark::RegisterBenchmark(fmt::format("result/{}/{}_regions", key, rows * columns).c_str(), measure, info,
                                    rows, columns)
           ->ArgNames({"megapixels", "threads"})
-          ->ArgsProduct({{12}, {1, 2}})
+          ->ArgsProduct({is_one ? std::vector<std::int64_t>{1, 12} : std::vector<std::int64_t>{12}, {1, 2}})
           ->Unit(benchmark::kMillisecond)
           ->MeasureProcessCPUTime()
           ->UseRealTime();

@@ -1,0 +1,49 @@
+#!/usr/bin/env python3
+"""Prints how the time of each operation grows with the picture, with a parameter and with the number of regions.
+
+usage: growth.py RESULTS.json    (made with --benchmark_filter='mask/|result/|reach/' --benchmark_format=json)
+
+From 1 to 12 megapixels the time of an operation of linear cost grows by 12 at most; what small pictures keep in the
+processor's cache, large ones fetch, so up to 15 counts as linear. A large parameter may cost 20 times a small one,
+5,000 regions 3 times one.
+"""
+
+import json
+import statistics
+import sys
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    with open(sys.argv[1], encoding="utf-8") as file:
+        runs = [run for run in json.load(file)["benchmarks"] if run["run_type"] == "iteration"]
+    failed = sorted({run["name"] for run in runs if run.get("error_occurred")})
+    if failed:
+        sys.exit("These could not be measured: " + ", ".join(failed))
+    times = {}
+    for run in runs:
+        name, _, rest = run["name"].partition("/megapixels:")
+        if "threads:1" in rest:
+            times.setdefault((name, int(rest.split("/")[0])), []).append(run["real_time"])
+    median = {key: statistics.median(values) for key, values in times.items()}
+    print("| operation | ms at 1 megapixel | ms at 12 | 12 : 1 | 5,000 regions : 1 |")
+    print("|---|---:|---:|---:|---:|")
+    for name, size in sorted(median):
+        if size != 1:
+            continue
+        large = median[name, 12]
+        many = median.get((name.replace("/1_regions", "/5000_regions"), 12)) if name.endswith("/1_regions") else None
+        print(f"| {name.removesuffix('/1_regions')} | {median[name, 1]:.2f} | {large:.2f} | {large / median[name, 1]:.1f} "
+              f"| {'' if many is None else f'{many / large:.2f}'} |")
+    print("\n| operation | ms with a small parameter, 12 megapixels | with a large one | large : small |")
+    print("|---|---:|---:|---:|")
+    for name, size in sorted(median):
+        if name.startswith("reach/") and name.endswith("/small"):
+            large = median[name.replace("/small", "/large"), size]
+            print(f"| {name.removeprefix('reach/').removesuffix('/small')} | {median[name, size]:.1f} | {large:.1f} "
+                  f"| {large / median[name, size]:.1f} |")
+
+
+if __name__ == "__main__":
+    main()
