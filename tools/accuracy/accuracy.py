@@ -1,9 +1,9 @@
 #!/usr/bin/python3
 """Runs the workflows beside this file on pictures with known answers and prints the comparison as Markdown.
 
-usage: accuracy.py ORVEXA DATA_FOLDER > docs/accuracy.md
+usage: accuracy.py ORVEXA DATA_FOLDER ORACLES.json > docs/accuracy.md
 
-DATA_FOLDER is the folder of public pictures with ground truth (masks, labels, counts; see its SOURCES.md). Needs
+ORACLES.json is what the model's tests write with --gtest_filter='Oracles/*' --gtest_output=json:ORACLES.json; DATA_FOLDER is the folder of public pictures with ground truth (masks, labels, counts; see its SOURCES.md). Needs
 python3-opencv and python3-numpy, which the product itself does not.
 """
 
@@ -68,7 +68,8 @@ def pictures_table(orvexa, data, out):
         stem = row["picture"].rsplit("/", 1)[-1].rsplit(".", 1)[0]
         folder, results = run(orvexa, HERE / "workflows" / row["workflow"], data / row["picture"], out / "pictures")
         area = results["area"]["metrics"]["area"]
-        count = results["region_count"]["metrics"]["region_count"]
+        counts = results["region_count"]["metrics"]
+        count = counts.get("labelled_count", counts["region_count"])
         mask_file = (data / row["picture"]).parent / "gt" / f"{stem}_mask.png"
         area_known = difference = overlap = ""
         if mask_file.exists():
@@ -115,9 +116,11 @@ def captures_table(orvexa, data, out):
 
 
 def main():
-    if len(sys.argv) != 3:
+    if len(sys.argv) != 4:
         sys.exit(__doc__)
     orvexa, data = sys.argv[1], pathlib.Path(sys.argv[2]).resolve()
+    oracles = subprocess.run([sys.executable, HERE.parent / "oracles" / "table.py", sys.argv[3]], check=True,
+                             capture_output=True, text=True).stdout
     with tempfile.TemporaryDirectory() as scratch:
         out = pathlib.Path(scratch)
         print((HERE / "introduction.md").read_text(encoding="utf-8"))
@@ -126,6 +129,9 @@ def main():
         print("\n## Captures against an independent computation\n")
         print((HERE / "captures.md").read_text(encoding="utf-8"))
         captures_table(orvexa, data, out)
+    print("\n## Operations against independent programs\n")
+    print((HERE / "oracles.md").read_text(encoding="utf-8"))
+    print(oracles, end="")
 
 
 if __name__ == "__main__":
