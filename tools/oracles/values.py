@@ -357,3 +357,28 @@ def band_correlation(op):
              *(float(planes[plane][mask][rings == k].mean()) for plane in two)] for k in range(12)]
     op.result_case("radial", two, {}, mask=mask, params={"profile": "radial", "samples": 12},
                    tables={"profile": {"columns": ["distance_px", "pixels", "MSP.A", "MSP.B"], "rows": rows}})
+
+
+@operation("mask", "threshold_index", oracle="numpy; skimage.filters.threshold_otsu over 4096 bins")
+def threshold_index(op):
+    near = blobs_u16(51, highest=9000) + np.uint16(500)
+    red = blobs_u16(52, highest=6000) + np.uint16(300)
+    images = {"MSP.NIR": picture("index_nir", near), "MSP.RED": picture("index_red", red)}
+    n, r = near / 10000, red / 10000
+    ndvi = (n - r) / (n + r)
+    incoming = blobs(53) > 0.4
+    white = {"MSP": 10000}
+    op.mask_case("between_limits", images, (ndvi >= 0.1) & (ndvi <= 0.6), white=white,
+                 params={"index": "ndvi", "low": 0.1, "high": 0.6})
+    op.mask_case("above_a_limit_in_a_mask", images, (ndvi >= 0.25) & incoming, white=white, mask=incoming,
+                 params={"index": "ndvi", "low": 0.25})
+    savi = 1.5 * (n - r) / (n + r + 0.5)
+    op.mask_case("savi_below_a_limit", images, savi <= 0.05, white=white, params={"index": "savi", "high": 0.05})
+    op.mask_case("expression", images, n / r - 1 >= 0.75, white=white,
+                 params={"index": "custom", "expression": "N / R - 1", "low": 0.75})
+    # The level is the right edge of its bin, where skimage gives the middle.
+    inside = ndvi[incoming]
+    half_a_bin = (inside.max() - inside.min()) / 4096 / 2
+    level = skimage.filters.threshold_otsu(inside, nbins=4096) + half_a_bin
+    op.mask_case("otsu_in_a_mask", images, (ndvi > level) & incoming, white=white, mask=incoming,
+                 params={"index": "ndvi", "method": "otsu"})
