@@ -69,8 +69,8 @@ void add_row(const std::vector<Band>& rgb, const Mask* mask, const WorkingPictur
 
 WorkingPicture working_picture(const std::vector<Band>& rgb, const Mask* mask, const PixelRect& rect, int longest_side,
                                const RunContext& context) {
-  const auto [height, width] = rgb.front().shape();
-  WorkingPicture picture{.part = mask != nullptr ? box_of(*mask) : PixelRect{0, 0, width, height}};
+  const Shape shape = rgb.front().shape();
+  WorkingPicture picture{.part = mask != nullptr ? box_of(*mask) : PixelRect{0, 0, shape.width, shape.height}};
   const int part_width = picture.part.x1 - picture.part.x0;
   const int part_height = picture.part.y1 - picture.part.y0;
   picture.factor = std::max(1, (std::max(part_width, part_height) + longest_side - 1) / longest_side);
@@ -79,7 +79,7 @@ WorkingPicture working_picture(const std::vector<Band>& rgb, const Mask* mask, c
   picture.labels.create(picture.colors.size(), CV_8UC1);
   for_each_stripe(picture.colors.rows, picture.colors.cols * factor * factor, context, [&](int row0, int row1) {
     std::array<std::vector<double>, 3> row;
-    for (std::vector<double>& plane : row) plane.resize(static_cast<std::size_t>(width));
+    for (std::vector<double>& plane : row) plane.resize(static_cast<std::size_t>(shape.width));
     for (int block_row = row0; block_row < row1; ++block_row) {
       std::vector<BlockSums> blocks(static_cast<std::size_t>(picture.colors.cols));
       const int y0 = picture.part.y0 + block_row * factor;
