@@ -8,24 +8,20 @@ processor's cache, large ones fetch, so up to 15 counts as linear. A large param
 5,000 regions 3 times one.
 """
 
-import json
 import statistics
 import sys
+
+from table import megapixels, runs_of, threads
 
 
 def main():
     if len(sys.argv) != 2:
         sys.exit(__doc__)
-    with open(sys.argv[1], encoding="utf-8") as file:
-        runs = [run for run in json.load(file)["benchmarks"] if run["run_type"] == "iteration"]
-    failed = sorted({run["name"] for run in runs if run.get("error_occurred")})
-    if failed:
-        sys.exit("These could not be measured: " + ", ".join(failed))
     times = {}
-    for run in runs:
-        name, _, rest = run["name"].partition("/megapixels:")
-        if "threads:1" in rest:
-            times.setdefault((name, int(rest.split("/")[0])), []).append(run["real_time"])
+    for run in runs_of(sys.argv[1]):
+        if threads(run["name"]) == 1:
+            name = run["name"].split("/megapixels")[0]
+            times.setdefault((name, megapixels(run["name"])), []).append(run["real_time"])
     median = {key: statistics.median(values) for key, values in times.items()}
     print("| operation | ms at 1 megapixel | ms at 12 | 12 : 1 | 5,000 regions : 1 |")
     print("|---|---:|---:|---:|---:|")

@@ -17,14 +17,20 @@ def threads(name):
     return int(name.split("threads:")[1].split("/")[0]) if "threads:" in name else 1
 
 
-def main():
-    if len(sys.argv) != 2:
-        sys.exit(__doc__)
-    with open(sys.argv[1], encoding="utf-8") as file:
+def runs_of(results):
+    """The single runs of a results file; ends the program when one of them failed."""
+    with open(results, encoding="utf-8") as file:
         runs = [run for run in json.load(file)["benchmarks"] if run["run_type"] == "iteration"]
     failed = sorted({run["name"] for run in runs if run.get("error_occurred")})
     if failed:
         sys.exit("These gave another answer than expected: " + ", ".join(failed))
+    return runs
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    runs = runs_of(sys.argv[1])
     times = {}
     for run in runs:
         key = (run["name"].split("/megapixels")[0], megapixels(run["name"]), threads(run["name"]))
