@@ -6,7 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <mutex>
+#include <memory>
 #include <numeric>
 #include <stdexcept>
 #include <type_traits>
@@ -43,11 +43,13 @@ class CountPlane {
 };
 
 std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::int32_t first) {
-  std::vector<ValueCount> values;
-  values.reserve(bins.size());
+  std::vector<ValueCount> values(bins.size());
+  std::size_t filled = 0;
   for (std::size_t bin = 0; bin < bins.size(); ++bin) {
-    if (bins[bin] != 0) values.push_back({first + static_cast<std::int32_t>(bin), bins[bin]});
+    values[filled] = {first + static_cast<std::int32_t>(bin), bins[bin]};  // an empty bin is overwritten by the next
+    filled += bins[bin] != 0 ? 1 : 0;
   }
+  values.resize(filled);
   return values;
 }
 
@@ -75,6 +77,93 @@ class SymbolCounter {
   std::vector<std::uint32_t> _counts = std::vector<std::uint32_t>(65536, 0);
   std::array<std::uint64_t, 1024> _occurred{};
   std::vector<ValueCount> _taken;
+};
+
+/// Statistics of the counts of one group after the other, and of all of them together.
+template <typename T>
+class GroupDescriber {
+ public:
+  GroupDescriber(const CountPlane<T>& plane, const RunContext& context) : _plane(plane), _context(context) {}
+
+  [[nodiscard]] Statistics describe(std::span<const RegionPixels::Run> runs) {
+    std::size_t n = 0;
+    for (const RegionPixels::Run& run : runs) {
+      n += length(run);
+      for_each_count(run, [&](T count) {
+        ++_bins[count];
+        _has_block[count / block] = 1;
+      });
+    }
+    const auto blocks = static_cast<std::size_t>(std::count(_has_block.begin(), _has_block.end(), 1));
+    // Where few of the bins of the blocks that occur have a count in them, a look at every bin takes longer than to
+    // sort.
+    return blocks * block <= 4 * n ? describe_bins() : describe_scattered(runs, n);
+  }
+
+  /// How often each count occurred in all groups described.
+  [[nodiscard]] std::span<const std::uint32_t> together() const { return _together; }
+
+ private:
+  static constexpr std::size_t block = 64;
+
+  template <typename Each>
+  void for_each_count(const RegionPixels::Run& run, const Each& each) const {
+    _context.check();
+    const T* at = _plane.first(run);
+    const std::size_t step = _plane.step();
+    for (std::size_t left = length(run); left > 0; --left, at += step) each(*at);
+  }
+
+  Statistics describe_bins() {
+    _counts.resize(bins_of<T>);
+    std::size_t filled = 0;
+    for (std::size_t first = 0; first < _bins.size(); first += block) {
+      if (std::exchange(_has_block[first / block], std::uint8_t{0}) == 0) continue;
+      for (std::size_t bin = first; bin < first + block; ++bin) {
+        _counts[filled] = {static_cast<std::int32_t>(bin), _bins[bin]};  // the next one overwrites an empty bin
+        filled += _bins[bin] != 0 ? 1 : 0;
+        _together[bin] += std::exchange(_bins[bin], 0U);
+      }
+    }
+    return describe_counts(std::span<const ValueCount>(_counts).first(filled));
+  }
+
+  Statistics describe_scattered(std::span<const RegionPixels::Run> runs, std::size_t n) {
+    _has_block.fill(0);
+    _values.clear();
+    _values.reserve(n);
+    for (const RegionPixels::Run& run : runs) {
+      for_each_count(run, [&](T count) {
+        _values.push_back(count);
+        _bins[count] = 0;
+      });
+    }
+    sort_counts();
+    for (const std::uint16_t count : _values) ++_together[count];
+    return describe_sorted(_values);
+  }
+
+  /// In two passes over the bytes, the lower one first.
+  void sort_counts() {
+    _others.resize(_values.size());
+    std::array<std::array<std::uint32_t, 256>, 2> starts{};
+    for (const std::uint16_t count : _values) {
+      ++starts[0][count & 255U];
+      ++starts[1][count >> 8U];
+    }
+    for (std::array<std::uint32_t, 256>& own : starts) std::exclusive_scan(own.begin(), own.end(), own.begin(), 0U);
+    for (const std::uint16_t count : _values) _others[starts[0][count & 255U]++] = count;
+    for (const std::uint16_t count : _others) _values[starts[1][count >> 8U]++] = count;
+  }
+
+  const CountPlane<T>& _plane;
+  const RunContext& _context;
+  std::vector<std::uint32_t> _bins = std::vector<std::uint32_t>(bins_of<T>, 0);
+  std::vector<std::uint32_t> _together = std::vector<std::uint32_t>(bins_of<T>, 0);
+  std::array<std::uint8_t, bins_of<T> / block> _has_block{};  ///< 1 where a count of the block occurs in the group
+  std::vector<ValueCount> _counts;
+  std::vector<std::uint16_t> _values;
+  std::vector<std::uint16_t> _others;
 };
 
 /// Calls `each(first, last)` for stretches of small groups, so that what a task needs serves many of them.
@@ -140,6 +229,22 @@ RegionPixels::RegionPixels(const RegionSet& regions, const RunContext& context) 
       next[run.group] += length(run);
     }
   }
+
+  _first_run.assign(group_count() + 1, 0);
+  for (const std::vector<Run>& runs : _runs) {
+    for (const Run& run : runs) ++_first_run[run.group + 1];
+  }
+  std::partial_sum(_first_run.begin(), _first_run.end(), _first_run.begin());
+  _runs_by_group.resize(_first_run.back());
+  next.assign(_first_run.begin(), _first_run.end() - 1);
+  for (const std::vector<Run>& runs : _runs) {
+    context.check();
+    for (const Run& run : runs) _runs_by_group[next[run.group]++] = run;
+  }
+}
+
+std::span<const RegionPixels::Run> RegionPixels::runs_of(std::size_t group) const {
+  return std::span(_runs_by_group).subspan(_first_run[group], _first_run[group + 1] - _first_run[group]);
 }
 
 std::size_t RegionPixels::group_count() const {
@@ -149,26 +254,17 @@ std::size_t RegionPixels::group_count() const {
 std::vector<std::uint32_t> RegionPixels::count(
     std::size_t size, const RunContext& context,
     const std::function<void(std::span<const Run>, std::span<std::uint32_t>)>& fill) const {
-  std::vector<std::unique_ptr<std::vector<std::uint32_t>>> idle;
-  std::mutex guard;
+  using Table = std::vector<std::uint32_t>;
+  common::IdlePool<Table> tables;
   common::parallel_for(_runs.size(), [&](std::size_t stripe) {
     context.check();
-    std::unique_ptr<std::vector<std::uint32_t>> table;
-    {
-      const std::lock_guard lock(guard);
-      if (!idle.empty()) {
-        table = std::move(idle.back());
-        idle.pop_back();
-      }
-    }
-    if (!table) table = std::make_unique<std::vector<std::uint32_t>>(size, 0);
+    auto table = tables.take([&] { return std::make_unique<Table>(size, 0U); });
     fill(_runs[stripe], *table);
-    const std::lock_guard lock(guard);
-    idle.push_back(std::move(table));
+    tables.give_back(std::move(table));
   });
-  std::vector<std::uint32_t> total = idle.empty() ? std::vector<std::uint32_t>(size, 0) : std::move(*idle.front());
-  for (std::size_t k = 1; k < idle.size(); ++k) {
-    for (std::size_t i = 0; i < size; ++i) total[i] += (*idle[k])[i];
+  Table total(size, 0);
+  for (const auto& table : tables.all()) {
+    for (std::size_t i = 0; i < size; ++i) total[i] += (*table)[i];
   }
   return total;
 }
@@ -261,34 +357,20 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
   }
 
   const CountPlane<T> plane(band, context);
-  const std::size_t step = plane.step();
-  const Gathered<T> values = gather<T>(context, [&](const Run& run, std::span<T> out) {
-    const T* at = plane.first(run);
-    for (T& value : out) {
-      value = *at;
-      at += step;
+  common::IdlePool<GroupDescriber<T>> describers;
+  for_each_stretch_of_groups(group_count(), [&](std::size_t first, std::size_t last) {
+    auto describer = describers.take([&] { return std::make_unique<GroupDescriber<T>>(plane, context); });
+    for (std::size_t group = first; group < last; ++group) {
+      const Statistics statistics = describer->describe(runs_of(group));
+      if (group < result.regions.size()) result.regions[group] = statistics;
     }
+    describers.give_back(std::move(describer));
   });
   // The counts of the whole are those of all groups, so the plane is passed over only once.
   std::vector<std::uint32_t> whole(bin_count, 0);
-  std::mutex guard;
-  for_each_stretch_of_groups(group_count(), [&](std::size_t first, std::size_t last) {
-    SymbolCounter counter;
-    std::vector<std::uint32_t> together(bin_count, 0);
-    for (std::size_t group = first; group < last; ++group) {
-      const std::span<const T> own = values.of(group);
-      for_each_piece(own.size(), context, [&](std::size_t begin, std::size_t end) {
-        for (const T value : own.subspan(begin, end - begin)) counter.add(value);
-      });
-      const std::span<const ValueCount> counts = counter.take();
-      for (const ValueCount& count : counts) {
-        together[static_cast<std::size_t>(count.value)] += static_cast<std::uint32_t>(count.count);
-      }
-      if (group < result.regions.size()) result.regions[group] = describe_counts(counts);
-    }
-    const std::lock_guard lock(guard);
-    for (std::size_t bin = 0; bin < bin_count; ++bin) whole[bin] += together[bin];
-  });
+  for (const auto& describer : describers.all()) {
+    for (std::size_t bin = 0; bin < bin_count; ++bin) whole[bin] += describer->together()[bin];
+  }
   result.whole = describe_counts(filled_bins(whole, 0));
   return result;
 }

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "orvexa/common/idle_pool.h"
 #include "orvexa/common/parallel.h"
 #include "orvexa/model/measures/bands.h"
 #include "orvexa/model/measures/region_set.h"
@@ -41,6 +42,8 @@ class RegionPixels {
   /// One group for each region in the regions' order, and last one for the pixels of the mask that are in no region. A
   /// mask without regions of its own has one group, which is also its whole.
   [[nodiscard]] std::size_t group_count() const;
+  /// In raster order.
+  [[nodiscard]] std::span<const Run> runs_of(std::size_t group) const;
 
   /// Tables of numbers of pixels, filled by several threads: `fill(runs, table)` adds the runs of a stripe to a table
   /// of `size` numbers that starts with zeros. Sums of whole numbers are the same in any order.
@@ -54,15 +57,29 @@ class RegionPixels {
   [[nodiscard]] std::vector<Total> reduce(
       const RunContext& context,
       const std::function<void(std::span<const Run> runs, std::span<Partial> partial)>& fill) const {
-    std::vector<std::vector<Partial>> partial(_runs.size());
+    // A stripe has pixels of few of the groups: only these partial results are kept.
+    struct Scratch {
+      std::vector<Partial> partial;
+      std::vector<std::size_t> last_stripe;  ///< of a group that has a pixel there, counted from 1
+    };
+    common::IdlePool<Scratch> scratches;
+    std::vector<std::vector<std::pair<std::uint32_t, Partial>>> met(_runs.size());
     common::parallel_for(_runs.size(), [&](std::size_t stripe) {
       context.check();
-      partial[stripe].resize(group_count());
-      fill(_runs[stripe], partial[stripe]);
+      auto scratch = scratches.take([&] {
+        return std::make_unique<Scratch>(
+            Scratch{std::vector<Partial>(group_count()), std::vector<std::size_t>(group_count(), 0)});
+      });
+      fill(_runs[stripe], scratch->partial);
+      for (const Run& run : _runs[stripe]) {
+        if (std::exchange(scratch->last_stripe[run.group], stripe + 1) == stripe + 1) continue;
+        met[stripe].emplace_back(run.group, std::exchange(scratch->partial[run.group], Partial{}));
+      }
+      scratches.give_back(std::move(scratch));
     });
     std::vector<Total> totals(group_count());
-    for (const std::vector<Partial>& stripe : partial) {
-      for (std::size_t group = 0; group < totals.size(); ++group) totals[group].add(stripe[group]);
+    for (const auto& stripe : met) {
+      for (const auto& [group, partial] : stripe) totals[group].add(partial);
     }
     return totals;
   }
@@ -133,6 +150,8 @@ class RegionPixels {
   std::vector<std::vector<Run>> _runs;            ///< by stripe
   std::vector<std::vector<std::size_t>> _places;  ///< by stripe: where a run's pixels stand in a list sorted by group
   std::vector<std::size_t> _starts;               ///< of each group in that list, and its end
+  std::vector<Run> _runs_by_group;
+  std::vector<std::size_t> _first_run;  ///< of each group in that list, and its end
 };
 
 }  // namespace orvexa::model

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <numeric>
+#include <utility>
 #include <vector>
 
 namespace orvexa::model {
@@ -80,6 +82,58 @@ double median_absolute_deviation(std::span<const ValueCount> values, std::int64_
     if (low < 0 && passed > low_rank) low = deviation(next);
     if (passed > high_rank) return static_cast<double>(low + deviation(next)) / 4;
   }
+}
+
+/// The same of sorted counts. Those below the median, read downwards, and the others have rising deviations: how many
+/// of the first belong to the smallest deviations is searched by halving.
+double median_absolute_deviation(std::span<const std::uint16_t> sorted, std::int64_t twice_median) {
+  const auto middle = static_cast<std::size_t>(
+      std::partition_point(sorted.begin(), sorted.end(),
+                           [&](std::uint16_t value) { return 2 * std::int64_t{value} <= twice_median; }) -
+      sorted.begin());
+  const auto below = [&](std::size_t k) { return twice_median - 2 * std::int64_t{sorted[middle - 1 - k]}; };
+  const auto above = [&](std::size_t k) { return 2 * std::int64_t{sorted[middle + k]} - twice_median; };
+  const auto deviation_of_rank = [&](std::size_t rank) {
+    const std::size_t taken = rank + 1;  // from both sides together
+    std::size_t fewest = taken - std::min(taken, sorted.size() - middle);
+    std::size_t most = std::min(taken, middle);
+    while (fewest < most) {
+      const std::size_t half = fewest + (most - fewest) / 2;
+      if (below(half) < above(taken - half - 1)) {
+        fewest = half + 1;
+      } else {
+        most = half;
+      }
+    }
+    return std::max(fewest > 0 ? below(fewest - 1) : 0, fewest < taken ? above(taken - fewest - 1) : 0);
+  };
+  const std::size_t n = sorted.size();
+  return static_cast<double>(deviation_of_rank((n - 1) / 2) + deviation_of_rank(n / 2)) / 4;
+}
+
+/// From the exact sum and the extremes of n counts.
+void set_level(Statistics& statistics, std::int64_t sum, std::int32_t lowest, std::int32_t highest) {
+  statistics.sum = static_cast<double>(sum);
+  statistics.mean = statistics.sum / static_cast<double>(statistics.n);
+  statistics.min = lowest;
+  statistics.max = highest;
+}
+
+/// @param at  the count at a rank and the one after it, asked in ascending order.
+/// @returns twice the median, a whole number.
+template <typename At>
+std::int64_t set_quantiles_of_counts(Statistics& statistics, const At& at) {
+  std::array<double, percents.size()> quantiles{};
+  std::int64_t twice_median = 0;
+  for (std::size_t k = 0; k < percents.size(); ++k) {
+    const auto [rank, share] = quantile_place(static_cast<std::size_t>(statistics.n), percents[k]);
+    const auto [low, next] = at(rank);
+    const std::int32_t high = share > 0 ? next : low;
+    quantiles[k] = between(low, high, share);
+    if (percents[k] == 50) twice_median = std::int64_t{low} + high;
+  }
+  set_quantiles(statistics, quantiles);
+  return twice_median;
 }
 
 /// Access to a list by position; a type with a name, because `order_statistics` calls itself with it.
@@ -188,29 +242,39 @@ Statistics describe_counts(std::span<const ValueCount> values) {
     statistics.n += v.count;
     sum += v.count * v.value;
   }
-  const auto n = static_cast<double>(statistics.n);
-  statistics.sum = static_cast<double>(sum);
-  statistics.mean = statistics.sum / n;
-  statistics.min = values.front().value;
-  statistics.max = values.back().value;
+  set_level(statistics, sum, values.front().value, values.back().value);
   CentralSums sums;
   for (const ValueCount& v : values) sums.add(v.value - statistics.mean, static_cast<double>(v.count));
   set_moments(statistics, sums);
 
-  std::array<double, percents.size()> quantiles{};
-  std::int64_t twice_median = 0;
   auto at = values.begin();
   std::int64_t passed = at->count;  // numbers up to and with `*at`
-  for (std::size_t k = 0; k < percents.size(); ++k) {
-    const auto [rank, share] = quantile_place(static_cast<std::size_t>(statistics.n), percents[k]);
+  const std::int64_t twice_median = set_quantiles_of_counts(statistics, [&](std::size_t rank) {
     while (passed <= static_cast<std::int64_t>(rank)) passed += (++at)->count;
-    const bool next_is_higher = share > 0 && passed == static_cast<std::int64_t>(rank) + 1;
-    const std::int32_t high = next_is_higher ? std::next(at)->value : at->value;
-    quantiles[k] = between(at->value, high, share);
-    if (percents[k] == 50) twice_median = std::int64_t{at->value} + high;
-  }
-  set_quantiles(statistics, quantiles);
+    const bool next_is_higher = passed == static_cast<std::int64_t>(rank) + 1 && std::next(at) != values.end();
+    return std::pair(at->value, next_is_higher ? std::next(at)->value : at->value);
+  });
   statistics.mad = median_absolute_deviation(values, statistics.n, twice_median);
+  return statistics;
+}
+
+Statistics describe_sorted(std::span<const std::uint16_t> sorted) {
+  Statistics statistics;
+  if (sorted.empty()) return statistics;
+  statistics.n = static_cast<std::int64_t>(sorted.size());
+  set_level(statistics, std::accumulate(sorted.begin(), sorted.end(), std::int64_t{0}), sorted.front(), sorted.back());
+  CentralSums sums;
+  for (std::size_t k = 0; k < sorted.size();) {
+    const std::size_t first = k;
+    while (k < sorted.size() && sorted[k] == sorted[first]) ++k;
+    sums.add(sorted[first] - statistics.mean, static_cast<double>(k - first));
+  }
+  set_moments(statistics, sums);
+
+  const std::int64_t twice_median = set_quantiles_of_counts(statistics, [&](std::size_t rank) {
+    return std::pair<std::int32_t, std::int32_t>(sorted[rank], sorted[std::min(rank + 1, sorted.size() - 1)]);
+  });
+  statistics.mad = median_absolute_deviation(sorted, twice_median);
   return statistics;
 }
 

@@ -39,6 +39,9 @@ struct ValueCount {
 /// Exact statistics of counts.
 /// @param values  ascending, each value once.
 [[nodiscard]] Statistics describe_counts(std::span<const ValueCount> values);
+/// The same to the last digit, of counts one by one.
+/// @param sorted  ascending.
+[[nodiscard]] Statistics describe_sorted(std::span<const std::uint16_t> sorted);
 
 /// Exact statistics of any finite numbers, which are left as they are. Large sets are looked at by several threads; the
 /// result never depends on how many.
