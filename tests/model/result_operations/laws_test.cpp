@@ -223,12 +223,13 @@ Image turned(const Image& image) {
   return Image(std::move(pixels));
 }
 
-/// Metrics that say where something lies or which way it points: operation to the names.
-bool turns_with_the_picture(const std::string& key, const std::string& name) {
+/// Metrics that say where something lies or which way it points, in whatever unit: operation to the names in pixels.
+bool turns_with_the_picture(const std::string& key, std::string name) {
+  if (name.ends_with("_mm")) name.resize(name.size() - std::string_view("_mm").size());
   static const std::map<std::string, std::set<std::string>> positional{
       {"bounding_box",
-       {"bbox_x", "bbox_y", "bbox_width", "bbox_height", "bbox_width_mm", "bbox_height_mm", "bbox_x_norm",
-        "bbox_y_norm", "bbox_width_norm", "bbox_height_norm"}},
+       {"bbox_x", "bbox_y", "bbox_width", "bbox_height", "bbox_x_norm", "bbox_y_norm", "bbox_width_norm",
+        "bbox_height_norm"}},
       {"centroid",
        {"centroid_x", "centroid_y", "centroid_x_norm", "centroid_y_norm", "MSP.NIR.centroid_x", "MSP.NIR.centroid_y",
         "MSP.NIR.centroid_x_norm", "MSP.NIR.centroid_y_norm"}},
@@ -237,9 +238,7 @@ bool turns_with_the_picture(const std::string& key, const std::string& name) {
       {"enclosing", {"min_rectangle_angle", "min_rectangle_x", "min_rectangle_y", "min_circle_x", "min_circle_y"}},
       {"symmetry", {"symmetry_left_right", "symmetry_top_bottom"}},
       // The half-steps of the thinning begin at one corner.
-      {"skeleton",
-       {"skeleton_length", "skeleton_length_mm", "skeleton_branches", "skeleton_ends", "skeleton_junctions",
-        "skeleton_pixels"}},
+      {"skeleton", {"skeleton_length", "skeleton_branches", "skeleton_ends", "skeleton_junctions", "skeleton_pixels"}},
   };
   const auto found = positional.find(key);
   return found != positional.end() && found->second.contains(name);

@@ -67,12 +67,13 @@ Mask disc_mask(int size, int radius) {
 
 // ---- bounding_box ----
 
-// 60 x 40 at (10, 20) of 200 x 100: 10 / 200, 20 / 100, 60 / 200, 40 / 100; at 0.5 mm a pixel 30 x 20 mm.
+// 60 x 40 at (10, 20) of 200 x 100: 10 / 200, 20 / 100, 60 / 200, 40 / 100; at 0.5 mm a pixel 30 x 20 mm at (5, 10).
 TEST(BoundingBox, IsGivenInPixelsFractionsAndMillimetres) {
   const auto result = test::measured("bounding_box", *blank(100, 200, test::header_with_scale(0.5)),
                                      rectangle_mask({100, 200}, {10, 20, 60, 40}));
   EXPECT_EQ(result.metrics.dump(),
-            R"({"bbox_x":10,"bbox_y":20,"bbox_width":60,"bbox_height":40,"bbox_width_mm":30.0,"bbox_height_mm":20.0,)"
+            R"({"bbox_x":10,"bbox_x_mm":5.0,"bbox_y":20,"bbox_y_mm":10.0,"bbox_width":60,"bbox_width_mm":30.0,)"
+            R"("bbox_height":40,"bbox_height_mm":20.0,)"
             R"("bbox_x_norm":0.05,"bbox_y_norm":0.2,"bbox_width_norm":0.3,"bbox_height_norm":0.4,"extent":1.0})");
 }
 
@@ -107,7 +108,10 @@ TEST(Centroid, WithABandItsValuesAreWeights) {
   const auto capture = test::capture("c", {{"MSP", {{"NIR", weights}}}}, test::header_with_scale(2));
   const auto result = test::measured("centroid", *capture, test::mask({"#...#"}), {{"band", "NIR"}});
   EXPECT_DOUBLE_EQ(number(result, "centroid_x"), 2);
+  EXPECT_DOUBLE_EQ(number(result, "centroid_x_mm"), 4);
+  EXPECT_EQ(result.units.at("centroid_y_mm"), "mm");
   EXPECT_DOUBLE_EQ(number(result, "MSP.NIR.centroid_x"), 3);
+  EXPECT_DOUBLE_EQ(number(result, "MSP.NIR.centroid_x_mm"), 6);
   EXPECT_DOUBLE_EQ(number(result, "MSP.NIR.centroid_y"), 0);
   EXPECT_DOUBLE_EQ(number(result, "MSP.NIR.centroid_x_norm"), 0.7);
   EXPECT_DOUBLE_EQ(number(result, "MSP.NIR.centroid_displacement"), 1);
@@ -262,6 +266,8 @@ TEST(Enclosing, OfARectangle) {
   EXPECT_NEAR(number(result, "rectangularity"), 1, 1e-12);
   EXPECT_NEAR(number(result, "min_rectangle_x"), 32.5, 1e-12);
   EXPECT_NEAR(number(result, "min_rectangle_y"), 24.5, 1e-12);
+  EXPECT_NEAR(number(result, "min_rectangle_y_mm"), 12.25, 1e-12);
+  EXPECT_NEAR(number(result, "min_circle_x_mm"), 16.25, 1e-11);
   EXPECT_NEAR(number(result, "min_circle_diameter"), std::sqrt(5200.0), 1e-11);
   EXPECT_NEAR(number(result, "min_circle_x"), 32.5, 1e-11);
   EXPECT_NEAR(number(result, "min_circle_y"), 24.5, 1e-11);

@@ -93,6 +93,22 @@ TEST(SkeletonOperation, PrunesWhenAskedTo) {
   }
 }
 
+// The spur is 2 px long: at 0.1 mm a pixel 0.2 mm, whose quotient by 0.1 is not exactly 2.
+TEST(SkeletonOperation, TheLongestLineToPruneMayBeInMillimetres) {
+  const Mask with_spur = test::mask({"....#....", "....#....", "#########"});
+  const auto ends = [&](double prune) {
+    return number(test::measured("skeleton", *blank({3, 9}, test::header_with_scale(0.1)), with_spur,
+                                 {{"prune", prune}, {"unit", "mm"}}),
+                  "skeleton_ends");
+  };
+  EXPECT_EQ(ends(0.2), 2);
+  EXPECT_EQ(ends(0.19), 3);
+  EXPECT_THAT(test::refusal([&] {
+                static_cast<void>(of("skeleton", with_spur, {{"prune", 2}, {"unit", "mm"}}));
+              }),
+              testing::HasSubstr("declares no MillimetresPerPixel"));
+}
+
 TEST(SkeletonOperation, ThePictureShowsItInTheFullFrame) {
   const Mask mask = test::mask_of_regions({"......", ".111..", "......", "...222"});
   const auto result = of("skeleton", mask);
@@ -124,6 +140,19 @@ TEST(NeighboursOperation, OfThreePixelsByHand) {
   ASSERT_EQ(rows.size(), 3u);
   EXPECT_THAT(rows[0], ElementsAre("ROI_1", "ROI_2", "ROI_2"));
   EXPECT_THAT(rows[2], ElementsAre("ROI_3", "ROI_2", "ROI_2"));
+}
+
+// 3, 4 and 5 pixels apart, which at 0.1 mm a pixel are 0.3, 0.4 and 0.5 mm.
+TEST(NeighboursOperation, TheRadiusMayBeInMillimetres) {
+  const Mask mask = test::mask_of_regions({"1..2", "....", "....", "....", "...3"});
+  const auto within = [&](double radius) {
+    return number(test::measured("neighbours", *blank({5, 4}, test::header_with_scale(0.1)), mask,
+                                 {{"radius", radius}, {"unit", "mm"}}),
+                  "ROI_1", "neighbours_within_radius");
+  };
+  EXPECT_EQ(within(0.29), 0);
+  EXPECT_EQ(within(0.3), 1);
+  EXPECT_EQ(within(0.5), 2);
 }
 
 TEST(NeighboursOperation, TheNearestEdgeNeedNotBelongToTheNearestCentroid) {

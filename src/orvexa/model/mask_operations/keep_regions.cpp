@@ -9,7 +9,7 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/scale_units.h"
 #include "orvexa/model/measures/bands.h"
 #include "orvexa/model/measures/component_pictures.h"
 #include "orvexa/model/measures/shape_measures.h"

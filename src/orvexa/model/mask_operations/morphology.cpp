@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "orvexa/common/parallel.h"
-#include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 

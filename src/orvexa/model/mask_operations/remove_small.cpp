@@ -1,6 +1,6 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/scale_units.h"
 #include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {

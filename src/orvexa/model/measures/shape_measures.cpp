@@ -281,6 +281,8 @@ CornerHull corner_hull(const PixelRows& pixels, const RunContext& context) {
   // On the line between two rows of pixels only the outermost corners of the pixels that touch it can be on the hull.
   std::vector<cv::Point> left;
   std::vector<cv::Point> right;
+  constexpr std::size_t rows_of_most_regions = 128;
+  for (std::vector<cv::Point>* side : {&left, &right}) side->reserve(rows_of_most_regions);
   const auto add = [&](int y, int x0, int x1) {
     if (left.empty() || left.back().y < y) {
       left.emplace_back(x0, y);

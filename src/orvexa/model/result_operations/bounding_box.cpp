@@ -14,8 +14,7 @@ OperationResult BoundingBox::compute(const CaptureSet& capture, const RegionSet&
   const double width = regions.shape().width;
   const double height = regions.shape().height;
   OperationResult result;
-  for (const char* name : {"bbox_x", "bbox_y"}) result.units[name] = "px";
-  for (const char* name : {"bbox_width", "bbox_height"}) add_length_units(result, name, scale);
+  for (const char* name : {"bbox_x", "bbox_y", "bbox_width", "bbox_height"}) add_length_units(result, name, scale);
   for (const char* name : {"bbox_x_norm", "bbox_width_norm"}) result.units[name] = "fraction of the image's width";
   for (const char* name : {"bbox_y_norm", "bbox_height_norm"}) result.units[name] = "fraction of the image's height";
   result.units["extent"] = "";
@@ -23,14 +22,14 @@ OperationResult BoundingBox::compute(const CaptureSet& capture, const RegionSet&
     const PixelRect& box = region.box;
     const int box_width = box.x1 - box.x0;
     const int box_height = box.y1 - box.y0;
-    row.set("bbox_x", Value(box.x0));
-    row.set("bbox_y", Value(box.y0));
-    row.set("bbox_width", Value(box_width));
-    row.set("bbox_height", Value(box_height));
-    if (scale) {
-      row.set("bbox_width_mm", box_width * *scale);
-      row.set("bbox_height_mm", box_height * *scale);
-    }
+    const auto set_pixels = [&](const std::string& name, int pixels) {
+      row.set(name, Value(pixels));
+      if (scale) row.set(name + "_mm", pixels * *scale);
+    };
+    set_pixels("bbox_x", box.x0);
+    set_pixels("bbox_y", box.y0);
+    set_pixels("bbox_width", box_width);
+    set_pixels("bbox_height", box_height);
     row.set("bbox_x_norm", box.x0 / width);
     row.set("bbox_y_norm", box.y0 / height);
     row.set("bbox_width_norm", box_width / width);
@@ -53,8 +52,9 @@ const ResultOperationInfo& bounding_box_info() {
           "bbox_height - 1, where the first column and the first row of the image are 0. bbox_x_norm = "
           "bbox_x / width of the image and bbox_width_norm = bbox_width / width of the image, bbox_y_norm "
           "and bbox_height_norm likewise with its height, so that a box of the whole image is 0, 0, 1, 1. "
-          "extent = area / (bbox_width * bbox_height), at most 1. bbox_width_mm and bbox_height_mm appear "
-          "where the capture declares its scale. A mask or region without pixels has none of them.",
+          "extent = area / (bbox_width * bbox_height), at most 1. The first four appear in millimetres as <name>_mm "
+          "where "
+          "the capture declares its scale. A mask or region without pixels has none of them.",
       .source = "ISO 13322-1, Particle size analysis - Image analysis methods - Part 1: Static image analysis methods",
       .operation_class = {._requires_mask_operation = std::vector<std::string>{"*"},
                           .make = [] { return std::make_unique<BoundingBox>(); }}};

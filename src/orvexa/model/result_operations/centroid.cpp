@@ -67,16 +67,17 @@ std::vector<WeightedSums> weighted_sums(const RegionSet& regions, const Band& ba
 }
 
 /// Names and units of a position and its fractions of the image.
-void add_place_units(OperationResult& result, const std::string& prefix) {
-  result.units[prefix + "centroid_x"] = "px";
-  result.units[prefix + "centroid_y"] = "px";
+void add_place_units(OperationResult& result, const std::string& prefix, const std::optional<double>& scale) {
+  add_length_units(result, prefix + "centroid_x", scale);
+  add_length_units(result, prefix + "centroid_y", scale);
   result.units[prefix + "centroid_x_norm"] = "fraction of the image's width";
   result.units[prefix + "centroid_y_norm"] = "fraction of the image's height";
 }
 
-void set_place(ResultRow& row, const std::string& prefix, const Place& place, Shape shape) {
-  row.set(prefix + "centroid_x", place.x);
-  row.set(prefix + "centroid_y", place.y);
+void set_place(ResultRow& row, const std::string& prefix, const Place& place, Shape shape,
+               const std::optional<double>& scale) {
+  set_length(row, prefix + "centroid_x", place.x, scale);
+  set_length(row, prefix + "centroid_y", place.y, scale);
   row.set(prefix + "centroid_x_norm", (place.x + 0.5) / shape.width);
   row.set(prefix + "centroid_y_norm", (place.y + 0.5) / shape.height);
 }
@@ -87,7 +88,7 @@ struct WeightedCentroid {
   std::vector<WeightedSums> sums;
 
   void add_units(OperationResult& result, const std::optional<double>& scale) const {
-    add_place_units(result, prefix);
+    add_place_units(result, prefix, scale);
     add_length_units(result, prefix + "centroid_displacement", scale);
     result.units[prefix + "centroid_n"] = "px";
     result.units[prefix + "centroid_n_invalid"] = "px";
@@ -99,15 +100,15 @@ struct WeightedCentroid {
     row.set(prefix + "centroid_n_invalid", Value(own.n_invalid));
     if (own.weight > 0) {
       const Place place{own.x / own.weight, own.y / own.weight};
-      set_place(row, prefix, place, shape);
+      set_place(row, prefix, place, shape, scale);
       set_length(row, prefix + "centroid_displacement", std::hypot(place.x - centroid.x, place.y - centroid.y), scale);
       return;
     }
     constexpr std::string_view reason = "No pixel has a value above 0.";
-    for (const char* name : {"centroid_x", "centroid_y", "centroid_x_norm", "centroid_y_norm"}) {
-      row.leave_out(prefix + name, reason);
+    for (const char* name : {"centroid_x", "centroid_y", "centroid_displacement"}) {
+      leave_out_length(row, prefix + name, reason, scale);
     }
-    leave_out_length(row, prefix + "centroid_displacement", reason, scale);
+    for (const char* name : {"centroid_x_norm", "centroid_y_norm"}) row.leave_out(prefix + name, reason);
   }
 };
 
@@ -119,7 +120,7 @@ OperationResult Centroid::compute(const CaptureSet& capture, const RegionSet& re
   const std::optional<double> scale = capture.millimetres_per_pixel();
   const Shape shape = regions.shape();
   OperationResult result;
-  add_place_units(result, "");
+  add_place_units(result, "", scale);
   std::optional<WeightedCentroid> weighted;
   if (!params.at("band").is_null()) {
     const Band band = find_band(capture, params.at("band").get<std::string>());
@@ -132,7 +133,7 @@ OperationResult Centroid::compute(const CaptureSet& capture, const RegionSet& re
   write_filled_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
     const EllipseFit& fit = measured_of(fits, index);
     const Place place{region.box.x0 + fit.centroid_x, region.box.y0 + fit.centroid_y};
-    set_place(row, "", place, shape);
+    set_place(row, "", place, shape, scale);
     if (weighted) weighted->write(row, index, place, shape, scale);
   });
   return result;
@@ -148,14 +149,17 @@ const ResultOperationInfo& centroid_info() {
       .summary = "Gives the centre of mass of the mask and of each region, on request also weighted by a band.",
       .description =
           "centroid_x and centroid_y = mean column and row of the pixels. Positions count columns and rows "
-          "of pixels: the centre of the first pixel of the image is (0, 0). centroid_x_norm = (centroid_x +"
-          " 0.5) / width of the image, centroid_y_norm = (centroid_y + 0.5) / height of the image, as "
-          "points are picked: the middle of the image is 0.5, 0.5. With a band, as <band>.centroid_x and so"
-          " on: the same with the pixels' counts as weights, <band>.centroid_displacement = distance "
-          "between the two centroids, <band>.centroid_n and <band>.centroid_n_invalid = pixels that count "
-          "and pixels left out because their value is below 0, infinite or not a number. Where no pixel has"
-          " a value above 0, the weighted centroid is left out. <band>.centroid_displacement_mm appears "
-          "where the capture declares its scale. A mask or region without pixels has none of them.",
+          "of pixels: the centre of the first pixel of the image is (0, 0). centroid_x_norm = (centroid_x + 0.5) / "
+          "width "
+          "of the image, centroid_y_norm = (centroid_y + 0.5) / height of the image, as points are picked: the middle "
+          "of "
+          "the image is 0.5, 0.5. With a band, as <band>.centroid_x and so on: the same with the pixels' values as "
+          "weights (reflectance where the capture has a reference, else counts), <band>.centroid_displacement = "
+          "distance "
+          "between the two centroids, <band>.centroid_n and <band>.centroid_n_invalid = pixels that count and pixels "
+          "left out because their value is below 0, infinite or not a number. Where no pixel has a value above 0, the "
+          "weighted centroid is left out. Positions and the displacement appear in millimetres as <name>_mm where the "
+          "capture declares its scale. A mask or region without pixels has none of them.",
       .source =
           "M.-K. Hu, Visual pattern recognition by moment invariants, IRE Trans. Information Theory 8(2), 1962, "
           "179-187, doi:10.1109/TIT.1962.1057692",

@@ -53,9 +53,9 @@ OperationResult Enclosing::compute(const CaptureSet& capture, const RegionSet& r
   result.units["min_rectangle_angle"] = "degrees";
   add_area_units(result, "min_rectangle_area", scale);
   result.units["rectangularity"] = "";
-  for (const char* name : {"min_rectangle_x", "min_rectangle_y"}) result.units[name] = "px";
-  add_length_units(result, "min_circle_diameter", scale);
-  for (const char* name : {"min_circle_x", "min_circle_y"}) result.units[name] = "px";
+  for (const char* name : {"min_rectangle_x", "min_rectangle_y"}) add_length_units(result, name, scale);
+  for (const char* name : {"min_circle_diameter", "min_circle_x", "min_circle_y"})
+    add_length_units(result, name, scale);
   write_filled_rows(result, regions, [&](const Region& region, int index, ResultRow& row) {
     const auto& [rectangle, circle] = measured_of(shapes, index);
     const double area = rectangle.length * rectangle.width;
@@ -64,11 +64,11 @@ OperationResult Enclosing::compute(const CaptureSet& capture, const RegionSet& r
     row.set("min_rectangle_angle", rectangle.direction);
     set_area(row, "min_rectangle_area", Value(area), scale);
     row.set("rectangularity", static_cast<double>(region.area) / area);
-    row.set("min_rectangle_x", region.box.x0 + rectangle.centre.x);
-    row.set("min_rectangle_y", region.box.y0 + rectangle.centre.y);
+    set_length(row, "min_rectangle_x", region.box.x0 + rectangle.centre.x, scale);
+    set_length(row, "min_rectangle_y", region.box.y0 + rectangle.centre.y, scale);
     set_length(row, "min_circle_diameter", 2 * circle.radius, scale);
-    row.set("min_circle_x", region.box.x0 + circle.centre.x);
-    row.set("min_circle_y", region.box.y0 + circle.centre.y);
+    set_length(row, "min_circle_x", region.box.x0 + circle.centre.x, scale);
+    set_length(row, "min_circle_y", region.box.y0 + circle.centre.y, scale);
   });
   if (params.at("picture").get<bool>()) {
     result.images.insert_or_assign("shapes", picture_of(capture, regions, shapes, context()));
@@ -96,7 +96,7 @@ const ResultOperationInfo& enclosing_info() {
           "counter-clockwise from the x axis as the picture is looked at (0 = along a row, 90 = along a "
           "column). Positions count columns and rows of pixels: the centre of the first pixel of the image "
           "is (0, 0). The picture shows the rectangle of each region (of the whole mask where there are no "
-          "regions) in yellow and the circle in cyan. Lengths and areas in millimetres appear as <name>_mm "
+          "regions) in yellow and the circle in cyan. Lengths, positions and areas in millimetres appear as <name>_mm "
           "and <name>_mm2 where the capture declares its scale. The whole mask is measured as one set. A "
           "mask or region without pixels has none of them.",
       .source =

@@ -8,6 +8,7 @@
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/region_shapes.h"
 #include "orvexa/model/result_operations/result_rows.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 
@@ -123,7 +124,9 @@ class NeighboursOperation final : public ResultOperation {
 
 OperationResult NeighboursOperation::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
   const std::optional<double> scale = capture.millimetres_per_pixel();
-  const std::vector<Neighbours> neighbours = find_neighbours(regions, params.at("radius").get<double>(), context());
+  const double radius =
+      longest_in_pixels("Neighbours", params.at("radius").get<double>(), params.at("unit").get<std::string>(), capture);
+  const std::vector<Neighbours> neighbours = find_neighbours(regions, radius, context());
   const std::optional<Mask> bounds = regions.mask().bounds();
   const auto ground = static_cast<double>(bounds ? bounds->count() : regions.shape().pixels());
   const Together together = summary(regions, neighbours, ground);
@@ -186,9 +189,11 @@ const ResultOperationInfo& neighbours_info() {
                       .default_value = 100.0,
                       .min = 0,
                       .max = 1000000,
-                      .unit = "px",
-                      .help = "Other regions whose centroid is at most this far away are counted."}},
+                      .unit = "px or mm",
+                      .help = "Other regions whose centroid is at most this far away are counted."},
+                     length_unit_parameter()},
       .needs_labels = true,
+      .check_capture = check_scale_for("Neighbours"),
       .operation_class = {._requires_mask_operation = std::vector<std::string>{"*"},
                           .make = [] { return std::make_unique<NeighboursOperation>(); }}};
   return info;

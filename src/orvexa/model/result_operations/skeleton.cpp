@@ -7,6 +7,7 @@
 #include "orvexa/model/result_operations/operations.h"
 #include "orvexa/model/result_operations/region_shapes.h"
 #include "orvexa/model/result_operations/result_rows.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 
@@ -19,7 +20,8 @@ class SkeletonOperation final : public ResultOperation {
 constexpr std::array<std::uint8_t, 3> skeleton_color{255, 255, 0};
 
 OperationResult SkeletonOperation::compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) {
-  const double prune = params.at("prune").get<double>();
+  const double prune =
+      longest_in_pixels("Skeleton", params.at("prune").get<double>(), params.at("unit").get<std::string>(), capture);
   const std::vector<Skeleton> skeletons = measure_pictures(
       regions, context(), [&](const cv::Mat& picture) { return find_skeleton(picture, prune, context()); });
   const std::optional<double> scale = capture.millimetres_per_pixel();
@@ -78,11 +80,13 @@ const ResultOperationInfo& skeleton_info() {
                       .default_value = 0.0,
                       .min = 0,
                       .max = 10000,
-                      .unit = "px",
+                      .unit = "px or mm",
                       .help =
                           "Lines from an end to a junction that are at most this long are taken off, all at once; 0 "
                           "keeps every line."},
+                     length_unit_parameter(),
                      shape_picture_parameter("the skeleton")},
+      .check_capture = check_scale_for("Skeleton"),
       .operation_class = {._requires_mask_operation = std::vector<std::string>{"*"},
                           .make = [] { return std::make_unique<SkeletonOperation>(); }}};
   return info;

@@ -18,6 +18,10 @@ namespace orvexa::model {
 /// @param operation  display name, for the sentence.
 /// @throws std::runtime_error for millimetres when the capture declares no scale.
 [[nodiscard]] double pixel_length(std::string_view operation, std::string_view unit, const ImageSource& source);
+/// A greatest length in pixels, given in the unit ("px" or "mm"), and a billionth more: what is just as long as a
+/// rounded quotient is not too long.
+[[nodiscard]] double longest_in_pixels(std::string_view operation, double length, std::string_view unit,
+                                       const ImageSource& source);
 /// Area of a pixel in the unit ("px" or "mm2").
 [[nodiscard]] double pixel_area_in(std::string_view operation, std::string_view unit, const ImageSource& source);
 

@@ -1,4 +1,4 @@
-#include "orvexa/model/mask_operations/units.h"
+#include "orvexa/model/scale_units.h"
 
 #include <cmath>
 #include <stdexcept>
@@ -39,6 +39,10 @@ ParameterInfo area_unit_parameter() {
 
 double pixel_length(std::string_view operation, std::string_view unit, const ImageSource& source) {
   return unit == "mm" ? millimetres_per_pixel(operation, source) : 1.0;
+}
+
+double longest_in_pixels(std::string_view operation, double length, std::string_view unit, const ImageSource& source) {
+  return length / pixel_length(operation, unit, source) * (1 + 1e-9);
 }
 
 double pixel_area_in(std::string_view operation, std::string_view unit, const ImageSource& source) {
