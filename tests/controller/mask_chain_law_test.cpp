@@ -84,9 +84,10 @@ Value random_params_of_shapes(Dice& dice, const std::string& key) {
   if (key == "roi_polygon") return {{"points", random_polygon(dice)}};
   if (key == "roi_ellipse") return {{"rect", random_rect(dice)}};
   if (key == "roi_exclude") {
-    return {{"shape", dice.one_of<std::string>({"rect", "ellipse", "polygon"})},
-            {"rect", {dice.fraction(), dice.fraction(), 0.3 * dice.fraction(), 0.3 * dice.fraction()}},
-            {"points", random_polygon(dice)}};
+    const auto shape = dice.one_of<std::string>({"rect", "ellipse", "polygon"});
+    if (shape == "polygon") return {{"shape", shape}, {"points", random_polygon(dice)}};
+    return {{"shape", shape},
+            {"rect", {dice.fraction(), dice.fraction(), 0.3 * dice.fraction(), 0.3 * dice.fraction()}}};
   }
   if (key == "roi_grid") return {{"rows", dice.between(1, 3)}, {"cols", dice.between(1, 3)}};
   if (key == "mask_edit") {

@@ -209,6 +209,20 @@ TEST(ValidateParameters, ShortensLongValuesAndRepairsBrokenTexts) {
             "op: parameter \"p\" is \"a\xEF\xBF\xBD\", but it must be a text.");
 }
 
+TEST(RefuseUnused, NamesTheFirstParameterThatNothingLooksAtUnlessItHasItsDefault) {
+  const ParameterList parameters{{.name = "way", .type = ParameterType::text, .default_value = "up"},
+                                 {.name = "radius", .type = ParameterType::integer, .default_value = 3},
+                                 {.name = "place", .type = ParameterType::point, .default_value = {0.5, 0.5}}};
+  const auto sentence = [&](const Value& given) {
+    const Value params = validate_parameters("op", parameters, given);
+    return refusal([&] { refuse_unused("op", parameters, params, {"place", "radius"}, "the way is up"); });
+  };
+  EXPECT_EQ(sentence({}), "");
+  EXPECT_EQ(sentence({{"way", "down"}, {"radius", 3}, {"place", {0.5, 0.5}}}), "");
+  EXPECT_EQ(sentence({{"radius", 4}, {"place", {0, 1}}}), "op: parameter \"radius\" is 4, but the way is up.");
+  EXPECT_EQ(sentence({{"place", {0, 1}}}), "op: parameter \"place\" is [0.0, 1.0], but the way is up.");
+}
+
 TEST(AllowedText, SaysHalfOpenRanges) {
   EXPECT_EQ(allowed_text(parameter(ParameterType::real, 0)), "a number of at least 0");
   EXPECT_EQ(allowed_text(parameter(ParameterType::real, {}, 0.5)), "a number of at most 0.5");

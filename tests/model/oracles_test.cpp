@@ -147,6 +147,7 @@ class Oracles : public testing::TestWithParam<OracleCase> {
   }
 
   void compare_mask(const Value& expected, const Mask& found);
+  void compare_labels(const Value& expected, const Mask& found);
   void compare_metrics(const Value& expected, const Value& metrics, const Value& looser, const std::string& where);
   void compare_value(const std::string& name, const Value& expected, const Value& found, const Value& looser);
   void compare_tables(const Value& expected, const OperationResult& found, const Value& looser);
@@ -172,14 +173,22 @@ void Oracles::compare_mask(const Value& expected, const Mask& found) {
   }
   EXPECT_LE(differing, may_differ) << "pixels";
   record(double(differing), "pixels");
-  if (!expected.contains("expected_labels")) return;
+  if (expected.contains("expected_labels")) compare_labels(expected, found);
+}
+
+void Oracles::compare_labels(const Value& expected, const Mask& found) {
   ASSERT_NE(found.labels(), nullptr);
   const auto wanted = labels_at(expected.at("expected_labels").get<std::string>());
   cv::Mat inside;
   found.labels()->image.copyTo(inside, found.read_only());
+  double highest = 0;
+  cv::minMaxIdx(inside, nullptr, &highest);
+  EXPECT_EQ(highest, double(wanted->names.size())) << "regions";
   cv::Mat other;
   cv::compare(inside, wanted->image, other, cv::CMP_NE);
-  EXPECT_LE(cv::countNonZero(other), may_differ) << "labels";
+  const std::int64_t differing = cv::countNonZero(other);
+  EXPECT_LE(differing, expected.value("labels_may_differ", std::int64_t{0})) << "labels";
+  record(double(differing), "labels");
 }
 
 void Oracles::compare_value(const std::string& name, const Value& expected, const Value& found, const Value& looser) {

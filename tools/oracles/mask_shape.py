@@ -332,8 +332,9 @@ def add_keep_regions(op, name, images, mask, by, band=None):
     numbers = np.arange(1, len(values) + 1)
 
     def add(case, kept, params):
+        at = {"point": [0.3, 0.6]} if by == "distance_to_point" else {}
         op.mask_case(f"{name}_{by}_{case}", images, np.isin(labels, kept), mask=mask,
-                     params={"by": by, "point": [0.3, 0.6], **params})
+                     params={"by": by, **at, **params})
 
     add("from", numbers[values >= low], {"min": low})
     add("between", numbers[(values >= low) & (values <= high)], {"min": low, "max": high})
@@ -462,7 +463,7 @@ def split(mask, min_distance, sigma):
 @operation("mask", "split_touching",
            oracle="scipy.ndimage.distance_transform_edt, gaussian_filter; skimage peak_local_max, watershed",
            convention="a pixel that two seeds reach at the same height may go to either; the mask, the number of "
-                      "regions and at least 99 in 100 pixels are equal")
+                      "regions and the labels of at least 998 in 1000 pixels are equal")
 def split_touching(op):
     pictures = {"pair": discs(60, 100, [(33, 30, 18), (63, 30, 18)]),
                 "chain": discs(90, 180, [(20 + 22 * k, 40 + k % 2 * 9, 13) for k in range(7)]),
@@ -471,10 +472,13 @@ def split_touching(op):
                 "apart": discs(60, 90, [(15, 15, 9), (45, 30, 12), (75, 45, 10)])}
     for name, mask in pictures.items():
         for distance, sigma in ((10, 1.0), (7, 2.0)):
+            # Parts that touch no other are regions as they are: there is no line to share out.
+            on_lines = 0 if name == "apart" else int(0.002 * mask.sum())
             op.mask_case(f"{name}_{distance}", blank(mask), mask, mask=mask,
                          expected_labels=split(mask, distance, sigma),
-                         params={"min_distance": distance, "sigma": sigma}, may_differ=int(0.01 * mask.sum()),
-                         why="pixels on the line between two regions that both seeds reach at the same height")
+                         params={"min_distance": distance, "sigma": sigma}, labels_may_differ=on_lines,
+                         why="pixels on the line between two regions that both seeds reach at the same height"
+                             if on_lines else "")
     mask = pictures["apart"]
     op.mask_case("apart_60", {"MSP.NIR": blobs_u16(height=60, width=90)}, mask, mask=mask,
                  expected_labels=ndi.label(mask, EIGHT)[0], params={"min_distance": 60, "sigma": 0})

@@ -412,6 +412,17 @@ Value validate_parameters(std::string_view operation, std::span<const ParameterI
   return validated;
 }
 
+void refuse_unused(std::string_view operation, std::span<const ParameterInfo> parameters, const Value& params,
+                   std::initializer_list<std::string_view> unused, std::string_view why) {
+  for (const ParameterInfo& parameter : parameters) {
+    if (std::ranges::find(unused, parameter.name) == unused.end()) continue;
+    const Value& value = params.at(parameter.name);
+    if (value == parameter.default_value) continue;
+    throw std::invalid_argument(
+        fmt::format("{}: parameter \"{}\" is {}, but {}.", operation, parameter.name, value_text(value), why));
+  }
+}
+
 Value default_parameters(std::span<const ParameterInfo> parameters) {
   Value defaults = Value::object();
   for (const ParameterInfo& parameter : parameters) defaults[parameter.name] = parameter.default_value;

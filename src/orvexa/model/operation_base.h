@@ -1,5 +1,6 @@
 #pragma once
 
+#include <initializer_list>
 #include <optional>
 #include <span>
 #include <string>
@@ -66,6 +67,13 @@ using ParameterList = std::vector<ParameterInfo>;
 /// allowed; for an unknown parameter, the nearest known name.
 [[nodiscard]] Value validate_parameters(std::string_view operation, std::span<const ParameterInfo> parameters,
                                         const Value& raw);
+
+/// Refuses parameters that nothing would look at because of another one, unless they have their defaults.
+/// @param params  completed and checked.
+/// @param why  what follows "but": "parameter \"profile\" is \"none\"; choose \"line\" to use it".
+/// @throws std::invalid_argument with a sentence that names the operation and the first of them with its value.
+void refuse_unused(std::string_view operation, std::span<const ParameterInfo> parameters, const Value& params,
+                   std::initializer_list<std::string_view> unused, std::string_view why);
 
 /// {name: default value} in the description's order.
 [[nodiscard]] Value default_parameters(std::span<const ParameterInfo> parameters);

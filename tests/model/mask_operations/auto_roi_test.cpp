@@ -198,5 +198,38 @@ TEST(AutoRoi, RefusesWhatHasNoMeaning) {
   }
 }
 
+// Of a grey picture G / (R + G + B) is 1/3 everywhere, with two values one rounding apart.
+TEST(AutoRoi, GivenAnIndexThatDiffersByRoundingAlone_ThenThereIsNothingToFind) {
+  cv::Mat grey(15, 17, CV_8UC3);
+  for (int i = 0; i < 255; ++i) grey.at<cv::Vec3b>(i / 17, i % 17) = cv::Vec3b::all(static_cast<std::uint8_t>(i + 1));
+  const auto capture = test::capture("c", {{"CLR", {{"RGB", Image(grey)}}}});
+  for (const char* method : {"largest", "union"}) {
+    const Value params{{"index", "gcc"}, {"method", method}, {"min_fraction", 0}};
+    EXPECT_EQ(applied("auto_roi", *capture, {}, params).count(), 0);
+    EXPECT_THAT(note_of("auto_roi", *capture, {}, params),
+                testing::StartsWith("no_contrast: all pixels have the same value in gcc of "));
+  }
+  const Value params{{"index", "gcc"}, {"method", "border_background"}, {"k", 0}, {"min_fraction", 0}};
+  EXPECT_EQ(applied("auto_roi", *capture, {}, params).count(), 0);
+  EXPECT_THAT(note_of("auto_roi", *capture, {}, params), testing::StartsWith("no_region: none of 0 parts"));
+}
+
+TEST(AutoRoi, RefusesWhatTheChosenMethodDoesNotLookAt) {
+  EXPECT_EQ(refusal_of({{"index", "ndvi"}, {"band", "MSP.RED"}}),
+            "auto_roi: parameter \"band\" is \"MSP.RED\", but parameter \"index\" is \"ndvi\"; choose \"none\" to use "
+            "it.");
+  EXPECT_EQ(refusal_of({{"method", "border_background"}, {"threshold", "li"}}),
+            "auto_roi: parameter \"threshold\" is \"li\", but parameter \"method\" is \"border_background\"; choose "
+            "\"largest\" or \"union\" to use it.");
+  EXPECT_THAT(refusal_of({{"method", "border_background"}, {"polarity", "dark"}}),
+              HasSubstr("\"polarity\" is \"dark\""));
+  EXPECT_EQ(refusal_of({{"method", "union"}, {"k", 4}}),
+            "auto_roi: parameter \"k\" is 4.0, but parameter \"method\" is \"union\"; choose \"border_background\" to "
+            "use it.");
+  EXPECT_THAT(refusal_of({{"border", 0.1}}), HasSubstr("\"border\" is 0.1"));
+  EXPECT_EQ(refusal_of({{"method", "border_background"}, {"threshold", "otsu"}, {"k", 4}}), "")
+      << "otsu is the default";
+}
+
 }  // namespace
 }  // namespace orvexa::model

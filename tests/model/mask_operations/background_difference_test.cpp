@@ -163,5 +163,16 @@ TEST(BackgroundDifference, SaysBeforeARunWhatTheCaptureLacks) {
   EXPECT_THROW(check(*grey_capture(scene), params), std::runtime_error);
 }
 
+TEST(BackgroundDifference, RefusesWhatTheChosenMetricDoesNotLookAt) {
+  const auto capture = grey_capture(scene);
+  const Background background(empty_scene);
+  EXPECT_EQ(refusal(*capture, background.params({{"metric", "delta_e_76"}, {"band", "GRY.GRY"}})),
+            "background_difference: parameter \"band\" is \"GRY.GRY\", but parameter \"metric\" is \"delta_e_76\"; "
+            "choose \"abs\" to use it.");
+  EXPECT_EQ(refusal(*capture, background.params({{"image", "GRY.GRY"}})),
+            "background_difference: parameter \"image\" is \"GRY.GRY\", but parameter \"metric\" is \"abs\"; choose "
+            "\"delta_e_76\" to use it.");
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -152,5 +152,59 @@ TEST(ClusterKmeans, RefusesWhatIsOutsideItsLimits) {
             "There is no band \"NIR\" in this capture; it has GRY.GRY.");
 }
 
+// Of a million pixels 20,000 are drawn, one from each 50: four places, of which each is hit with a chance of 1 in 50.
+TEST(ClusterKmeans, FindsAnObjectThatNoneOfThePixelsDrawnShows) {
+  for (const cv::Point& place : {cv::Point(0, 0), cv::Point(501, 300), cv::Point(77, 640), cv::Point(999, 999)}) {
+    SCOPED_TRACE(testing::Message() << place);
+    cv::Mat pixels(1000, 1000, CV_8UC1, cv::Scalar(10));
+    pixels.at<std::uint8_t>(place) = 200;
+    const auto capture = test::capture("c", {{"GRY", {{"GRY", Image(pixels)}}}});
+    const Mask mask = applied(key, *capture, {}, {{"k", 2}});
+    EXPECT_EQ(mask.count(), 1);
+    EXPECT_TRUE(mask.at(place.y, place.x));
+    EXPECT_THAT(test::note_of(key, *capture, {}, {{"k", 2}}), testing::StartsWith("kept cluster 2 of 2, "));
+  }
+}
+
+// 90,000 pixels, of which 1,000 are drawn. Two small objects, one of them with noise: a mean of 203 of its 9 values.
+TEST(ClusterKmeans, FindsSeveralSmallObjectsOfSeveralValues) {
+  cv::Mat pixels(300, 300, CV_8UC1, cv::Scalar(10));
+  pixels.at<std::uint8_t>(250, 20) = 100;
+  for (int i = 0; i < 9; ++i) pixels.at<std::uint8_t>(40 + i / 3, 100 + i % 3) = static_cast<std::uint8_t>(199 + i);
+  const auto capture = test::capture("c", {{"GRY", {{"GRY", Image(pixels)}}}});
+  const auto count = [&](const Value& chosen) {
+    Value params{{"k", 3}, {"fit_pixels", 1000}};
+    params.update(chosen);
+    return applied(key, *capture, {}, params).count();
+  };
+  EXPECT_EQ(count({{"keep", "brightest"}}), 9);
+  EXPECT_EQ(count({{"keep", "points"}, {"points", {{20.5 / 300, 250.5 / 300}}}}), 1);
+  EXPECT_EQ(count({{"keep", "largest"}}), 90000 - 10);
+}
+
+TEST(ClusterKmeans, SaysThatAllPixelsAreAlikeOnlyWhenTheyAre) {
+  const auto flat = test::capture("c", {{"GRY", {{"GRY", test::flat_image<std::uint8_t>(300, 300, 10)}}}});
+  EXPECT_EQ(test::note_of(key, *flat, {}, {{"fit_pixels", 1000}}),
+            "no_contrast: all pixels have the same values, so the mask is empty");
+}
+
+TEST(ClusterKmeans, RefusesWhatItsChoicesDoNotLookAt) {
+  const auto refused = [](const Value& params) {
+    return test::refusal([&] { static_cast<void>(applied(key, *test::random_capture(1, 4, 4), {}, params)); });
+  };
+  EXPECT_EQ(refused({{"points", {{0.25, 0.75}}}}),
+            "cluster_kmeans: parameter \"points\" is [[0.25, 0.75]], but parameter \"keep\" is \"brightest\"; choose "
+            "\"points\" to use it.");
+  EXPECT_EQ(
+      refused({{"space", "lab"}, {"bands", {"MSP.NIR"}}}),
+      "cluster_kmeans: parameter \"bands\" is [\"MSP.NIR\"], but parameter \"space\" is \"lab\"; choose \"bands\" "
+      "to use it.");
+  EXPECT_EQ(
+      refused({{"image", "CLR.RGB"}}),
+      "cluster_kmeans: parameter \"image\" is \"CLR.RGB\", but parameter \"space\" is \"bands\"; choose \"lab\" to "
+      "use it.");
+  EXPECT_EQ(refused({{"points", {{0.5, 0.5}}}}), "") << "the default";
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -157,5 +157,16 @@ TEST(Grabcut, RefusesWhatIsOutsideItsLimits) {
   EXPECT_THAT(refused({{"rect", {0.5, 0.5, -1, 1}}}), testing::HasSubstr("sizes not negative"));
 }
 
+// The same colours in equal parts inside and outside the rectangle: python3-opencv leaves nothing for any seed.
+TEST(Grabcut, GivenNothingUnlikeTheBackground_ThenTheMaskIsEmptyAndSaysSo) {
+  cv::Mat pixels(30, 40, CV_8UC3, cv::Scalar(200, 60, 60));
+  pixels.colRange(20, 40).setTo(cv::Scalar(60, 200, 60));
+  const auto capture = test::capture("c", {{"CLR", {{"RGB", Image(pixels)}}}});
+  EXPECT_EQ(applied(key, *capture, {}).count(), 0);
+  EXPECT_EQ(test::note_of(key, *capture, {}),
+            "no_foreground: nothing inside the rectangle is unlike the background, so the mask is empty; cut at full "
+            "size, 40 x 30 pixels");
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -231,7 +231,7 @@ TEST(KeepRegions, SaysWhatACaptureLacks) {
     return test::refusal([&] { info.check_capture(*capture, info()->validate_params(params)); });
   };
   EXPECT_EQ(lacks({}), "");
-  EXPECT_EQ(lacks({{"by", "solidity"}, {"unit", "mm"}}), "") << "it has no unit";
+  EXPECT_EQ(lacks({{"by", "solidity"}}), "") << "it has no unit";
   for (const char* by : {"area", "distance_to_point"}) {
     const Value params{{"by", by}, {"unit", "mm"}};
     EXPECT_EQ(lacks(params), test::refusal([&] { static_cast<void>(kept(params)); }));
@@ -247,6 +247,24 @@ TEST(KeepRegions, RefusesLimitsInTheWrongOrder) {
               static_cast<void>(kept({{"min", 3}, {"max", 2}}));
             }),
             "keep_regions: parameter \"min\" is 3.0, but it must not be above \"max\", which is 2.0.");
+}
+
+TEST(KeepRegions, RefusesWhatTheChosenMeasureDoesNotLookAt) {
+  const auto refused = [](const Value& params) { return test::refusal([&] { static_cast<void>(kept(params)); }); };
+  EXPECT_EQ(refused({{"by", "solidity"}, {"unit", "mm"}}),
+            "keep_regions: parameter \"unit\" is \"mm\", but parameter \"by\" is \"solidity\"; choose \"area\" or "
+            "\"distance_to_point\" to use it.");
+  EXPECT_EQ(refused({{"point", {0.25, 0.5}}}),
+            "keep_regions: parameter \"point\" is [0.25, 0.5], but parameter \"by\" is \"area\"; choose "
+            "\"distance_to_point\" to use it.");
+  EXPECT_EQ(
+      refused({{"by", "area"}, {"band", "GRY.GRY"}}),
+      "keep_regions: parameter \"band\" is \"GRY.GRY\", but parameter \"by\" is \"area\"; choose \"band_mean\" to "
+      "use it.");
+  EXPECT_EQ(refused({{"order", "smallest"}}),
+            "keep_regions: parameter \"order\" is \"smallest\", but parameter \"n\" is 0, so all regions that fit are "
+            "kept.");
+  EXPECT_EQ(refused({{"order", "smallest"}, {"n", 1}}), "");
 }
 
 }  // namespace

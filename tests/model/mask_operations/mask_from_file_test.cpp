@@ -126,5 +126,14 @@ TEST(MaskFromFile, ReadsBackTheMaskThatARunWrote) {
             mask);
 }
 
+TEST(MaskFromFile, RefusesAValueThatIsNoLabelForRegions) {
+  const MarkedPicture marked(test::image<std::uint8_t>({{0, 1, 2}}));
+  EXPECT_EQ(marked.refusal({{"regions", true}, {"value", 0}}),
+            "mask_from_file: parameter \"value\" is 0.0, but with \"regions\" it must be above 0, because only values "
+            "above 0 are labels.");
+  EXPECT_EQ(marked.refusal({{"regions", true}, {"value", 1}}), "");
+  EXPECT_EQ(marked.drawing({{"value", 0}}), (Drawing{"#.."}));
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -184,5 +184,19 @@ TEST(RegionGrow, RefusesWhatIsOutsideItsLimits) {
   EXPECT_EQ(refused({{"band", "NIR"}}), "There is no band \"NIR\" in this capture; it has GRY.GRY.");
 }
 
+// 0.6 and 0.4 as floats are 0.60000002 and 0.40000001: their differences from 0.5 are the tolerance but for rounding.
+TEST(RegionGrow, IncludesTheToleranceInFloatsToo) {
+  const auto kept = [](float neighbour, const char* mode) {
+    const auto capture = test::capture("c", {{"GRY", {{"GRY", test::image<float>({{0.5f, neighbour}})}}}});
+    return applied(key, *capture, {}, {{"points", {pixel(0, 0, 2, 1)}}, {"tolerance", 0.1}, {"mode", mode}}).count();
+  };
+  for (const char* mode : {"seed_value", "running_mean"}) {
+    EXPECT_EQ(kept(0.6f, mode), 2) << mode;
+    EXPECT_EQ(kept(0.4f, mode), 2) << mode;
+    EXPECT_EQ(kept(0.60001f, mode), 1) << mode;
+    EXPECT_EQ(kept(0.39999f, mode), 1) << mode;
+  }
+}
+
 }  // namespace
 }  // namespace orvexa::model

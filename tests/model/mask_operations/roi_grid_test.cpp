@@ -123,5 +123,15 @@ TEST(RoiGrid, RefusesWhatIsOutsideItsRanges) {
   EXPECT_EQ(refused({{"rows", 64}, {"cols", 64}, {"margin", 0.4}}), "");
 }
 
+// 64 cells on 60 columns are 15/16 of a pixel wide; the place of a centre in its cell is ((x + 8) mod 15) / 15, and
+// from 0.4 to 0.6 lie 6, 7 and 8 fifteenths: 3 of 15 columns, 12 of 60. On 40 rows it is ((3 y + 4) mod 5) / 5, and 2
+// fifths alone fit: 8 rows, the first of them row 1 in the third row of cells. 96 of 4,096 cells have a pixel.
+TEST(RoiGrid, GivenManyCellsWithoutPixels_ThenTheNoteHasTheirNumberAndTheFirstTen) {
+  EXPECT_EQ(applied("roi_grid", *blank_capture({40, 60}), {}, grid(64, 64, 0.4)).count(), 96);
+  EXPECT_EQ(test::note_of("roi_grid", *blank_capture({40, 60}), {}, grid(64, 64, 0.4)),
+            "too_fine: there are fewer pixels than cells with their margins, so no pixel is in 4,000 regions: ROI_1, "
+            "ROI_2, ROI_3, ROI_4, ROI_5, ROI_6, ROI_7, ROI_8, ROI_9, ROI_10 and 3,990 more");
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -102,5 +102,16 @@ TEST(RoiRects, ArePickedAsRectangles) {
   EXPECT_EQ(info.parameters.at(0).interaction->mode, "rects");
 }
 
+TEST(RoiRects, GivenManyOutsideTheImage_ThenTheNoteHasTheirNumberAndTheFirstTen) {
+  const auto capture = blank_capture({1, 4});
+  EXPECT_EQ(
+      test::note_of("roi_rects", *capture, {}, rects(std::vector<std::vector<double>>(10, {5, 5, 1, 1}))),
+      "outside_image: no pixel of the image is covered by ROI_1, ROI_2, ROI_3, ROI_4, ROI_5, ROI_6, ROI_7, ROI_8, "
+      "ROI_9, ROI_10");
+  EXPECT_EQ(test::note_of("roi_rects", *capture, {}, rects(std::vector<std::vector<double>>(1200, {5, 5, 1, 1}))),
+            "outside_image: no pixel of the image is covered by 1,200 regions: ROI_1, ROI_2, ROI_3, ROI_4, ROI_5, "
+            "ROI_6, ROI_7, ROI_8, ROI_9, ROI_10 and 1,190 more");
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -158,14 +158,13 @@ TEST(RoiExclude, KeepsGrowingStepsOut) {
               ElementsAre("###..###"));
 }
 
-TEST(RoiExclude, RefusesTwoPointsForAPolygonOnly) {
+TEST(RoiExclude, RefusesTwoPointsForAPolygon) {
   const Value two = points({{0, 0}, {1, 1}}).at("points");
   EXPECT_EQ(
       test::refusal([&] {
         static_cast<void>(applied("roi_exclude", *blank_capture({2, 2}), {}, {{"shape", "polygon"}, {"points", two}}));
       }),
       "roi_exclude: parameter \"points\" has 2 points, but a polygon needs at least three.");
-  EXPECT_EQ(applied("roi_exclude", *blank_capture({2, 2}), {}, {{"points", two}}).count(), 4);
 }
 
 // 600 x 1,000 pixels are three stripes of 262 rows.
@@ -183,6 +182,23 @@ TEST(RoiShapes, ArePickedOnTheImage) {
   EXPECT_EQ(mode("roi_ellipse", 0), "rect");
   EXPECT_EQ(mode("roi_exclude", 1), "rect");
   EXPECT_EQ(mode("roi_exclude", 2), "points");
+}
+
+TEST(RoiExclude, RefusesAShapeThatIsNotTheChosenOne) {
+  const auto refused = [](const Value& params) {
+    return test::refusal([&] { static_cast<void>(applied("roi_exclude", *blank_capture({2, 2}), {}, params)); });
+  };
+  const Value corners = points({{0, 0}, {1, 0}, {0, 1}}).at("points");
+  for (const char* shape : {"rect", "ellipse"}) {
+    EXPECT_EQ(refused({{"shape", shape}, {"points", corners}}),
+              std::string("roi_exclude: parameter \"points\" is [[0.0, 0.0], [1.0, 0.0], [0.0, 1.0]], but parameter "
+                          "\"shape\" is \"") +
+                  shape + "\"; choose \"polygon\" to use it.");
+  }
+  EXPECT_EQ(refused({{"shape", "polygon"}, {"points", corners}, {"rect", {0.5, 0.5, 0.5, 0.5}}}),
+            "roi_exclude: parameter \"rect\" is [0.5, 0.5, 0.5, 0.5], but parameter \"shape\" is \"polygon\"; choose "
+            "\"rect\" or \"ellipse\" to use it.");
+  EXPECT_EQ(refused({{"shape", "polygon"}, {"points", corners}, {"rect", {0.5, 0.5, 0, 0}}}), "") << "the default";
 }
 
 }  // namespace

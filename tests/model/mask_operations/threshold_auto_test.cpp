@@ -28,6 +28,15 @@ TEST(ThresholdAuto, KeepsWhatIsAboveTheLevel) {
   EXPECT_EQ(note_of("threshold_auto", *capture, {}), "level 11 counts (0.0431373 of white) in MSP.NIR by otsu");
 }
 
+TEST(ThresholdAuto, GivenAReference_ThenTheLevelIsOfReflectance) {
+  const auto capture = capture_of<std::uint8_t>({{10, 11, 200, 201}});
+  capture->measurements.at("MSP")->references.insert_or_assign(
+      "NIR", std::make_shared<const Reference>(Reference{.white = {.constants = {250}}, .dark = {.constants = {0}}}));
+  for (const char* filter : {"none", "median"}) {
+    EXPECT_THAT(note_of("threshold_auto", *capture, {}, {{"smooth", filter}}), testing::HasSubstr(" reflectance ("));
+  }
+}
+
 TEST(ThresholdAuto, LooksOnlyAtThePixelsOfTheIncomingMask) {
   // All five: 0 0 100 110 | 255 would be no better than 0 0 | ...; inside the mask only 100, 110 and 120 count.
   const auto capture = capture_of<std::uint8_t>({{0, 0, 100, 101, 120, 255}});
@@ -132,6 +141,28 @@ TEST(ThresholdAuto, BrightAndDarkTogetherAreThePixelsOfTheMask) {
       EXPECT_GT(dark.count(), 0);
     }
   }
+}
+
+// 0.196078 of 255 is 49.99989, which means the count 50: 51 to 255 lie above it, as with threshold_hysteresis.
+TEST(ThresholdAuto, TakesItsLimitsForTheWholeCountsThatTheyMean) {
+  cv::Mat ramp(1, 256, CV_8UC1);
+  for (int x = 0; x < 256; ++x) ramp.at<std::uint8_t>(0, x) = static_cast<std::uint8_t>(x);
+  const auto capture = test::capture("c", {{"MSP", {{"NIR", Image(ramp)}}}});
+  const Value params{{"min", 0.196078}, {"max", 0.196078}};
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, params).count(), 205);
+  EXPECT_EQ(
+      applied("threshold_auto", *capture, {}, {{"min", 0.196078}, {"max", 0.196078}, {"polarity", "dark"}}).count(),
+      51);
+  EXPECT_EQ(applied("threshold_hysteresis", *capture, {}, {{"low", 0.196078}, {"high", 0.196078}}).count(), 205);
+  EXPECT_EQ(note_of("threshold_auto", *capture, {}, params), "level 50 counts (0.196078 of white) in MSP.NIR by otsu");
+  // 0.5 of 255 is 127.5: the last level of the background is 127.
+  EXPECT_EQ(applied("threshold_auto", *capture, {}, {{"min", 0.5}, {"max", 0.5}}).count(), 128);
+}
+
+// 0.1 is 0.10000000149 as a float; it is not above itself.
+TEST(ThresholdAuto, TakesItsLimitsForTheNearestFloats) {
+  const auto capture = capture_of<float>({{0.0f, 0.1f, 0.10001f, 1.0f}});
+  EXPECT_THAT(drawing(applied("threshold_auto", *capture, {}, {{"min", 0.1}, {"max", 0.1}})), ElementsAre("..##"));
 }
 
 }  // namespace

@@ -148,5 +148,26 @@ TEST(ThresholdColorDistance, NeedsThreeChannels) {
   EXPECT_EQ(test::refusal([&] { info.check_capture(*capture, info()->validate_params(named)); }), sentence);
 }
 
+TEST(ThresholdColorDistance, RefusesWhatTheChosenReferenceDoesNotLookAt) {
+  const auto refused = [](const Value& params) {
+    return test::refusal([&] { static_cast<void>(kept(*colors(palette), params)); });
+  };
+  Value params = by_hand(50, 0, 0, 10, "76");
+  EXPECT_EQ(refused(params), "");
+  params["points"] = Value::array({Value::array({0.25, 0.5})});
+  EXPECT_EQ(refused(params),
+            "threshold_color_distance: parameter \"points\" is [[0.25, 0.5]], but parameter \"reference\" is \"lab\"; "
+            "choose \"points\" to use it.");
+  params["points"] = Value::array({Value::array({0.5, 0.5})});
+  params["radius"] = 2;
+  EXPECT_THAT(refused(params),
+              testing::HasSubstr("parameter \"radius\" is 2, but parameter \"reference\" is \"lab\";"));
+  params["radius"] = 0;
+  params["reference"] = "points";
+  EXPECT_THAT(refused(params), testing::StartsWith("threshold_color_distance: parameter \"colors\" is "));
+  EXPECT_THAT(refused(params),
+              testing::EndsWith(", but parameter \"reference\" is \"points\"; choose \"lab\" to use it."));
+}
+
 }  // namespace
 }  // namespace orvexa::model

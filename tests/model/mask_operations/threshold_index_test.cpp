@@ -135,5 +135,37 @@ TEST(ThresholdIndex, AnExpressionAndTheIndexCustomNeedEachOther) {
             "needs reflectance: WhiteLevel or a reference is not declared");
 }
 
+// Of G = 3 R the index is (3 R - R) / (3 R + R) = 0.5; in floating point some of the 85 are a little less, some a
+// little more.
+TEST(ThresholdIndex, GivenAnIndexThatIsALimitButForRounding_ThenEveryPixelIsKept) {
+  cv::Mat red(1, 85, CV_8UC1);
+  cv::Mat green(1, 85, CV_8UC1);
+  for (int x = 0; x < 85; ++x) {
+    red.at<std::uint8_t>(0, x) = static_cast<std::uint8_t>(x + 1);
+    green.at<std::uint8_t>(0, x) = static_cast<std::uint8_t>(3 * (x + 1));
+  }
+  const auto capture = test::capture("c", {{"MSP", {{"RED", Image(red)}, {"GRN", Image(green)}}}});
+  const auto count = [&](const char* limit, double value) {
+    return applied("threshold_index", *capture, {}, {{"index", "ngrdi"}, {limit, value}}).count();
+  };
+  EXPECT_EQ(count("low", 0.5), 85);
+  EXPECT_EQ(count("high", 0.5), 85);
+  EXPECT_EQ(count("low", 0.50000001), 0);
+  EXPECT_EQ(count("high", 0.49999999), 0);
+}
+
+// Of a grey picture G / (R + G + B) is 1/3 everywhere, with two values one rounding apart.
+TEST(ThresholdIndex, GivenAnIndexThatDiffersByRoundingAlone_ThenThereIsNoContrast) {
+  cv::Mat grey(15, 17, CV_8UC3);
+  for (int i = 0; i < 255; ++i) grey.at<cv::Vec3b>(i / 17, i % 17) = cv::Vec3b::all(static_cast<std::uint8_t>(i + 1));
+  const auto capture = test::capture("c", {{"CLR", {{"RGB", Image(grey)}}}});
+  for (const char* method : {"otsu", "li", "mean"}) {
+    const Value params{{"index", "gcc"}, {"method", method}};
+    EXPECT_EQ(applied("threshold_index", *capture, {}, params).count(), 0) << method;
+    EXPECT_THAT(note_of("threshold_index", *capture, {}, params),
+                testing::MatchesRegex("no_contrast: gcc of .* has the same value everywhere, so the mask is empty"));
+  }
+}
+
 }  // namespace
 }  // namespace orvexa::model

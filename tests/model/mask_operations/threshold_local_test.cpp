@@ -226,5 +226,43 @@ TEST(LocalThresholds, LookAtTheSmoothedBandAndSayWhatTheyLack) {
   }
 }
 
+// Noise of 60 x 80 pixels, once with a pixel at column 30 and row 20 that marks missing data: windows with a reach of 5
+// that do not hold it know nothing of it.
+TEST(LocalThresholds, GivenAMarkForMissingData_ThenWindowsThatDoNotSeeItDecideAsWithoutIt) {
+  const Image noise = test::random_image<float>(12, 60, 80, 1, 1.0);
+  cv::Mat pixels = noise.read_only().clone();
+  pixels.at<float>(20, 30) = -3.4028235e38f;
+  const auto clean = test::capture("c", {{"MSP", {{"NIR", noise}}}});
+  const auto marked = test::capture("c", {{"MSP", {{"NIR", Image(pixels)}}}});
+  const std::vector<std::pair<std::string, Value>> steps{
+      {"threshold_adaptive", {{"window", 11}}},
+      {"threshold_sauvola", {{"window", 11}}},
+      {"threshold_sauvola", {{"window", 11}, {"variant", "niblack"}}},
+      {"texture_threshold", {{"radius", 5}, {"low", 0.28}}},  // that of even noise is 1 / sqrt(12) = 0.289
+  };
+  for (const auto& [key, params] : steps) {
+    SCOPED_TRACE(key + " " + params.dump());
+    const Mask expected = applied(key, *clean, {}, params);
+    const Mask found = applied(key, *marked, {}, params);
+    EXPECT_GT(expected.count(), 1000);
+    EXPECT_LT(expected.count(), 4600);
+    for (int y = 0; y < 60; ++y) {
+      for (int x = 0; x < 80; ++x) {
+        if (std::abs(y - 20) > 5 || std::abs(x - 30) > 5) {
+          ASSERT_EQ(found.at(y, x), expected.at(y, x)) << x << ", " << y;
+        }
+      }
+    }
+  }
+}
+
+TEST(ThresholdSauvola, RefusesTheRangeThatNiblackDoesNotHave) {
+  EXPECT_EQ(
+      refusal_of("threshold_sauvola", {{"variant", "niblack"}, {"r", 0.25}}),
+      "threshold_sauvola: parameter \"r\" is 0.25, but parameter \"variant\" is \"niblack\"; choose \"sauvola\" to "
+      "use it.");
+  EXPECT_EQ(refusal_of("threshold_sauvola", {{"variant", "niblack"}, {"r", 0.5}}), "");
+}
+
 }  // namespace
 }  // namespace orvexa::model

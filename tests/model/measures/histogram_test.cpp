@@ -136,5 +136,26 @@ TEST(MaskedHistogram, IsTheSameWithAnyNumberOfThreads) {
   }
 }
 
+TEST(MaskedHistogram, OfAMapThatDiffersByRoundingAloneHasNoContrast) {
+  const auto has_contrast = [](double first, double second) {
+    const cv::Mat values = (cv::Mat_<double>(1, 3) << first, std::nan(""), second);
+    return masked_histogram(values, nullptr, {}).has_contrast();
+  };
+  EXPECT_FALSE(has_contrast(1.0 / 3, 1.0 / 3 + 1e-15));
+  EXPECT_FALSE(has_contrast(-0.5, -0.5 + 0.9e-12));
+  EXPECT_TRUE(has_contrast(-0.5, -0.5 + 1.1e-12));
+  // Above 1 it is that part of the greatest magnitude: of a million 1e-6.
+  EXPECT_FALSE(has_contrast(1e6, 1e6 + 0.5e-6));
+  EXPECT_FALSE(has_contrast(-1e6, -1e6 + 0.5e-6));
+  EXPECT_TRUE(has_contrast(1e6, 1e6 + 2e-6));
+  constexpr double largest = std::numeric_limits<double>::max();
+  EXPECT_TRUE(has_contrast(-largest, largest));
+}
+
+TEST(MaskedHistogram, OfAnImageHasContrastAsSoonAsTwoValuesDiffer) {
+  EXPECT_TRUE(masked_histogram(band_of(test::image<float>({{0.0f, 1e-20f}})), nullptr, {}).has_contrast());
+  EXPECT_TRUE(masked_histogram(band_of(test::image<std::uint8_t>({{7, 8}})), nullptr, {}).has_contrast());
+}
+
 }  // namespace
 }  // namespace orvexa::model

@@ -140,7 +140,7 @@ TEST(LocalWindows, OfEqualValuesHaveThatValueAndNoSpreadWhateverCameBefore) {
   pixels.row(0).setTo(3e4f);
   const Found found = looked_at(Image(pixels), nullptr, 1);
   for (int y = 2; y < 12; ++y) {
-    EXPECT_NEAR(found.mean.at<double>(y, 5), double(0.1f), 3e4 / 4e12);  // steps of 2^-42 of the largest
+    EXPECT_NEAR(found.mean.at<double>(y, 5), double(0.1f), 3e4 / 4e12);  // well within steps of 2^-42 of the largest
     EXPECT_EQ(found.mean.at<double>(y, 5), found.mean.at<double>(2, 0));
     EXPECT_EQ(found.sd.at<double>(y, 5), 0);
     EXPECT_EQ(found.range.at<double>(y, 5), 0);
@@ -190,6 +190,85 @@ TEST(LocalWindows, RefuseOtherPlanesAndRadii) {
   EXPECT_THROW(for_each_row_of_moments(color, nullptr, 1, {}, [](int, auto) {}), std::invalid_argument);
   EXPECT_THROW(for_each_row_of_ranges(grey, nullptr, 0, {}, [](int, auto) {}), std::invalid_argument);
   EXPECT_THROW(for_each_row_of_entropies(grey, 255, nullptr, 51, {}, [](int, int, auto) {}), std::invalid_argument);
+}
+
+constexpr float no_data = -3.4028235e38f;
+
+/// Expects equal moments wherever no window reaches one of the places.
+void expect_the_same_elsewhere(const Image& image, const Image& with_outliers, const std::vector<cv::Point>& places,
+                               int radius) {
+  const Found expected = looked_at(image, nullptr, radius);
+  const Found found = looked_at(with_outliers, nullptr, radius);
+  for (int y = 0; y < image.height(); ++y) {
+    for (int x = 0; x < image.width(); ++x) {
+      const bool sees_one = std::ranges::any_of(places, [&](const cv::Point& place) {
+        return std::abs(place.x - x) <= radius && std::abs(place.y - y) <= radius;
+      });
+      if (sees_one) continue;
+      ASSERT_EQ(found.mean.at<double>(y, x), expected.mean.at<double>(y, x)) << x << ", " << y;
+      ASSERT_EQ(found.sd.at<double>(y, x), expected.sd.at<double>(y, x)) << x << ", " << y;
+    }
+  }
+}
+
+TEST(LocalWindows, GivenOneOutlier_ThenWindowsThatDoNotSeeItAreExactlyAsWithoutIt) {
+  const Image noise = test::random_image<float>(8, 60, 80, 1, 1.0);
+  cv::Mat pixels = noise.read_only().clone();
+  pixels.row(7).setTo(0);  // zeros have no size of their own
+  const Image image(pixels.clone());
+  pixels.at<float>(20, 30) = no_data;
+  const Image with_outlier(pixels);
+  for (const int radius : {1, 5, 25}) {
+    SCOPED_TRACE(radius);
+    expect_the_same_elsewhere(image, with_outlier, {{30, 20}}, radius);
+    // In a window of n pixels the others, 1 at most, are nothing beside it: mean v / n, sd |v| sqrt(n - 1) / n.
+    const Found found = looked_at(with_outlier, nullptr, radius);
+    const double n = double(seen_values(image, nullptr, radius, 20, 30).size());
+    EXPECT_NEAR(found.mean.at<double>(20, 30) / double(no_data), 1 / n, 1e-15);
+    EXPECT_NEAR(found.sd.at<double>(20, 30) / -double(no_data), std::sqrt(n - 1) / n, 1e-14);
+  }
+}
+
+TEST(LocalWindows, GivenOutliersOfSeveralSizes_ThenEachWindowIsRightByWhatItSees) {
+  const Image noise = test::random_image<float>(9, 40, 50, 1, 1.0);
+  cv::Mat pixels = noise.read_only().clone();
+  pixels.at<float>(10, 10) = no_data;
+  pixels.at<float>(12, 14) = 1e20f;
+  pixels.at<float>(30, 30) = 65535.0f;
+  pixels.at<float>(5, 40) = 1e-30f;
+  const Image with_outliers(pixels);
+  expect_the_same_elsewhere(noise, with_outliers, {{10, 10}, {14, 12}, {30, 30}, {40, 5}}, 3);
+  const Found found = looked_at(with_outliers, nullptr, 3);
+  for (const cv::Point& place : {cv::Point(12, 11), cv::Point(16, 12), cv::Point(31, 31), cv::Point(40, 5)}) {
+    const WindowMoments expected = moments_of(seen_values(with_outliers, nullptr, 3, place.y, place.x));
+    EXPECT_NEAR(found.mean.at<double>(place.y, place.x) / expected.mean, 1, 1e-11) << place;
+    EXPECT_NEAR(found.sd.at<double>(place.y, place.x) / expected.sd, 1, 1e-11) << place;
+  }
+}
+
+TEST(LocalWindows, GivenAHalfWithoutData_ThenFlatWindowsInItHaveItsValueAndTheOtherHalfIsAsWithoutIt) {
+  const Image noise = test::random_image<float>(10, 30, 40, 1, 1.0);
+  cv::Mat pixels = noise.read_only().clone();
+  pixels.colRange(0, 20).setTo(no_data);
+  const Found expected = looked_at(noise, nullptr, 4);
+  const Found found = looked_at(Image(pixels), nullptr, 4);
+  for (int y = 0; y < 30; ++y) {
+    EXPECT_EQ(found.mean.at<double>(y, 15), double(no_data));
+    EXPECT_EQ(found.sd.at<double>(y, 15), 0);
+    EXPECT_EQ(found.mean.at<double>(y, 24), expected.mean.at<double>(y, 24));
+    EXPECT_EQ(found.sd.at<double>(y, 24), expected.sd.at<double>(y, 24));
+  }
+}
+
+TEST(LocalWindows, OfZerosAndOfTheSmallestFloatsAreRight) {
+  cv::Mat pixels(3, 6, CV_32FC1, cv::Scalar(0));
+  constexpr float smallest = std::numeric_limits<float>::denorm_min();
+  pixels.colRange(3, 6).setTo(smallest);
+  const Found found = looked_at(Image(pixels), nullptr, 1);
+  EXPECT_EQ(found.mean.at<double>(1, 0), 0);
+  EXPECT_EQ(found.sd.at<double>(1, 0), 0);
+  EXPECT_EQ(found.mean.at<double>(1, 5), double(smallest));
+  EXPECT_DOUBLE_EQ(found.mean.at<double>(1, 2), double(smallest) / 3);  // three of nine
 }
 
 }  // namespace

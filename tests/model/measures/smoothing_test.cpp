@@ -333,7 +333,8 @@ TEST(Smoothing, LeavesAFlatPictureAsItIs) {
   for (const char* filter : {"gaussian", "median", "bilateral"}) {
     SCOPED_TRACE(filter);
     for (const double size : {1.0, 5.0}) {
-      const Value params{{"smooth", filter}, {"smooth_sigma", size}, {"smooth_radius", size}};
+      const Value params{{"smooth", filter},
+                         {std::string(filter) == "gaussian" ? "smooth_sigma" : "smooth_radius", size}};
       const Image result = filtered(test::flat_image<std::uint16_t>(4, 7, 40000), params);
       for (int y = 0; y < 4; ++y) {
         for (const double value : row_of(result, y)) EXPECT_EQ(value, 40000);
@@ -361,6 +362,20 @@ TEST(Smoothing, TakesSizesFromItsLimits) {
             "step: parameter \"smooth_radius\" is 6, but the bilateral filter's radius is from 1 to 5.");
 }
 
+TEST(Smoothing, RefusesASizeThatTheFilterDoesNotLookAt) {
+  const auto refusal_of = [](const Value& params) {
+    return test::refusal([&] { check_smoothing("step", parameters(params)); });
+  };
+  EXPECT_EQ(refusal_of({{"smooth_sigma", 2}}),
+            "step: parameter \"smooth_sigma\" is 2.0, but parameter \"smooth\" is \"none\" and does not use it.");
+  for (const auto& [filter, unused] : {std::pair("gaussian", "smooth_radius"), std::pair("gaussian", "smooth_range"),
+                                       std::pair("median", "smooth_sigma"), std::pair("median", "smooth_range")}) {
+    EXPECT_THAT(refusal_of({{"smooth", filter}, {unused, 3}}), testing::HasSubstr("and does not use it")) << unused;
+  }
+  EXPECT_EQ(refusal_of({{"smooth", "bilateral"}, {"smooth_sigma", 2}, {"smooth_radius", 3}, {"smooth_range", 0.3}}),
+            "");
+}
+
 TEST(Smoothing, EndsOnceCancelled) {
   const Image image = test::random_image<std::uint16_t>(3, 300, 300, 1, 60000);
   for (const char* filter : {"gaussian", "median", "bilateral"}) {
@@ -377,7 +392,7 @@ TEST(Smoothing, GivesTheSameWithAnyNumberOfThreads) {
   const Image image = test::random_image<std::uint16_t>(5, 700, 1100, 1, 60000);
   for (const char* filter : {"gaussian", "median", "bilateral"}) {
     SCOPED_TRACE(filter);
-    const Value params{{"smooth", filter}, {"smooth_radius", 4}, {"smooth_sigma", 2}};
+    const Value params{{"smooth", filter}, {std::string(filter) == "gaussian" ? "smooth_sigma" : "smooth_radius", 4}};
     std::optional<Image> first;
     for (const int threads : {1, 2, 5}) {
       const test::ThreadCount limit(threads);

@@ -6,6 +6,7 @@
 
 #include "orvexa/common/text.h"
 #include "orvexa/model/mask_operations/band_parameter.h"
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/local_threshold.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/rectangles.h"
@@ -91,6 +92,9 @@ class AutoRoi final : public MaskOperation {
       throw std::invalid_argument(
           "auto_roi: parameter \"smooth\" filters a band, but with parameter \"index\" an index is looked at.");
     }
+    refuse_unless_chosen(info(), params, {"band"}, "index", {no_index});
+    refuse_unless_chosen(info(), params, {"threshold", "polarity"}, "method", {"largest", "union"});
+    refuse_unless_chosen(info(), params, {"border", "k"}, "method", {"border_background"});
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
@@ -147,9 +151,10 @@ class AutoRoi final : public MaskOperation {
     const Statistics background = describe_values(border, context());
     const double distance = params.at("k").get<double>() * background.mad;
     note = fmt::format("background {:.6g} +- {:.6g} of {}", background.median, distance, looked.name);
-    return pixels_within(
-        looked.values, {.low = background.median - distance, .high = background.median + distance, .is_inverted = true},
-        context());
+    const double reach = distance + (looked.band ? 0 : rounding_of_map(std::abs(background.median)));
+    return pixels_within(looked.values,
+                         {.low = background.median - reach, .high = background.median + reach, .is_inverted = true},
+                         context());
   }
 
   static std::vector<char> chosen(const Components& components, double min_area, bool only_largest) {
@@ -274,10 +279,11 @@ const MaskOperationInfo& auto_roi_info() {
               "split into 8-connected parts; one with fewer than min_fraction of the pixels looked at (the incoming "
               "mask, or the image) does not count. The box of the largest part, of equal ones the first in raster "
               "order, or of all parts together (union, border_background) is widened by padding, rounded to pixels and "
-              "cut off at the image's border; everything inside is kept. Values without contrast give an empty mask "
-              "with the note no_contrast, no part that counts one with the note no_region. The overlay shows chosen "
-              "parts in green, the others in red and the rectangle in yellow. Pixels that are not a number belong to "
-              "no part. Steps that grow a mask stay inside the rectangle. ") +
+              "cut off at the image's border; everything inside is kept. Values without contrast (of an index: none "
+              "farther apart than rounding, 1e-12) give an empty mask with the note no_contrast, no part that counts "
+              "one with the note no_region. The overlay shows chosen parts in green, the others in red and the "
+              "rectangle in yellow. Pixels that are not a number belong to no part. Steps that grow a mask stay inside "
+              "the rectangle. ") +
           smoothing_text(),
       .source =
           "Levels as threshold_auto, indices as index_statistics; A. Rosenfeld, J. L. Pfaltz, Sequential "

@@ -10,6 +10,7 @@
 
 #include "orvexa/common/files.h"
 #include "orvexa/model/entities/capture_files.h"
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/file_parameter.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/measures/bands.h"
@@ -83,6 +84,11 @@ double median(std::vector<double>& values) {
 }
 
 class BackgroundDifference final : public MaskOperation {
+  void check(const Value& params) const override {
+    refuse_unless_chosen(info(), params, {"band"}, "metric", {"abs"});
+    refuse_unless_chosen(info(), params, {"image"}, "metric", {"delta_e_76"});
+  }
+
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const std::vector<Band> planes = wanted_planes(source, params);
     for (const Band& plane : planes) chosen_bands["bands"].push_back(plane.name);
@@ -205,19 +211,15 @@ const MaskOperationInfo& background_difference_info() {
       .description =
           "With v the value of a pixel and ref its value in the reference, a pixel is kept when |v - ref| > k sigma. "
           "sigma = 1.4826 MAD, and MAD is the median of |d - median(d)| over the differences d of the pixels inside "
-          "the "
-          "incoming mask, so that objects on less than half of the picture do not change it. metric abs: d = v - ref "
-          "in "
-          "one band, as fractions of the white level of each. metric delta_e_76: d is the distance of the two colours "
-          "in CIELAB (1976), from R, G, B as sRGB fractions of white, cut to 0 to 1. sigma is 0 when more than half of "
-          "the differences are equal, as in pictures drawn by a program; every pixel that differs at all is kept then, "
-          "which the note says. The reference is another capture, with a band of the same name, or an ordinary "
-          "picture, "
-          "in the counts of the band that it is compared with (its white level and reference hold for both); it has "
-          "the "
-          "size of the capture's images. Pixels that are no number in one of the two are never kept and do not enter "
-          "sigma. The file is named relative to the workflow file or by its absolute path; its SHA-256 is written into "
-          "the record of the run.",
+          "the incoming mask, so that objects on less than half of the picture do not change it. metric abs: d = v - "
+          "ref in one band, as fractions of the white level of each. metric delta_e_76: d is the distance of the two "
+          "colours in CIELAB (1976), from R, G, B as sRGB fractions of white, cut to 0 to 1. sigma is 0 when more than "
+          "half of the differences are equal, as in pictures drawn by a program; every pixel that differs at all is "
+          "kept then, which the note says. The reference is another capture, with a band of the same name, or an "
+          "ordinary picture, in the counts of the band that it is compared with (its white level and reference hold "
+          "for both); it has the size of the capture's images. Pixels that are no number in one of the two are never "
+          "kept and do not enter sigma. The file is named relative to the workflow file or by its absolute path; its "
+          "SHA-256 is written into the record of the run.",
       .source =
           "F. R. Hampel, The influence curve and its role in robust estimation, J. Am. Stat. Assoc. 69(346), 1974, "
           "383-393, doi:10.1080/01621459.1974.10482962, for MAD; CIELAB: ISO/CIE 11664-4",

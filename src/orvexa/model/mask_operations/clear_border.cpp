@@ -65,12 +65,10 @@ const MaskOperationInfo& clear_border_info() {
       .description =
           "The mask is split into 8-connected components or, with of = regions, into the regions that an earlier step "
           "made, such as split_touching; pixels of no region are then removed. A part is removed whole when one of its "
-          "pixels lies in the "
-          "first "
-          "or last buffer + 1 rows or columns of the image. With the limit roi it is also removed when a pixel is at "
-          "most buffer + 1 pixels, counted along rows, columns and diagonals, from a pixel outside the regions of "
-          "interest chosen so far. When no part is left the note says touches_border. The picture of the step shows "
-          "the rims of what is kept green and of what is removed red.",
+          "pixels lies in the first or last buffer + 1 rows or columns of the image. With the limit roi it is also "
+          "removed when a pixel is at most buffer + 1 pixels, counted along rows, columns and diagonals, from a pixel "
+          "outside the regions of interest chosen so far. When no part is left the note says touches_border. The "
+          "picture of the step shows the rims of what is kept green and of what is removed red.",
       .source = "P. Soille, Morphological Image Analysis, 2nd edition, Springer 2003",
       .parameters = {{.name = "buffer",
                       .type = ParameterType::integer,

@@ -9,6 +9,7 @@
 #include <stdexcept>
 
 #include "orvexa/common/text.h"
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/measures/color_planes.h"
 #include "orvexa/model/measures/color_rows.h"
@@ -104,6 +105,23 @@ std::vector<std::int64_t> sampled_ranks(std::int64_t n, std::int64_t wanted, std
   return ranks;
 }
 
+bool holds(const PointList& points, std::span<const double> point) {
+  for (std::size_t i = 0; i < points.size(); ++i) {
+    if (std::ranges::equal(points.point(i), point)) return true;
+  }
+  return false;
+}
+
+/// The first `most` different ones among the points.
+PointList first_different(const PointList& points, std::size_t most) {
+  PointList different{.dimensions = points.dimensions, .numbers = {}};
+  for (std::size_t i = 0; i < points.size() && different.size() < most; ++i) {
+    const auto point = points.point(i);
+    if (!holds(different, point)) different.numbers.insert(different.numbers.end(), point.begin(), point.end());
+  }
+  return different;
+}
+
 /// Calls `pixel(features, x, y)` for every valid pixel of rows y0 to y1 - 1 inside the mask.
 template <typename Pixel>
 void for_valid_pixels(const FeatureSpace& space, const Mask* mask, int y0, int y1, const Pixel& pixel) {
@@ -125,6 +143,9 @@ class ClusterKmeans final : public MaskOperation {
           "{}: parameter \"points\" is empty, but at least one point has to be picked when \"keep\" is \"points\".",
           key));
     }
+    refuse_unless_chosen(info(), params, {"bands"}, "space", {"bands"});
+    refuse_unless_chosen(info(), params, {"image"}, "space", {"lab"});
+    refuse_unless_chosen(info(), params, {"points"}, "keep", {"points"});
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
@@ -134,10 +155,16 @@ class ClusterKmeans final : public MaskOperation {
     const Shape shape = source.get_shape();
 
     const auto seed = static_cast<std::uint64_t>(params.at("seed").get<std::int64_t>());
-    const PointList points = fitted_points(space, current, params.at("fit_pixels").get<std::int64_t>(), seed);
-    Clusters clusters = k_means(
-        points, {.k = params.at("k").get<std::size_t>(), .seed = seed, .starts = params.at("starts").get<int>()},
-        context());
+    const auto k = params.at("k").get<std::size_t>();
+    const auto wanted = params.at("fit_pixels").get<std::int64_t>();
+    PointList points = fitted_points(space, current, {.wanted = wanted, .seed = seed});
+    // What a small object looks like may be in no pixel that was drawn.
+    const PointList known = first_different(points, k);
+    if (known.size() < k && static_cast<std::int64_t>(points.size()) >= wanted) {
+      const PointList others = fitted_points(space, current, {.wanted = wanted, .seed = seed, .leaves_out = &known});
+      points.numbers.insert(points.numbers.end(), others.numbers.begin(), others.numbers.end());
+    }
+    Clusters clusters = k_means(points, {.k = k, .seed = seed, .starts = params.at("starts").get<int>()}, context());
     if (clusters.centres.size() < 2) {
       note = fmt::format("no_contrast: {}, so the mask is empty",
                          points.size() == 0 ? "there is no pixel to look at" : "all pixels have the same values");
@@ -153,25 +180,40 @@ class ClusterKmeans final : public MaskOperation {
     return kept_pixels(labels, is_kept);
   }
 
-  [[nodiscard]] PointList fitted_points(const FeatureSpace& space, const Mask* mask, std::int64_t wanted,
-                                        std::uint64_t seed) const {
+  struct Draw {
+    std::int64_t wanted = 0;  ///< pixels at most
+    std::uint64_t seed = 0;
+    const PointList* leaves_out = nullptr;  ///< pixels with one of these features are not drawn
+  };
+
+  [[nodiscard]] PointList fitted_points(const FeatureSpace& space, const Mask* mask, const Draw& draw) const {
+    const auto for_pixels = [&](int y0, int y1, const auto& pixel) {
+      std::vector<double> point(space.dimensions());
+      for_valid_pixels(space, mask, y0, y1, [&](const FeatureRow& row, std::size_t x, int) {
+        if (draw.leaves_out != nullptr) {
+          row.get(x, point);
+          if (holds(*draw.leaves_out, point)) return;
+        }
+        pixel(row, x);
+      });
+    };
     const auto [height, width] = space.bands.front().shape();
     const int step = stripe_height(width);
     std::vector<std::int64_t> first(static_cast<std::size_t>(stripe_count(height, width)) + 1, 0);
     for_each_stripe(height, width, context(), [&](int y0, int y1) {
       std::int64_t n = 0;
-      for_valid_pixels(space, mask, y0, y1, [&](const FeatureRow&, std::size_t, int) { ++n; });
+      for_pixels(y0, y1, [&](const FeatureRow&, std::size_t) { ++n; });
       first[static_cast<std::size_t>(y0 / step) + 1] = n;
     });
     std::partial_sum(first.begin(), first.end(), first.begin());
 
-    const std::vector<std::int64_t> ranks = sampled_ranks(first.back(), wanted, seed);
+    const std::vector<std::int64_t> ranks = sampled_ranks(first.back(), draw.wanted, draw.seed);
     PointList points{.dimensions = space.dimensions(),
                      .numbers = std::vector<double>(ranks.size() * space.dimensions())};
     for_each_stripe(height, width, context(), [&](int y0, int y1) {
       std::int64_t rank = first[static_cast<std::size_t>(y0 / step)];
       auto next = std::ranges::lower_bound(ranks, rank);
-      for_valid_pixels(space, mask, y0, y1, [&](const FeatureRow& row, std::size_t x, int) {
+      for_pixels(y0, y1, [&](const FeatureRow& row, std::size_t x) {
         if (next != ranks.end() && *next == rank) {
           const auto place = static_cast<std::size_t>(next - ranks.begin());
           row.get(x, std::span(points.numbers).subspan(place * points.dimensions, points.dimensions));
@@ -288,7 +330,7 @@ class ClusterKmeans final : public MaskOperation {
       for (int y = y0; y < y1; ++y) {
         const std::uint8_t* label = labels.ptr<std::uint8_t>(y);
         std::uint8_t* rgb = overlay.ptr<std::uint8_t>(y);
-        for (int x = 0; x < labels.cols; ++x) {
+        for (std::size_t x = 0; x < static_cast<std::size_t>(labels.cols); ++x) {
           if (label[x] != 0) std::ranges::copy(part_color(static_cast<std::size_t>(label[x] - 1)), rgb + 3 * x);
         }
       }
@@ -314,24 +356,22 @@ const MaskOperationInfo& cluster_kmeans_info() {
       .summary = "Sorts the pixels into clusters of like values or colours and keeps some of them.",
       .description =
           "The pixels of the incoming mask are points: their values in the bands as fractions of white, or their "
-          "colours "
-          "in CIELAB. k centres are looked for that make the sum of squared distances of the pixels from their nearest "
-          "centre small: from each of several starts by k-means++, drawn by the seed, centres move to the mean of "
-          "their "
-          "pixels until no pixel changes its centre (at most 300 times), and the start with the least sum is taken. "
-          "Where the mask has more than fit_pixels pixels, the centres are fitted to that many, one drawn by the seed "
-          "from each of as many equal parts of the mask in raster order; every pixel then belongs to its nearest "
-          "centre. The same seed gives the same clusters every time. Clusters are numbered from the darkest to the "
-          "brightest by the mean of their bands, or by L. Kept is the brightest, the largest (of equal ones the "
-          "darker), or every cluster whose centre is nearest to the pixel at a picked point, whether the mask holds it "
-          "or not. Pixels with fewer different values than k have as many clusters; no pixel or pixels of one value "
-          "give an empty mask with the note no_contrast. Pixels with a value that is not a number are never kept. The "
-          "overlay shows each cluster in a colour.",
+          "colours in CIELAB. k centres are looked for that make the sum of squared distances of the pixels from their "
+          "nearest centre small: from each of several starts by k-means++, drawn by the seed, centres move to the mean "
+          "of their pixels until no pixel changes its centre (at most 300 times), and the start with the least sum is "
+          "taken. Where the mask has more than fit_pixels pixels, the centres are fitted to that many, one drawn by "
+          "the seed from each of as many equal parts of the mask in raster order; every pixel then belongs to its "
+          "nearest centre. Where the pixels drawn have fewer different values than k, up to as many pixels with other "
+          "values are added, so that a small object is not missed. The same seed gives the same clusters every time. "
+          "Clusters are numbered from the darkest to the brightest by the mean of their bands, or by L. Kept is the "
+          "brightest, the largest (of equal ones the darker), or every cluster whose centre is nearest to the pixel at "
+          "a picked point, whether the mask holds it or not. Pixels with fewer different values than k have as many "
+          "clusters; no pixel or pixels of one value give an empty mask with the note no_contrast. Pixels with a value "
+          "that is not a number are never kept. The overlay shows each cluster in a colour.",
       .source =
           "S. P. Lloyd, Least squares quantization in PCM, IEEE Transactions on Information Theory 28(2), 1982, "
-          "129-137, "
-          "doi:10.1109/TIT.1982.1056489; D. Arthur, S. Vassilvitskii, k-means++: the advantages of careful seeding, "
-          "Proc. 18th ACM-SIAM Symposium on Discrete Algorithms, 2007, 1027-1035",
+          "129-137, doi:10.1109/TIT.1982.1056489; D. Arthur, S. Vassilvitskii, k-means++: the advantages of careful "
+          "seeding, Proc. 18th ACM-SIAM Symposium on Discrete Algorithms, 2007, 1027-1035",
       .parameters = {{.name = "space",
                       .type = ParameterType::choice,
                       .default_value = "bands",

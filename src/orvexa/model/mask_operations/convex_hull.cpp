@@ -133,13 +133,12 @@ const MaskOperationInfo& convex_hull_mask_info() {
       .description =
           "The hull is that of the corners of the pixels, where the pixel in column x covers x to x + 1, as the "
           "measurement convex_hull takes it. A pixel is added when its centre lies inside the hull; one with its "
-          "centre "
-          "exactly on the rim is not. So a rectangle stays as it is, and the steps of a slanting rim are filled where "
-          "more than half of a pixel is inside. With per_region each region that an earlier step made has a hull of "
-          "its own, and what the hull adds belongs to the region, where hulls overlap to the later one; without such "
-          "regions each 8-connected component has one. Otherwise one hull is put around the whole mask. The result "
-          "stays inside the regions of interest chosen so far, or inside the image where there are none. The picture "
-          "of the step shows the rims of the result blue.",
+          "centre exactly on the rim is not. So a rectangle stays as it is, and the steps of a slanting rim are filled "
+          "where more than half of a pixel is inside. With per_region each region that an earlier step made has a hull "
+          "of its own, and what the hull adds belongs to the region, where hulls overlap to the later one; without "
+          "such regions each 8-connected component has one. Otherwise one hull is put around the whole mask. The "
+          "result stays inside the regions of interest chosen so far, or inside the image where there are none. The "
+          "picture of the step shows the rims of the result blue.",
       .source =
           "A. M. Andrew, Another efficient algorithm for convex hulls in two dimensions, Information Processing "
           "Letters 9(5), 1979, 216-219",

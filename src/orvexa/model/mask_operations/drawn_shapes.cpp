@@ -57,8 +57,7 @@ std::string_view pixel_centre_rule() {
 
 std::string_view scan_conversion_source() {
   return "J. D. Foley, A. van Dam, S. K. Feiner, J. F. Hughes, Computer Graphics: Principles and Practice, 2nd "
-         "edition, "
-         "Addison-Wesley 1990";
+         "edition, Addison-Wesley 1990";
 }
 
 }  // namespace orvexa::model

@@ -1,7 +1,7 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/scale_units.h"
 #include "orvexa/model/pictures/outlines.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 
@@ -46,11 +46,13 @@ const MaskOperationInfo& fill_holes_info() {
       .category = "Shape of the mask",
       .summary = "Fills the holes of the mask up to a size.",
       .description =
-          "A hole is a 4-connected component of pixels outside the mask that does not touch the border of the image. "
-          "Holes of at most max_area are filled, with 0 holes of any size. Areas are in pixels, or in square "
-          "millimetres by the capture's scale. The result stays inside the regions of interest chosen so far, or "
-          "inside the image where there are none. The picture of the step shows the rims of the holes that are filled "
-          "blue and of those that are too large red.",
+          std::string(
+              "A hole is a 4-connected component of pixels outside the mask that does not touch the border of the "
+              "image. Holes of at most max_area are filled, with 0 holes of any size. Areas are in pixels, or in "
+              "square millimetres by the capture's scale. The result stays inside the regions of interest chosen so "
+              "far, or inside the image where there are none. The picture of the step shows the rims of the holes that "
+              "are filled blue and of those that are too large red.") +
+          added_pixels_text(),
       .source = "P. Soille, Morphological Image Analysis, 2nd edition, Springer 2003",
       .parameters = {{.name = "max_area",
                       .type = ParameterType::real,

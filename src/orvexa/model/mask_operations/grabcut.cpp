@@ -150,7 +150,11 @@ class Grabcut final : public MaskOperation {
                ? fmt::format("cut at full size, {} x {} pixels", picture.labels.cols, picture.labels.rows)
                : fmt::format("cut at 1/{} of the size, {} x {} pixels", picture.factor, picture.labels.cols,
                              picture.labels.rows);
-    return foreground(picture, rect, planes.rgb);
+    Mask mask = foreground(picture, rect, planes.rgb);
+    if ((current != nullptr ? mask & *current : mask).count() == 0) {
+      note = "no_foreground: nothing inside the rectangle is unlike the background, so the mask is empty; " + note;
+    }
+    return mask;
   }
 
   void cut(WorkingPicture& picture, int iterations, int seed) const {
@@ -200,24 +204,20 @@ const MaskOperationInfo& grabcut_info() {
           "What lies outside the rectangle is background; inside, mixtures of 5 Gaussian distributions of R, G, B are "
           "fitted to background and foreground in turn with a minimum cut of the 8-connected pixels, whose links are "
           "weaker across edges of colour, as often as iterations says; the foreground that is left is kept. Colours "
-          "are "
-          "taken in 8 bits: R, G, B as fractions of white, cut to 0 to 1, times 255, rounded. Only the pixels of the "
-          "incoming mask have influence: the work is done in its bounding box, where pixels outside it, and pixels "
-          "that "
-          "are not a number, count as background in colours of the known background, taken in turn. Fewer than 5 "
-          "pixels "
-          "of the incoming mask inside or outside the rectangle give an empty mask with the note no_foreground or "
-          "no_background: leave a rim of background around the object. The same seed gives the same mask every time. "
-          "The work takes about 0.7 s a megapixel and iteration, several times "
-          "that where object and background are hard to tell apart, and 250 MB a megapixel, and it can be cancelled "
-          "between iterations only, so a picture whose longer side exceeds working_side is cut in blocks of as many "
-          "whole pixels as are "
-          "needed, each in its mean colour, and the edge of the mask follows the blocks; the note says at which size "
-          "the cut was made. With working_side as large as the picture every pixel is cut on its own.",
+          "are taken in 8 bits: R, G, B as fractions of white, cut to 0 to 1, times 255, rounded. Only the pixels of "
+          "the incoming mask have influence: the work is done in its bounding box, where pixels outside it, and pixels "
+          "that are not a number, count as background in colours of the known background, taken in turn. Fewer than 5 "
+          "pixels of the incoming mask inside or outside the rectangle give an empty mask with the note no_foreground "
+          "or no_background: leave a rim of background around the object. A cut that leaves nothing also says "
+          "no_foreground. The same seed gives the same mask every time. The work takes about 0.7 s a megapixel and "
+          "iteration, several times that where object and background are hard to tell apart, and 250 MB a megapixel, "
+          "and it can be cancelled between iterations only, so a picture whose longer side exceeds working_side is cut "
+          "in blocks of as many whole pixels as are needed, each in its mean colour, and the edge of the mask follows "
+          "the blocks; the note says at which size the cut was made. With working_side as large as the picture every "
+          "pixel is cut on its own.",
       .source =
           "C. Rother, V. Kolmogorov, A. Blake, \"GrabCut\": interactive foreground extraction using iterated graph "
-          "cuts, "
-          "ACM Transactions on Graphics 23(3), 2004, 309-314, doi:10.1145/1015706.1015720",
+          "cuts, ACM Transactions on Graphics 23(3), 2004, 309-314, doi:10.1145/1015706.1015720",
       .parameters = {color_image_parameter(),
                      {.name = "rect",
                       .type = ParameterType::rect,

@@ -7,13 +7,14 @@
 #include <vector>
 
 #include "orvexa/model/mask_operations/component_filter.h"
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/limits.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/scale_units.h"
 #include "orvexa/model/measures/bands.h"
 #include "orvexa/model/measures/component_pictures.h"
 #include "orvexa/model/measures/shape_measures.h"
 #include "orvexa/model/pictures/outlines.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 
@@ -82,7 +83,16 @@ Measures band_means(const Components& components, const Band& band, const RunCon
 }
 
 class KeepRegions final : public MaskOperation {
-  void check(const Value& params) const override { check_limits("keep_regions", params, "min", "max"); }
+  void check(const Value& params) const override {
+    check_limits("keep_regions", params, "min", "max");
+    refuse_unless_chosen(info(), params, {"unit"}, "by", {"area", "distance_to_point"});
+    refuse_unless_chosen(info(), params, {"point"}, "by", {"distance_to_point"});
+    refuse_unless_chosen(info(), params, {"band"}, "by", {"band_mean"});
+    if (params.at("n") == 0) {
+      refuse_unused(info().key, info().parameters, params, {"order"},
+                    "parameter \"n\" is 0, so all regions that fit are kept");
+    }
+  }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
     const Components components = find_parts(get_display_name(), *current, params, context());
@@ -188,19 +198,17 @@ const MaskOperationInfo& keep_regions_info() {
       .description =
           "The mask is split into 8-connected regions, numbered in raster order of their first pixel, or with of = "
           "regions into those that an earlier step made, such as split_touching, in their order; pixels of no region "
-          "are "
-          "then removed. A region is kept "
-          "when min <= measure <= max, where a limit without a value is none; with n above 0, of those only the n "
-          "regions with the largest (or smallest) measure, of equal ones the smaller number first. Measures: area, in "
-          "pixels or mm2; solidity, area / area of the convex hull of the pixels' corners; circularity, 4 pi area / "
-          "perimeter^2 with Crofton's perimeter in 4 directions, not clamped; eccentricity, sqrt(1 - l2 / l1) with the "
-          "eigenvalues l1 >= l2 of the covariance of the pixels' centres; distance_to_point, from the centroid to the "
-          "point, in pixels or mm; band_mean, the mean of the band in fractions of white, without pixels that are not "
-          "a number. A region whose measure is undefined is not kept. With make_regions the kept regions are measured "
-          "on their own as ROI_1, ROI_2, ... in the order of their numbers; what a later step adds around them counts "
-          "for the whole mask but for no region. The picture of the step shows the rims of the kept regions green and "
-          "of "
-          "the others red. No region left gives an empty mask with the note no_region.",
+          "are then removed. A region is kept when min <= measure <= max, where a limit without a value is none; with "
+          "n above 0, of those only the n regions with the largest (or smallest) measure, of equal ones the smaller "
+          "number first. Measures: area, in pixels or mm2; solidity, area / area of the convex hull of the pixels' "
+          "corners; circularity, 4 pi area / perimeter^2 with Crofton's perimeter in 4 directions, not clamped; "
+          "eccentricity, sqrt(1 - l2 / l1) with the eigenvalues l1 >= l2 of the covariance of the pixels' centres; "
+          "distance_to_point, from the centroid to the point, in pixels or mm; band_mean, the mean of the band in "
+          "fractions of white, without pixels that are not a number. A region whose measure is undefined is not kept. "
+          "With make_regions the kept regions are measured on their own as ROI_1, ROI_2, ... in the order of their "
+          "numbers; what a later step adds around them counts for the whole mask but for no region. The picture of the "
+          "step shows the rims of the kept regions green and of the others red. No region left gives an empty mask "
+          "with the note no_region.",
       .source =
           "A. Rosenfeld, J. L. Pfaltz, Sequential Operations in Digital Picture Processing, J. ACM 13(4), 1966, "
           "471-494; measures as in the operations area and shape_factors (ISO 9276-6)",

@@ -39,11 +39,18 @@ bool keeps_bright(const Value& params) {
   return params.at("polarity") == "bright";
 }
 
-const char* window_text() {
+const char* window_precision_text() {
+  return "The sums behind mean and standard deviation of a window are exact; floats are first rounded to multiples of "
+         "2^-42 of the largest magnitude that counts. Where magnitudes leave a gap of 2^8 or more, those below the gap "
+         "have a largest of their own, so that an outlier changes only the windows that see it. ";
+}
+
+std::string window_text() {
   return "A window sees the pixels of the incoming mask that lie in the image and are a number, and nothing else: at "
-         "the "
-         "border and at the edge of the mask it has fewer pixels. Bright keeps v > t, dark v <= t; a value closer than "
-         "1e-12 of white (with gaussian 1e-9) to its level equals it. Pixels that are not a number are never kept. ";
+         "the border and at the edge of the mask it has fewer pixels. Bright keeps v > t, dark v <= t; a value closer "
+         "than 1e-12 of white (with gaussian 1e-9) to its level equals it. Pixels that are not a number are never "
+         "kept. " +
+         std::string(window_precision_text());
 }
 
 }  // namespace orvexa::model

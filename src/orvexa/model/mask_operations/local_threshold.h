@@ -22,6 +22,8 @@ void check_window(std::string_view operation, const Value& params);
 [[nodiscard]] bool keeps_bright(const Value& params);
 
 /// A sentence on what windows see, for descriptions.
-[[nodiscard]] const char* window_text();
+[[nodiscard]] std::string window_text();
+/// A sentence on how exact mean and standard deviation of a window are, for descriptions.
+[[nodiscard]] const char* window_precision_text();
 
 }  // namespace orvexa::model

@@ -81,6 +81,13 @@ class MaskFromFile final : public MaskOperation {
           "mask_from_file: parameters \"regions\" and \"invert\" are both true, but what is outside the labels has "
           "none.");
     }
+    const Value& value = params.at("value");
+    if (params.at("regions").get<bool>() && !value.is_null() && !(value.get<double>() > 0)) {
+      throw std::invalid_argument(fmt::format(
+          "mask_from_file: parameter \"value\" is {}, but with \"regions\" it must be above 0, because only "
+          "values above 0 are labels.",
+          common::number_text(value.get<double>())));
+    }
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {
@@ -164,8 +171,7 @@ const MaskOperationInfo& mask_from_file_info() {
       .summary = "Keeps the pixels that a picture marks, such as a mask that was drawn by hand.",
       .description =
           "The picture has the size of the capture's images. A pixel is kept when its value there is above 0 or, with "
-          "a "
-          "value, equal to it; of a colour picture when one of its three channels is above 0. With invert the others "
+          "a value, equal to it; of a colour picture when one of its three channels is above 0. With invert the others "
           "are kept instead. A value that is not a number is never kept. With regions each value above 0 is a label: "
           "its pixels become a region that is called ROI_ and the value, in ascending order; labels are whole numbers "
           "up to 16,777,216. The file is named relative to the workflow file or by its absolute path; its SHA-256 is "

@@ -1,7 +1,13 @@
 #include "orvexa/model/mask_operations/mask_operation.h"
 
+#include <fmt/format.h>
+
+#include <atomic>
+#include <cstdint>
 #include <stdexcept>
 #include <utility>
+
+#include "orvexa/common/text.h"
 
 namespace orvexa::model {
 
@@ -16,7 +22,30 @@ const ParameterInfo& reset_mask_chain_parameter() {
   return parameter;
 }
 
+/// Pixels that are set now, were not before, and belong to no region now.
+std::int64_t added_outside_regions(const Mask& before, const Mask& after, const RunContext& context) {
+  const cv::Mat& labels = after.labels()->image;
+  const auto width = static_cast<std::size_t>(labels.cols);
+  std::atomic<std::int64_t> total = 0;
+  for_each_stripe(labels.rows, labels.cols, context, [&](int y0, int y1) {
+    std::int64_t n = 0;
+    for (int y = y0; y < y1; ++y) {
+      const std::uint8_t* was_set = before.row(y).data();
+      const std::uint8_t* is_set = after.row(y).data();
+      const std::int32_t* label = labels.ptr<std::int32_t>(y);
+      for (std::size_t x = 0; x < width; ++x) n += is_set[x] != 0 && was_set[x] == 0 && label[x] == 0 ? 1 : 0;
+    }
+    total += n;
+  });
+  return total;
+}
+
 }  // namespace
+
+const char* added_pixels_text() {
+  return " Where earlier steps made regions, a pixel that is added where none of them is belongs to no region; the "
+         "note says how many do.";
+}
 
 ParameterList MaskOperationInfo::all_parameters() const {
   ParameterList all = parameters;
@@ -65,7 +94,17 @@ std::optional<Mask> MaskOperation::apply(const Input& input) {
   if (info()._is_roi_operation) bounds = bounds ? *result & *bounds : *result;
   const auto labels = result->labels() || !current ? result->labels() : current->labels();
   if (limit) result = *result & *limit;
-  return result->with_labels(labels).with_bounds(bounds);
+  result = result->with_labels(labels).with_bounds(bounds);
+  if (info()._preview_unconstrained && current && labels) note_added_pixels(*current, *result);
+  return result;
+}
+
+void MaskOperation::note_added_pixels(const Mask& before, const Mask& after) {
+  const std::int64_t n = added_outside_regions(before, after, context());
+  if (n == 0) return;
+  if (!note.empty()) note += "; ";
+  note += n == 1 ? std::string("1 pixel that was added belongs to no region.")
+                 : fmt::format("{} pixels that were added belong to no region.", common::grouped_integer_text(n));
 }
 
 }  // namespace orvexa::model

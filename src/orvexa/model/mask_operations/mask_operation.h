@@ -63,7 +63,8 @@ class MaskOperation {
   /// The whole new accumulated mask: parameters are completed and checked, the operation computes, and its result is
   /// narrowed to the incoming mask (a growing operation: to the incoming mask's bounds). Labels and bounds of the
   /// incoming mask are carried on unless the operation made its own; a region-of-interest operation's result becomes
-  /// the bounds. With `reset_mask_chain` true, an operation that does not need a mask takes the incoming one for
+  /// the bounds. Pixels that a growing operation adds where no region is are counted in the note. With
+  /// `reset_mask_chain` true, an operation that does not need a mask takes the incoming one for
   /// absent.
   /// @throws std::invalid_argument for parameters; std::runtime_error with a sentence for anything else that is wrong.
   [[nodiscard]] std::optional<Mask> apply(const Input& input);
@@ -95,6 +96,7 @@ class MaskOperation {
 
  private:
   friend struct MaskOperationInfo;
+  void note_added_pixels(const Mask& before, const Mask& after);
   const MaskOperationInfo* _info = nullptr;
   RunContext _context;
 };
@@ -105,6 +107,9 @@ class Previewable {
   virtual ~Previewable() = default;
   [[nodiscard]] virtual std::optional<Mask> preview(const MaskOperation::Input& input) = 0;
 };
+
+/// A sentence for the descriptions of operations that grow a mask and leave its regions as they are.
+[[nodiscard]] const char* added_pixels_text();
 
 /// The value of `reset_mask_chain` in a step's parameters; false when it is not there or they are not a map.
 [[nodiscard]] bool resets_mask_chain(const Value& params);

@@ -255,7 +255,8 @@ MaskOperationInfo morphology_info(const MorphologyOperation& operation) {
                      "changes nothing. Outside the limit counts as foreground for erosion and as background for "
                      "dilation, so that nothing is eroded from there. The limit is the border of the image or, where "
                      "it is set to roi, the rim of the regions of interest chosen so far; whatever it is, the result "
-                     "stays inside these.",
+                     "stays inside these." +
+                     (operation.grows ? added_pixels_text() : ""),
       .source =
           "J. Serra, Image Analysis and Mathematical Morphology, Academic Press 1982; P. Soille, Morphological "
           "Image Analysis, 2nd edition, Springer 2003",

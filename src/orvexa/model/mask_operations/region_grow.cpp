@@ -234,7 +234,8 @@ class RegionGrow final : public MaskOperation {
     const cv::Mat allowed = current != nullptr ? current->read_only() : Mask::full(plane.shape()).read_only();
     const Pixels seeds = usable_seeds(plane, allowed, points);
     if (seeds.empty()) return Mask::empty(plane.shape());
-    const double tolerance = high_limit_in_counts(plane, params.at("tolerance").get<double>());
+    // In a float image too: there the difference of two values is rounded.
+    const double tolerance = params.at("tolerance").get<double>() * plane.white.counts + rounding_in_counts(plane);
     if (params.at("mode") == "running_mean")
       return Mask(GrowingRegions(plane, allowed, tolerance).grown(seeds, context()));
     return Mask(grown_from_values(plane, allowed, seeds, tolerance, context()));
@@ -280,13 +281,12 @@ const MaskOperationInfo& region_grow_info() {
           "With running_mean the regions grow side by side and the value is the mean of the region's pixels so far, "
           "beginning with the point: when a pixel joins, its neighbours (rows from above, columns from the left) that "
           "are in no region and differ from the region's mean by at most the tolerance begin to wait; of those that "
-          "wait the one comes next whose difference was least when it began to wait, in 256 steps of the tolerance, "
-          "of equal ones the first; it joins the region beside it whose mean is nearest to its value now, of equally "
-          "near ones that of the earlier point, when the difference is at most the tolerance, and else waits again "
-          "when "
-          "another neighbour joins. The tolerance is a fraction of white. Points outside the incoming mask or on a "
-          "pixel that is not a number do not grow and are counted in the note unusable_seed. The overlay marks the "
-          "points. " +
+          "wait the one comes next whose difference was least when it began to wait, in 256 steps of the tolerance, of "
+          "equal ones the first; it joins the region beside it whose mean is nearest to its value now, of equally near "
+          "ones that of the earlier point, when the difference is at most the tolerance, and else waits again when "
+          "another neighbour joins. The tolerance is a fraction of white; a difference within a millionth of white of "
+          "it equals it. Points outside the incoming mask or on a pixel that is not a number do not grow and are "
+          "counted in the note unusable_seed. The overlay marks the points. " +
           std::string(smoothing_text()),
       .source =
           "R. Adams, L. Bischof, Seeded region growing, IEEE Transactions on Pattern Analysis and Machine Intelligence "

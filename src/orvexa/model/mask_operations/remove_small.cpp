@@ -1,7 +1,7 @@
 #include "orvexa/model/mask_operations/component_filter.h"
 #include "orvexa/model/mask_operations/operations.h"
-#include "orvexa/model/scale_units.h"
 #include "orvexa/model/pictures/outlines.h"
+#include "orvexa/model/scale_units.h"
 
 namespace orvexa::model {
 

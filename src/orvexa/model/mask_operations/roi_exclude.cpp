@@ -1,5 +1,6 @@
 #include <string>
 
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/drawn_shapes.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/rectangles.h"
@@ -12,6 +13,8 @@ class RoiExclude final : public MaskOperation {
   void check(const Value& params) const override {
     const Value& points = params.at("points");
     if (params.at("shape") == "polygon" && !points.empty()) check_polygon("roi_exclude", "points", points);
+    refuse_unless_chosen(info(), params, {"rect"}, "shape", {"rect", "ellipse"});
+    refuse_unless_chosen(info(), params, {"points"}, "shape", {"polygon"});
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask*, const Value& params) override {

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "orvexa/common/text.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/rectangles.h"
+#include "orvexa/model/mask_operations/region_names.h"
 #include "orvexa/model/pictures/outlines.h"
 
 namespace orvexa::model {
@@ -27,6 +27,7 @@ std::vector<Span> divided(int from, int length, int cells, double margin) {
   // The first pixel whose centre is not before a place.
   const auto first_pixel = [&](double place) { return from + static_cast<int>(std::ceil(place - 0.5 - rounding)); };
   std::vector<Span> spans;
+  spans.reserve(static_cast<std::size_t>(cells));
   for (int cell = 0; cell < cells; ++cell) {
     spans.push_back({first_pixel(size * (cell + margin)), first_pixel(size * (cell + 1 - margin))});
   }
@@ -49,8 +50,7 @@ class RoiGrid final : public MaskOperation {
       if (cell.is_empty()) empty.push_back(labels->names.back());
     }
     if (!empty.empty()) {
-      note = "too_fine: there are fewer pixels than cells with their margins, so no pixel is in " +
-             common::joined(empty, ", ");
+      note = "too_fine: there are fewer pixels than cells with their margins, so no pixel is in " + names_text(empty);
     }
     if (wants_overlay) draw(shape, cells);
     cv::Mat pixels(shape.height, shape.width, CV_8UC1);

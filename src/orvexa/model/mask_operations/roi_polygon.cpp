@@ -28,8 +28,7 @@ const MaskOperationInfo& roi_polygon_info() {
       .description =
           "The points are the corners in their order, in fractions of the image's width and height; the last one is "
           "joined to the first. Inside is what the even-odd rule says: a ray from there crosses the sides an odd "
-          "number "
-          "of times, so that where a polygon overlaps itself there is a hole. " +
+          "number of times, so that where a polygon overlaps itself there is a hole. " +
           std::string(pixel_centre_rule()) +
           " A centre exactly on a side belongs to the polygon on the right of the side or below it, so that polygons "
           "with a common side share no pixel. What lies outside the image is cut off; a polygon without a pixel of the "

@@ -2,9 +2,9 @@
 #include <string>
 #include <vector>
 
-#include "orvexa/common/text.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/mask_operations/rectangles.h"
+#include "orvexa/model/mask_operations/region_names.h"
 
 namespace orvexa::model {
 
@@ -25,7 +25,7 @@ class RoiRects final : public MaskOperation {
     if (labels->names.empty()) {
       note = "no_rectangle: the list of rectangles is empty, so the mask is empty";
     } else if (!outside.empty()) {
-      note = "outside_image: no pixel of the image is covered by " + common::joined(outside, ", ");
+      note = "outside_image: no pixel of the image is covered by " + names_text(outside);
     }
     cv::Mat pixels(shape.height, shape.width, CV_8UC1);
     labels->image.create(shape.height, shape.width, CV_32SC1);
@@ -53,9 +53,8 @@ const MaskOperationInfo& roi_rects_info() {
       .summary = "Keeps the pixels inside several rectangles and makes each of them a region.",
       .description =
           "Each rectangle is placed like the one of roi_rect and is measured on its own as ROI_1, ROI_2, ... in "
-          "drawing "
-          "order. Where rectangles overlap, a pixel belongs to the later one. A rectangle wholly outside the image "
-          "keeps its name and has no pixel, with a note. Steps that grow a mask stay inside the rectangles.",
+          "drawing order. Where rectangles overlap, a pixel belongs to the later one. A rectangle wholly outside the "
+          "image keeps its name and has no pixel, with a note. Steps that grow a mask stay inside the rectangles.",
       .source = "Definition of this program",
       .parameters = {{.name = "rects",
                       .type = ParameterType::rects,

@@ -113,12 +113,14 @@ const MaskOperationInfo& smooth_mask_info() {
       .category = "Shape of the mask",
       .summary = "Smooths the rim of the mask: each pixel becomes what most pixels of a disc around it are.",
       .description =
-          "A pixel is set when more than half of the pixels with dx^2 + dy^2 <= r^2 around it are set, not set when "
-          "fewer are, and stays as it is when exactly half are. Only pixels inside the limit are counted, so that a "
-          "mask is not rounded where the image cuts it off; with the limit roi that also holds for the rim of the "
-          "regions of interest chosen so far. Straight rims stay where they are, corners are rounded, specks and holes "
-          "smaller than half of the disc vanish. r = 0 changes nothing. The result stays inside the regions of "
-          "interest, or inside the image where there are none.",
+          std::string(
+              "A pixel is set when more than half of the pixels with dx^2 + dy^2 <= r^2 around it are set, not set "
+              "when fewer are, and stays as it is when exactly half are. Only pixels inside the limit are counted, so "
+              "that a mask is not rounded where the image cuts it off; with the limit roi that also holds for the rim "
+              "of the regions of interest chosen so far. Straight rims stay where they are, corners are rounded, "
+              "specks and holes smaller than half of the disc vanish. r = 0 changes nothing. The result stays inside "
+              "the regions of interest, or inside the image where there are none.") +
+          added_pixels_text(),
       .source = "P. Soille, Morphological Image Analysis, 2nd edition, Springer 2003 (rank filter of rank one half)",
       .parameters = {{.name = "radius",
                       .type = ParameterType::real,

@@ -3,6 +3,7 @@
 
 #include "orvexa/model/mask_operations/band_parameter.h"
 #include "orvexa/model/mask_operations/limits.h"
+#include "orvexa/model/mask_operations/local_threshold.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/measures/local_windows.h"
 #include "orvexa/model/measures/smoothing.h"
@@ -85,7 +86,7 @@ const MaskOperationInfo& texture_threshold_info() {
               "rounded to 256 levels from 0 to white (values outside count at the ends), so 0 to 8. A window sees the "
               "pixels of the incoming mask that lie in the image and are a number, and nothing else: at the border and "
               "at the edge of the mask it has fewer pixels. Pixels that are not a number are never kept. ") +
-          smoothing_text(),
+          window_precision_text() + smoothing_text(),
       .source =
           "C. E. Shannon, A Mathematical Theory of Communication, Bell System Technical Journal 27(3), 1948, 379-423; "
           "R. C. Gonzalez, R. E. Woods, Digital Image Processing, 4th edition, Pearson 2018, section 11.3",

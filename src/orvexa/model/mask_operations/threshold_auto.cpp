@@ -14,6 +14,12 @@ namespace orvexa::model {
 
 namespace {
 
+/// A limit as the last level of the background: in an integer image a whole count.
+double last_level(const Band& band, double fraction) {
+  const double counts = high_limit_in_counts(band, fraction);
+  return band.image.type() == PixelType::f32 ? counts : std::floor(counts);
+}
+
 class ThresholdAuto final : public MaskOperation {
   void check(const Value& params) const override {
     check_limits("threshold_auto", params, "min", "max");
@@ -21,7 +27,8 @@ class ThresholdAuto final : public MaskOperation {
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const Band band = smoothed(find_band(source, params.at("band").get<std::string>()), params, context());
+    const Band unfiltered = find_band(source, params.at("band").get<std::string>());
+    const Band band = smoothed(unfiltered, params, context());
     chosen_bands["band"] = band.name;
     const auto& method = params.at("method").get_ref<const std::string&>();
     const Histogram histogram = masked_histogram(band, current, context());
@@ -31,10 +38,10 @@ class ThresholdAuto final : public MaskOperation {
       return Mask::empty(band.shape());
     }
     double level = *found * params.at("factor").get<double>();
-    if (!params.at("min").is_null()) level = std::max(level, params.at("min").get<double>() * band.white.counts);
-    if (!params.at("max").is_null()) level = std::min(level, params.at("max").get<double>() * band.white.counts);
-    note = fmt::format("level {:.6g} counts ({:.6g} of white) in {} by {}", level, level / band.white.counts, band.name,
-                       method);
+    if (!params.at("min").is_null()) level = std::max(level, last_level(band, params.at("min").get<double>()));
+    if (!params.at("max").is_null()) level = std::min(level, last_level(band, params.at("max").get<double>()));
+    note = fmt::format("level {:.6g} {} ({:.6g} of white) in {} by {}", level, unit_of(unfiltered),
+                       level / band.white.counts, band.name, method);
 
     // A product such as 100 * 0.7 may fall a rounding short of a whole count; that must not move the count.
     if (band.image.type() != PixelType::f32) level += 1e-9 * std::abs(level);
@@ -73,7 +80,8 @@ const MaskOperationInfo& threshold_auto_info() {
           "16 bit, 4096 bins between the lowest and the highest value for float. Methods: " +
           methods_text() +
           ". The level, in counts, is multiplied by factor, then raised to min and lowered to max, which are fractions "
-          "of white. Bright keeps the pixels with a value > t, dark those with a value <= t. Pixels without contrast "
+          "of white and, in 8 and 16 bit, stand for the last whole count below them or within a millionth of white "
+          "above. Bright keeps the pixels with a value > t, dark those with a value <= t. Pixels without contrast "
           "(none, or all of one value) give an empty mask with the note no_contrast. Pixels that are not a number are "
           "left out and never kept. " +
           smoothing_text(),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <stdexcept>
 
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/measures/color_planes.h"
 #include "orvexa/model/measures/reference_colors.h"
@@ -36,6 +37,7 @@ class Neighbourhood {
 
 class ThresholdColorDistance final : public MaskOperation {
   void check(const Value& params) const override {
+    refuse_unless_chosen(info(), params, {"colors"}, "reference", {"lab"});
     if (params.at("reference") == "lab") {
       check_palette(key, "colors", params.at("colors"));
     } else if (params.at("points").empty()) {
@@ -44,6 +46,7 @@ class ThresholdColorDistance final : public MaskOperation {
           "hand set \"reference\" to \"lab\".",
           key));
     }
+    refuse_unless_chosen(info(), params, {"points", "radius"}, "reference", {"points"});
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
@@ -109,14 +112,11 @@ const MaskOperationInfo& threshold_color_distance_info() {
       .summary = "Keeps the pixels whose colour is near one that was picked on the picture or given by hand.",
       .description =
           "Colours are compared in CIELAB (sRGB encoding, D65, 2 degree observer; R, G, B as fractions of white, cut "
-          "to "
-          "0 to 1). A pixel is kept when its difference from one of the reference colours is at most max_delta_e, "
-          "limit "
-          "included. The difference is CIEDE2000 with kL = kC = kH = 1, or that of 1976, sqrt(dL^2 + da^2 + db^2). "
-          "Reference colours are those at the points, each the mean in CIELAB of the valid pixels whose centres lie "
-          "not farther than radius from the picked pixel's, whether the incoming mask holds them or not; or the "
-          "colours "
-          "given by hand. Pixels that are not a number are never kept.",
+          "to 0 to 1). A pixel is kept when its difference from one of the reference colours is at most max_delta_e, "
+          "limit included. The difference is CIEDE2000 with kL = kC = kH = 1, or that of 1976, sqrt(dL^2 + da^2 + "
+          "db^2). Reference colours are those at the points, each the mean in CIELAB of the valid pixels whose centres "
+          "lie not farther than radius from the picked pixel's, whether the incoming mask holds them or not; or the "
+          "colours given by hand. Pixels that are not a number are never kept.",
       .source =
           "ISO/CIE 11664-4 (CIELAB); ISO/CIE 11664-6 (CIEDE2000); IEC 61966-2-1 (sRGB); G. Sharma, W. Wu, E. N. Dalal, "
           "The CIEDE2000 color-difference formula, Color Research and Application 30(1), 2005, 21-30, "

@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* no_method = "none";
 constexpr const char* custom = "custom";
+constexpr double rounding = 1e-9;  ///< so that an index exactly on a limit is not decided by its last bit
 
 /// The method in effect: limits alone ask for no other level.
 std::string method_in_effect(const Value& params) {
@@ -93,8 +94,8 @@ class ThresholdIndex final : public MaskOperation {
 
     constexpr double infinity = std::numeric_limits<double>::infinity();
     ValueRange limits{.low = -infinity, .high = infinity};
-    if (!params.at("low").is_null()) limits.low = params.at("low").get<double>();
-    if (!params.at("high").is_null()) limits.high = params.at("high").get<double>();
+    if (!params.at("low").is_null()) limits.low = params.at("low").get<double>() - rounding;
+    if (!params.at("high").is_null()) limits.high = params.at("high").get<double>() + rounding;
     cv::Mat kept = pixels_within(map.values, limits, context());
 
     const std::string method = method_in_effect(params);
@@ -147,13 +148,14 @@ const MaskOperationInfo& threshold_index_info() {
       .description =
           "The index is calculated from fractions of white for every pixel; its bands are those named for its roles, "
           "else chosen by their roles, all within one measurement. A pixel is kept when low <= value <= high, where a "
-          "limit without a value is none, and, with a method, when its value is also above the level (bright) or not "
-          "above it (dark) that threshold_auto's method of that name finds in the histogram of the pixels inside the "
-          "incoming mask, 4096 bins between the lowest and the highest value. Without a value for method it is otsu "
-          "when neither low nor high has a value, and none when one of them has. Pixels whose index is undefined (a "
-          "zero denominator, no number) are left out and never kept. Values without contrast give an empty mask with "
-          "the note no_contrast; a method that finds no level gives one with its own note. With the index custom an "
-          "expression is calculated. " +
+          "limit without a value is none and a value within 1e-9 of a limit equals it, and, with a method, when its "
+          "value is also above the level (bright) or not above it (dark) that threshold_auto's method of that name "
+          "finds in the histogram of the pixels inside the incoming mask, 4096 bins between the lowest and the highest "
+          "value. Without a value for method it is otsu when neither low nor high has a value, and none when one of "
+          "them has. Pixels whose index is undefined (a zero denominator, no number) are left out and never kept. "
+          "Values without contrast (none, or none farther apart than 1e-12, or 1e-12 of the greatest above 1, which is "
+          "rounding) give an empty mask with the note no_contrast; a method that finds no level gives one with its own "
+          "note. With the index custom an expression is calculated. " +
           expression_text(),
       .source = "The index's own source, see the operation index_statistics; levels as threshold_auto",
       .parameters = {{.name = "index",

@@ -36,7 +36,8 @@ class ThresholdMultiotsu final : public MaskOperation {
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const Band band = smoothed(find_band(source, params.at("band").get<std::string>()), params, context());
+    const Band unfiltered = find_band(source, params.at("band").get<std::string>());
+    const Band band = smoothed(unfiltered, params, context());
     chosen_bands["band"] = band.name;
     const Histogram histogram = masked_histogram(band, current, context());
     const int classes = params.at("classes").get<int>();
@@ -51,7 +52,7 @@ class ThresholdMultiotsu final : public MaskOperation {
     }
     std::vector<std::string> texts;
     for (const double level : *levels) texts.push_back(fmt::format("{:.6g}", level));
-    note = fmt::format("levels {} counts in {}", common::joined(texts, ", "), band.name);
+    note = fmt::format("levels {} {} in {}", common::joined(texts, ", "), unit_of(unfiltered), band.name);
     return Mask(kept_pixels(band, *levels, kept_classes(params)));
   }
 

@@ -21,7 +21,8 @@ class ThresholdPercentile final : public MaskOperation {
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {
-    const Band band = smoothed(find_band(source, params.at("band").get<std::string>()), params, context());
+    const Band unfiltered = find_band(source, params.at("band").get<std::string>());
+    const Band band = smoothed(unfiltered, params, context());
     chosen_bands["band"] = band.name;
     const OrderedValues values(band, current, context());
     if (values.size() == 0) {
@@ -31,8 +32,8 @@ class ThresholdPercentile final : public MaskOperation {
     const ValueRange range{.low = values.quantile(params.at("low").get<double>() / 100, context()),
                            .high = values.quantile(params.at("high").get<double>() / 100, context()),
                            .is_inverted = params.at("invert").get<bool>()};
-    note = fmt::format("from {:.6g} to {:.6g} counts ({:.6g} to {:.6g} of white) in {}", range.low, range.high,
-                       range.low / band.white.counts, range.high / band.white.counts, band.name);
+    note = fmt::format("from {:.6g} to {:.6g} {} ({:.6g} to {:.6g} of white) in {}", range.low, range.high,
+                       unit_of(unfiltered), range.low / band.white.counts, range.high / band.white.counts, band.name);
     return Mask(pixels_within(band.image.read_only(), range, context()));
   }
 };

@@ -35,12 +35,10 @@ const MaskOperationInfo& threshold_range_info() {
       .description =
           std::string(
               "A pixel is kept when low <= v <= high, where v is its count divided by the white level: the declared "
-              "one, "
-              "else 255, 65535 or 1.0 by the image's type. The comparison is exact in counts: in 8 and 16 bit a limit "
-              "within a millionth of white of a whole count means that count, so 0.392157 is count 100 of 255; in a "
-              "float "
-              "image limits are rounded to its type. Limits may lie outside 0 to 1. With invert the pixels outside the "
-              "range are kept. Pixels that are not a number are never kept. ") +
+              "one, else 255, 65535 or 1.0 by the image's type. The comparison is exact in counts: in 8 and 16 bit a "
+              "limit within a millionth of white of a whole count means that count, so 0.392157 is count 100 of 255; "
+              "in a float image limits are rounded to its type. Limits may lie outside 0 to 1. With invert the pixels "
+              "outside the range are kept. Pixels that are not a number are never kept. ") +
           smoothing_text(),
       .source = "R. C. Gonzalez, R. E. Woods, Digital Image Processing, 4th edition, Pearson 2018, section 10.3",
       .parameters = with_smoothing({band_parameter(),

@@ -1,6 +1,7 @@
 #include <cmath>
 
 #include "orvexa/model/mask_operations/band_parameter.h"
+#include "orvexa/model/mask_operations/dependent_parameters.h"
 #include "orvexa/model/mask_operations/local_threshold.h"
 #include "orvexa/model/mask_operations/operations.h"
 #include "orvexa/model/measures/local_windows.h"
@@ -14,6 +15,7 @@ class ThresholdSauvola final : public MaskOperation {
   void check(const Value& params) const override {
     check_window("threshold_sauvola", params);
     check_smoothing("threshold_sauvola", params);
+    refuse_unless_chosen(info(), params, {"r"}, "variant", {"sauvola"});
   }
 
   std::optional<Mask> compute(const ImageSource& source, const Mask* current, const Value& params) override {

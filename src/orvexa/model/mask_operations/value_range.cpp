@@ -55,11 +55,6 @@ cv::Mat compare(const cv::Mat& plane, const ValueRange& range, const RunContext&
   return kept;
 }
 
-double tolerance_in_counts(const Band& band) {
-  constexpr double millionth = 1e-6;
-  return millionth * band.white.counts;
-}
-
 }  // namespace
 
 cv::Mat pixels_within(const cv::Mat& plane, const ValueRange& range, const RunContext& context) {
@@ -85,16 +80,25 @@ ValueRange values_up_to(double level) {
   return {.low = -infinity, .high = level};
 }
 
+double rounding_in_counts(const Band& band) {
+  constexpr double millionth = 1e-6;
+  return millionth * band.white.counts;
+}
+
 double low_limit_in_counts(const Band& band, double fraction) {
   const double counts = fraction * band.white.counts;
-  if (band.image.type() != PixelType::f32) return counts - tolerance_in_counts(band);
+  if (band.image.type() != PixelType::f32) return counts - rounding_in_counts(band);
   return double(static_cast<float>(counts));
 }
 
 double high_limit_in_counts(const Band& band, double fraction) {
   const double counts = fraction * band.white.counts;
-  if (band.image.type() != PixelType::f32) return counts + tolerance_in_counts(band);
+  if (band.image.type() != PixelType::f32) return counts + rounding_in_counts(band);
   return double(static_cast<float>(counts));
+}
+
+const char* unit_of(const Band& band) {
+  return band.counts ? "reflectance" : "counts";
 }
 
 }  // namespace orvexa::model

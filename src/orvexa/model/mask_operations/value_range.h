@@ -27,5 +27,9 @@ struct ValueRange {
 /// it is the nearest float.
 [[nodiscard]] double low_limit_in_counts(const Band& band, double fraction);
 [[nodiscard]] double high_limit_in_counts(const Band& band, double fraction);
+/// That millionth of white.
+[[nodiscard]] double rounding_in_counts(const Band& band);
+/// What the values of a band of the capture are: "counts", or "reflectance" where it has a reference.
+[[nodiscard]] const char* unit_of(const Band& band);
 
 }  // namespace orvexa::model

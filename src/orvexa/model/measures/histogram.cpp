@@ -124,6 +124,10 @@ double Histogram::level(std::size_t bin) const {
   return first + step * double(is_integer ? bin : bin + 1);
 }
 
+double rounding_of_map(double greatest_magnitude) {
+  return 1e-12 * std::max(1.0, greatest_magnitude);
+}
+
 Histogram masked_histogram(const Band& band, const Mask* mask, const RunContext& context) {
   const Image plane = band.plane(context);
   const cv::Mat& pixels = plane.read_only();
@@ -142,7 +146,9 @@ Histogram masked_histogram(const Band& band, const Mask* mask, const RunContext&
 Histogram masked_histogram(const cv::Mat& values, const Mask* mask, const RunContext& context) {
   if (values.type() != CV_64FC1) throw std::invalid_argument("A map of values has one channel of doubles.");
   expect_same_size(values, mask);
-  return float_histogram<double>(values, mask, context);
+  Histogram histogram = float_histogram<double>(values, mask, context);
+  histogram.rounding = rounding_of_map(std::max(std::abs(histogram.min), std::abs(histogram.max)));
+  return histogram;
 }
 
 }  // namespace orvexa::model

@@ -19,15 +19,18 @@ struct Histogram {
   std::int64_t n_invalid = 0;  ///< NaN and infinite values left out
   double min = 0;              ///< lowest value counted; 0 when there is none
   double max = 0;
+  double rounding = 0;  ///< values that are not farther apart are the same value, calculated along other ways
 
-  [[nodiscard]] bool has_contrast() const { return n > 0 && max > min; }
+  [[nodiscard]] bool has_contrast() const { return n > 0 && max - min > rounding; }
   /// A bin's level: the count for integers, the bin's right edge for float; foreground is value > level.
   [[nodiscard]] double level(std::size_t bin) const;
 };
 
 /// @param mask  null = every pixel.
 [[nodiscard]] Histogram masked_histogram(const Band& band, const Mask* mask, const RunContext& context);
-/// The same over a map of doubles (an index); NaN is invalid.
+/// By how much values of a map of doubles may differ from rounding alone: 1e-12, and above 1 that part of the greatest.
+[[nodiscard]] double rounding_of_map(double greatest_magnitude);
+/// The same over a map of doubles (an index), where `rounding` is that of a map; NaN is invalid.
 [[nodiscard]] Histogram masked_histogram(const cv::Mat& values, const Mask* mask, const RunContext& context);
 
 }  // namespace orvexa::model

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
+#include <bitset>
 #include <cmath>
 #include <cstdint>
 #include <limits>
-#include <mutex>
 #include <stdexcept>
 #include <type_traits>
 #include <vector>
@@ -46,44 +47,96 @@ void for_each_tile(const cv::Mat& plane, int radius, const RunContext& context,
 
 // ---- Moments ----
 
-/// Values as whole numbers of steps.
+/// Which whole numbers stand for the values of a plane: integers for themselves.
 template <typename T>
-struct Steps {
-  double step = 1;
-  std::int64_t of(T value) const {
-    if constexpr (std::is_floating_point_v<T>) {
-      return std::llround(double(value) / step);
-    } else {
-      return std::int64_t{value};
-    }
+class SizeClasses {
+ public:
+  SizeClasses(const cv::Mat& plane, const Mask* mask, const RunContext& context) {
+    static_cast<void>(plane);
+    static_cast<void>(mask);
+    static_cast<void>(context);
   }
+  [[nodiscard]] std::size_t count() const { return 1; }
+  [[nodiscard]] double step(std::size_t) const { return 1; }
+  [[nodiscard]] bool is_in_row(std::size_t, int) const { return true; }
+  [[nodiscard]] bool holds(std::size_t, T) const { return true; }
 };
 
-template <typename T>
-Steps<T> steps_for(const cv::Mat& plane, const Mask* mask, const RunContext& context) {
-  Steps<T> steps;
-  if constexpr (std::is_floating_point_v<T>) {
-    double largest = 0;
-    std::mutex guard;
+/// Floats are multiples of a step that fits the largest of them. A step of all values would let a single outlier, such
+/// as a mark for missing data, take the digits of every other value; so values of very different size are in different
+/// classes, each with a step of its own.
+template <>
+class SizeClasses<float> {
+ public:
+  SizeClasses(const cv::Mat& plane, const Mask* mask, const RunContext& context)
+      : _classes_of_row(static_cast<std::size_t>(plane.rows), 0) {
+    std::vector<Exponents> of_row(_classes_of_row.size());
     for_each_stripe(plane.rows, plane.cols, context, [&](int y0, int y1) {
-      T found = 0;
       for (int y = y0; y < y1; ++y) {
-        const T* values = plane.ptr<T>(y);
-        const std::uint8_t* kept = mask_row(mask, y);
-        for (std::size_t x = 0; x < static_cast<std::size_t>(plane.cols); ++x) {
-          if (is_seen(values[x], kept, x)) found = std::max(found, std::abs(values[x]));
-        }
+        of_row[static_cast<std::size_t>(y)] = exponents_in(plane.ptr<float>(y), plane.cols, mask_row(mask, y));
       }
-      const std::lock_guard lock(guard);
-      largest = std::max(largest, double(found));
     });
-    constexpr int bits = 42;  // sums of 501 x 501 values then stay below 2^60
-    if (largest > 0) steps.step = std::ldexp(1.0, std::ilogb(largest) + 1 - bits);
+    Exponents all;
+    for (const Exponents& exponents : of_row) all |= exponents;
+    part(all);
+    for (std::size_t exponent = 0; exponent < not_finite; ++exponent) {
+      if (!all[exponent]) continue;
+      const std::uint32_t bit = std::uint32_t{1} << _class_of[exponent];
+      for (std::size_t y = 0; y < of_row.size(); ++y) {
+        if (of_row[y][exponent]) _classes_of_row[y] |= bit;
+      }
+    }
   }
-  return steps;
-}
 
-/// Sums over a set of pixels in steps. Squares of 16 bit fit into 64 bits, those of floats' steps do not.
+  [[nodiscard]] std::size_t count() const { return _largest.size(); }
+  [[nodiscard]] double step(std::size_t number) const {
+    constexpr int bits = 42;  // sums of 501 x 501 values then stay below 2^60
+    constexpr int bias = 127;
+    return std::ldexp(1.0, static_cast<int>(_largest[number]) - bias + 1 - bits);
+  }
+  [[nodiscard]] bool is_in_row(std::size_t number, int y) const {
+    return (_classes_of_row[static_cast<std::size_t>(y)] >> number & 1) != 0;
+  }
+  [[nodiscard]] bool holds(std::size_t number, float value) const { return _class_of[exponent_of(value)] == number; }
+
+ private:
+  using Exponents = std::bitset<256>;
+  static constexpr std::size_t not_finite = 255;
+  /// Between the exponents of neighbouring classes at least, so there are 32 classes at most.
+  static constexpr std::size_t gap = 8;
+
+  /// That of the binary form: 0 for zero and for what has no exponent of its own, `not_finite` for no number.
+  static std::size_t exponent_of(float value) { return std::bit_cast<std::uint32_t>(value) >> 23 & 0xff; }
+
+  static Exponents exponents_in(const float* values, int width, const std::uint8_t* kept) {
+    std::array<bool, 256> is_met{};
+    for (int x = 0; x < width; ++x) {
+      if (kept == nullptr || kept[x] != 0) is_met[exponent_of(values[x])] = true;
+    }
+    Exponents met;
+    for (std::size_t exponent = 0; exponent < is_met.size(); ++exponent) met[exponent] = is_met[exponent];
+    return met;
+  }
+
+  /// The largest values first. Zeros fit into any class.
+  void part(const Exponents& all) {
+    std::size_t above = not_finite + gap;
+    for (std::size_t exponent = not_finite - 1; exponent > 0; --exponent) {
+      if (!all[exponent]) continue;
+      if (above - exponent >= gap) _largest.push_back(exponent);
+      above = exponent;
+      _class_of[exponent] = static_cast<std::uint8_t>(_largest.size() - 1);
+    }
+    if (_largest.empty()) _largest.push_back(1);
+    _class_of[0] = static_cast<std::uint8_t>(_largest.size() - 1);
+  }
+
+  std::vector<std::size_t> _largest;           ///< the largest exponent of each class
+  std::array<std::uint8_t, 256> _class_of{};   ///< by exponent
+  std::vector<std::uint32_t> _classes_of_row;  ///< bit k: whether class k is met in the row
+};
+
+/// Sums over a set of pixels of one class, in steps. Squares of 16 bit fit into 64 bits, those of floats' steps do not.
 template <typename T>
 struct Sums {
   using Square = std::conditional_t<std::is_floating_point_v<T>, Wide, std::int64_t>;
@@ -111,22 +164,37 @@ struct Sums {
   }
 };
 
-/// Moves down the rows of one tile.
+/// Moves down the rows of one tile and looks at the values of one class.
 template <typename T>
 class MovingSums {
  public:
-  MovingSums(const cv::Mat& plane, const Mask* mask, int radius, Steps<T> steps)
-      : _plane(plane), _mask(mask), _radius(radius), _steps(steps), _columns(static_cast<std::size_t>(plane.cols)) {}
+  MovingSums(const cv::Mat& plane, const Mask* mask, int radius, const SizeClasses<T>& classes, std::size_t number)
+      : _plane(plane),
+        _mask(mask),
+        _width(plane.cols),
+        _radius(radius),
+        _classes(classes),
+        _number(number),
+        _step(classes.step(number)),
+        _columns(static_cast<std::size_t>(plane.cols)) {}
+
+  [[nodiscard]] double step() const { return _step; }
+  /// Whether one of the rows that the windows reach has a value of the class.
+  [[nodiscard]] bool sees_any() const { return _rows > 0; }
 
   /// Adds a row to the sums of the columns, or takes it away; rows outside the image are none.
   template <bool adds>
   void change_row(int y) {
-    if (y < 0 || y >= _plane.rows) return;
+    if (y < 0 || y >= _plane.rows || !_classes.is_in_row(_number, y)) return;
+    _rows += adds ? 1 : -1;
     const T* values = _plane.ptr<T>(y);
     const std::uint8_t* kept = mask_row(_mask, y);
+    const bool is_only = _classes.count() == 1;
+    const double per_value = 1 / _step;  // exact: steps are powers of two
     for (std::size_t x = 0; x < _columns.size(); ++x) {
       if (!is_seen(values[x], kept, x)) continue;
-      const std::int64_t value = _steps.of(values[x]);
+      if (!is_only && !_classes.holds(_number, values[x])) continue;
+      const std::int64_t value = whole(values[x], per_value);
       const Sums<T> one{1, value, typename Sums<T>::Square{value} * value};
       if constexpr (adds) {
         _columns[x].add(one);
@@ -136,40 +204,122 @@ class MovingSums {
     }
   }
 
+  /// Of the windows of the row.
   void moments(std::span<WindowMoments> out) const {
-    const int width = _plane.cols;
-    Sums<T> window;
-    for (int x = 0; x < std::min(_radius, width); ++x) window.add(column(x));
-    for (int x = 0; x < width; ++x) {
-      if (x + _radius < width) window.add(column(x + _radius));
-      if (x > _radius) window.take(column(x - _radius - 1));
-      out[static_cast<std::size_t>(x)] = window.moments(_steps.step);
+    const double step = _step;
+    Sums<T> window = before_first();
+    for (int x = 0; x < _width; ++x) {
+      move_to(x, window);
+      out[static_cast<std::size_t>(x)] = window.moments(step);
     }
   }
 
+  /// The window around column -1, and from there from column to column.
+  [[nodiscard]] Sums<T> before_first() const {
+    Sums<T> window;
+    for (int x = 0; x < std::min(_radius, _width); ++x) window.add(column(x));
+    return window;
+  }
+  void move_to(int x, Sums<T>& window) const {
+    if (x + _radius < _width) window.add(column(x + _radius));
+    if (x > _radius) window.take(column(x - _radius - 1));
+  }
+
  private:
+  static std::int64_t whole(T value, double per_value) {
+    if constexpr (std::is_floating_point_v<T>) {
+      return std::llround(double(value) * per_value);
+    } else {
+      return std::int64_t{value};
+    }
+  }
   [[nodiscard]] const Sums<T>& column(int x) const { return _columns[static_cast<std::size_t>(x)]; }
 
   const cv::Mat& _plane;
   const Mask* _mask;
+  int _width;
   int _radius;
-  Steps<T> _steps;
+  const SizeClasses<T>& _classes;
+  std::size_t _number;
+  double _step;
+  int _rows = 0;
   std::vector<Sums<T>> _columns;
 };
+
+/// Of the pixels of several classes in one window.
+template <typename T>
+WindowMoments joined_moments(std::span<const Sums<T>> windows, std::span<const MovingSums<T>* const> classes) {
+  std::int64_t n = 0;
+  std::size_t last = 0;
+  int with_values = 0;
+  for (std::size_t k = 0; k < windows.size(); ++k) {
+    n += windows[k].n;
+    if (windows[k].squares == 0) continue;  // none, or zeros, which are zeros in any step
+    last = k;
+    ++with_values;
+  }
+  if (with_values <= 1) {
+    Sums<T> window = windows[last];
+    window.n = n;
+    return window.moments(classes[last]->step());
+  }
+  double mean = 0;
+  for (std::size_t k = windows.size(); k-- > 0;) mean += double(windows[k].sum) * classes[k]->step() / double(n);
+  double variance = 0;
+  for (std::size_t k = windows.size(); k-- > 0;) {
+    if (windows[k].n == 0) continue;
+    const WindowMoments own = windows[k].moments(classes[k]->step());
+    const double distance = own.mean - mean;
+    variance += (own.sd * own.sd + distance * distance) * (double(windows[k].n) / double(n));
+  }
+  return {mean, std::sqrt(variance)};
+}
+
+/// Of the windows of the row that all classes have moved to.
+template <typename T>
+void row_of_moments(const std::vector<MovingSums<T>>& classes, std::span<WindowMoments> out) {
+  std::vector<const MovingSums<T>*> seen;
+  for (const MovingSums<T>& own : classes) {
+    if (own.sees_any()) seen.push_back(&own);
+  }
+  if (seen.empty()) {
+    std::ranges::fill(out, WindowMoments{undefined, undefined});
+  } else if (seen.size() == 1) {
+    seen.front()->moments(out);
+  } else {
+    std::vector<Sums<T>> windows;
+    for (const MovingSums<T>* own : seen) windows.push_back(own->before_first());
+    for (std::size_t x = 0; x < out.size(); ++x) {
+      for (std::size_t k = 0; k < seen.size(); ++k) seen[k]->move_to(static_cast<int>(x), windows[k]);
+      out[x] = joined_moments<T>(windows, seen);
+    }
+  }
+}
 
 template <typename T>
 void rows_of_moments(const cv::Mat& plane, const Mask* mask, int radius, const RunContext& context,
                      const std::function<void(int y, std::span<const WindowMoments> moments)>& row) {
-  const Steps<T> steps = steps_for<T>(plane, mask, context);
+  const SizeClasses<T> classes(plane, mask, context);
   for_each_tile(plane, radius, context, [&](int y0, int y1) {
-    MovingSums<T> sums(plane, mask, radius, steps);
+    std::vector<MovingSums<T>> sums;
+    for (std::size_t number = 0; number < classes.count(); ++number) {
+      bool is_seen_here = false;
+      for (int y = std::max(0, y0 - radius); y < std::min(plane.rows, y1 + radius); ++y) {
+        is_seen_here = is_seen_here || classes.is_in_row(number, y);
+      }
+      if (is_seen_here) sums.emplace_back(plane, mask, radius, classes, number);
+    }
     std::vector<WindowMoments> moments(static_cast<std::size_t>(plane.cols));
-    for (int y = y0 - radius; y < y0 + radius; ++y) sums.template change_row<true>(y);
+    for (int y = y0 - radius; y < y0 + radius; ++y) {
+      for (MovingSums<T>& own : sums) own.template change_row<true>(y);
+    }
     for (int y = y0; y < y1; ++y) {
       context.check();
-      sums.template change_row<true>(y + radius);
-      if (y > y0) sums.template change_row<false>(y - radius - 1);
-      sums.moments(moments);
+      for (MovingSums<T>& own : sums) {
+        own.template change_row<true>(y + radius);
+        if (y > y0) own.template change_row<false>(y - radius - 1);
+      }
+      row_of_moments(sums, std::span(moments));
       row(y, moments);
     }
   });

@@ -22,7 +22,9 @@ struct WindowMoments {
 };
 
 /// Mean and standard deviation in counts. Sums are whole numbers, so neighbours with equal windows have equal moments
-/// and a flat window has its value and sd 0; floats are taken as multiples of 2^-42 of the largest magnitude.
+/// and a flat window has its value and sd 0. Floats are rounded to multiples of 2^-42 of the largest magnitude; where
+/// magnitudes that follow each other in size are 2^8 or more apart (of their powers of two), those below have a largest
+/// of their own, so that an outlier changes no window that does not see it.
 void for_each_row_of_moments(const cv::Mat& plane, const Mask* mask, int radius, const RunContext& context,
                              const std::function<void(int y, std::span<const WindowMoments> moments)>& row);
 

@@ -78,8 +78,17 @@ const char* smoothing_text() {
 }
 
 void check_smoothing(std::string_view operation, const Value& params) {
+  static const ParameterList own = with_smoothing({});
+  const auto& filter = params.at("smooth").get_ref<const std::string&>();
+  const auto refuse = [&](std::initializer_list<std::string_view> unused) {
+    refuse_unused(operation, own, params, unused,
+                  fmt::format("parameter \"smooth\" is \"{}\" and does not use it", filter));
+  };
+  if (filter == "none") refuse({"smooth_sigma", "smooth_radius", "smooth_range"});
+  if (filter == "gaussian") refuse({"smooth_radius", "smooth_range"});
+  if (filter == "median") refuse({"smooth_sigma", "smooth_range"});
   const int radius = params.at("smooth_radius").get<int>();
-  if (params.at("smooth") != "bilateral" || radius <= largest_bilateral_radius) return;
+  if (filter != "bilateral" || radius <= largest_bilateral_radius) return;
   throw std::invalid_argument(
       fmt::format("{}: parameter \"smooth_radius\" is {}, but the bilateral filter's radius is from 1 to {}.",
                   operation, radius, largest_bilateral_radius));

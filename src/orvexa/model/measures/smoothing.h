@@ -16,7 +16,7 @@ namespace orvexa::model {
 
 /// @param operation  its key, for the sentence.
 /// @param params  completed and each checked.
-/// @throws std::invalid_argument with a sentence for a size that the chosen filter does not have.
+/// @throws std::invalid_argument with a sentence for a size that the chosen filter does not have, or does not look at.
 void check_smoothing(std::string_view operation, const Value& params);
 
 /// The band's plane alone, filtered as the parameters say; name and white level are the band's. The whole picture is
