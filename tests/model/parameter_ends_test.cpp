@@ -2,8 +2,10 @@
 // sentence, never anything else.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cctype>
 #include <limits>
+#include <utility>
 
 #include "support/mask_operations.h"
 #include "support/result_operations.h"
@@ -57,6 +59,17 @@ std::vector<NamedCapture> strange_captures() {
   return captures;
 }
 
+/// The numbers of a value, each not farther out than the parameter allows.
+Value within_limits(const ParameterInfo& parameter, Value value) {
+  if (value.is_array()) {
+    for (Value& element : value) element = within_limits(parameter, element);
+    return value;
+  }
+  if (parameter.min) value = std::max(value.get<double>(), *parameter.min);
+  if (parameter.max) value = std::min(value.get<double>(), *parameter.max);
+  return value;
+}
+
 /// Maps with one parameter at one of its ends, and the empty map for the defaults.
 std::vector<Value> parameter_ends(const ParameterList& parameters) {
   std::vector<Value> ends{Value::object()};
@@ -77,11 +90,11 @@ std::vector<Value> parameter_ends(const ParameterList& parameters) {
       add(parameter, parameter.type == ParameterType::choices ? Value{choice} : Value(choice));
     }
     if (parameter.type == ParameterType::point) {
-      for (const double place : {0.0, 1.0, -3.0}) add(parameter, {place, place});
+      for (const double place : {0.0, 1.0, -3.0}) add(parameter, within_limits(parameter, {place, place}));
     }
     if (parameter.type == ParameterType::points) {
       add(parameter, Value::array({{0.0, 0.0}, {1.0, 0.0}, {1.0, 1.0}}));
-      add(parameter, Value::array({{-5.0, -5.0}, {-4.0, -5.0}, {-4.0, -4.0}}));
+      add(parameter, within_limits(parameter, Value::array({{-5.0, -5.0}, {-4.0, 5.0}, {-4.0, -4.0}})));
     }
     if (parameter.type == ParameterType::polygons) {
       add(parameter, Value::parse("[[[0, 0], [1, 0], [1, 1]], [[-5, -5], [5, -5], [0, 9]]]"));
@@ -102,6 +115,36 @@ void expect_sentence(const std::exception& e) {
   EXPECT_TRUE(text.ends_with('.') || text.ends_with("declared")) << text;
 }
 
+/// The capture has no band at these places of the spectrum, and an index of one's own has none by itself.
+void name_the_bands(Value& params, const std::string& index) {
+  if (index == "pri") params["bands"] = {"R531=MSP.GRN", "R570=MSP.RED"};
+  if (index == "psri") params["bands"] = {"RE2=MSP.EDG"};
+  if (index == "custom") params["expression"] = "N - R";
+}
+
+/// The end of one parameter with values of the others that let it be looked at.
+Value usable_mask_params(const MaskOperationInfo& info, Value params, Shape shape) {
+  const auto has = [&](const char* name) { return params.contains(name); };
+  if (has("smooth_sigma")) params["smooth"] = "gaussian";
+  if (has("smooth_radius")) params["smooth"] = params.at("smooth_radius") == 1 ? "bilateral" : "median";
+  if (has("smooth_range")) params["smooth"] = "bilateral";
+  const std::string& key = info.key;
+  if (has("points") && key == "roi_exclude") params["shape"] = "polygon";
+  if (has("points") && key == "cluster_kmeans") params["keep"] = "points";
+  if (has("point") && key == "keep_regions") params["by"] = "distance_to_point";
+  if (key == "keep_regions" && has("order")) params["n"] = 1;
+  if (key == "auto_roi" && (has("border") || has("k"))) params["method"] = "border_background";
+  if (key == "threshold_percentile" && has("high")) params["low"] = 0;
+  if (key == "threshold_color_distance" && has("reference") && params.at("reference") == "lab")
+    params["colors"] = {{{"name", "grey"}, {"lab", {50, 0, 0}}}};
+  if (key == "threshold_multiotsu" && has("keep"))
+    params["classes"] = std::max(3, std::stoi(params["keep"][0].get<std::string>()));
+  if (has("index")) name_the_bands(params, params.at("index").get<std::string>());
+  Value given = test::usable_params(info, shape);
+  given.update(params);
+  return given;
+}
+
 class MaskParameterEnds : public testing::TestWithParam<const MaskOperationInfo*> {};
 INSTANTIATE_TEST_SUITE_P(Registry, MaskParameterEnds, testing::ValuesIn(get_all_mask_operation_infos()),
                          [](const auto& operation) { return operation.param->key; });
@@ -109,20 +152,20 @@ INSTANTIATE_TEST_SUITE_P(Registry, MaskParameterEnds, testing::ValuesIn(get_all_
 TEST_P(MaskParameterEnds, GiveAMaskOfTheRightSizeOrASentence) {
   const MaskOperationInfo& info = *GetParam();
   const std::vector<Value> ends = parameter_ends(info.all_parameters());
-  int masks = 0;
+  std::vector<int> masks(ends.size(), 0);
   for (const auto& [name, capture] : strange_captures()) {
     const Shape shape = capture->get_shape();
-    for (const Value& params : ends) {
+    for (std::size_t end = 0; end < ends.size(); ++end) {
+      const Value params = usable_mask_params(info, ends[end], shape);
       for (const auto& mask :
-           {std::optional<Mask>(), std::optional(Mask::empty(shape)), std::optional(Mask::full(shape))}) {
+           {std::optional<Mask>(), std::optional(Mask::empty(shape)), std::optional(Mask::full(shape)),
+            std::optional(test::mask_of_grid(Mask::full(shape), 1, 1))}) {
         SCOPED_TRACE(name + " " + params.dump() + (mask ? " mask of " + std::to_string(mask->count()) : ""));
         try {
-          Value given = test::usable_params(info, shape);
-          given.update(params);
-          const auto result = info()->apply({.image_stack = *capture, .current_mask = mask, .params = given});
+          const auto result = info()->apply({.image_stack = *capture, .current_mask = mask, .params = params});
           ASSERT_TRUE(result);
           ASSERT_EQ(result->shape(), shape);
-          ++masks;
+          ++masks[end];
         } catch (const std::runtime_error& e) {
           expect_sentence(e);
         } catch (const std::invalid_argument& e) {
@@ -131,7 +174,30 @@ TEST_P(MaskParameterEnds, GiveAMaskOfTheRightSizeOrASentence) {
       }
     }
   }
-  EXPECT_GT(masks, 0) << "refused everything";
+  for (std::size_t end = 0; end < ends.size(); ++end) EXPECT_GT(masks[end], 0) << "refused each time " << ends[end];
+}
+
+/// The end of one parameter with values of the others that let it be looked at.
+Value usable_result_params(const std::string& key, Value params) {
+  const auto has = [&](const char* name) { return params.contains(name); };
+  const auto number = [&](const char* name) { return params.at(name).get<double>(); };
+  // Low stays below high: where an end leaves no room for the other one, the pair lies at that end.
+  constexpr double most = 1e6;
+  for (const auto& [low, high] : {std::pair("low", "high"), std::pair("map_low", "map_high")}) {
+    if (has(low) && number(low) == most) params = {{low, most - 1}, {high, most}};
+    if (has(high) && number(high) == -most) params = {{low, -most}, {high, 1 - most}};
+    if (has("map_low") || has("map_high")) params["map_range"] = "fixed";
+  }
+  if (key == "color_difference" && (has("lab_l") || has("lab_a") || has("lab_b"))) params["reference"] = "lab";
+  if (key == "band_correlation") {
+    if (has("points")) params["points"].erase(2);  // a line has two ends
+    if (has("points") || has("line_width")) params["profile"] = "line";
+    if (has("samples")) params["profile"] = "radial";
+    if (has("profile") && params.at("profile") == "line" && !has("points")) params["points"] = {{0.1, 0.2}, {0.9, 0.8}};
+    if (has("profile")) params["bands"] = {"MSP.RED", "MSP.NIR"};  // all of them are many
+  }
+  if (has("indices")) name_the_bands(params, params.at("indices").at(0).get<std::string>());
+  return params;
 }
 
 std::vector<std::string> result_keys() {
@@ -147,10 +213,11 @@ INSTANTIATE_TEST_SUITE_P(Registry, ResultParameterEnds, testing::ValuesIn(result
 TEST_P(ResultParameterEnds, GiveFiniteNumbersReasonsOrASentence) {
   const ResultOperationInfo& info = get_result_operation(GetParam());
   const std::vector<Value> ends = parameter_ends(info.parameters);
-  int measured = 0;
+  std::vector<int> measured(ends.size(), 0);
   for (const auto& [name, capture] : strange_captures()) {
     const Shape shape = capture->get_shape();
-    for (const Value& params : ends) {
+    for (std::size_t end = 0; end < ends.size(); ++end) {
+      const Value params = usable_result_params(GetParam(), ends[end]);
       // Without a mask every pixel counts; the shape of a part of them is another matter.
       for (const auto& mask : {std::optional<Mask>(), std::optional(Mask::empty(shape)),
                                std::optional(test::random_mask(1, shape.height, shape.width, 0.5))}) {
@@ -158,7 +225,7 @@ TEST_P(ResultParameterEnds, GiveFiniteNumbersReasonsOrASentence) {
         try {
           const OperationResult result = test::measured(GetParam(), *capture, mask, params);
           EXPECT_FALSE(result.metrics.empty() && result.reasons.empty());
-          if (!result.metrics.empty()) ++measured;
+          if (!result.metrics.empty()) ++measured[end];
           for (const auto& [metric, value] : result.metrics.items()) {
             EXPECT_TRUE(!value.is_number_float() || std::isfinite(value.get<double>())) << metric;
             EXPECT_FALSE(result.reasons.contains(metric)) << metric;
@@ -171,7 +238,7 @@ TEST_P(ResultParameterEnds, GiveFiniteNumbersReasonsOrASentence) {
       }
     }
   }
-  EXPECT_GT(measured, 0) << "measured nothing";
+  for (std::size_t end = 0; end < ends.size(); ++end) EXPECT_GT(measured[end], 0) << "never measured " << ends[end];
 }
 
 }  // namespace

@@ -76,16 +76,18 @@ inline bool names_a_file(const model::MaskOperationInfo& info) {
   });
 }
 
-/// What an operation can run with: its defaults, and for a parameter that has to name a file a colour picture of noise
-/// of that size.
+/// What an operation can run with: its defaults, and for a parameter that has to name a file a picture of noise of that
+/// size.
 inline model::Value usable_params(const model::MaskOperationInfo& info, model::Shape shape) {
   static const TemporaryFolder folder;
   model::Value params = model::Value::object();
   for (const model::ParameterInfo& parameter : info.parameters) {
     if (parameter.type != model::ParameterType::file) continue;
-    const std::string name = std::to_string(shape.height) + "x" + std::to_string(shape.width) + ".png";
+    const int channels = info.key == "mask_from_file" ? 1 : 3;  // labels have one
+    const std::string name =
+        std::to_string(shape.height) + "x" + std::to_string(shape.width) + "x" + std::to_string(channels) + ".png";
     if (!std::filesystem::exists(folder / name)) {
-      const model::Image noise = random_image<std::uint8_t>(5, shape.height, shape.width, 3, 255.9);
+      const model::Image noise = random_image<std::uint8_t>(5, shape.height, shape.width, channels, 255.9);
       folder.write(name, common::as_text(model::encode_png(noise)));
     }
     params[parameter.name] = (folder / name).string();
