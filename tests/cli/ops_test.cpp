@@ -170,6 +170,23 @@ TEST(Ops, GivenACapture_ThenSaysWhatItDoesNotAllowAndWhy) {
   EXPECT_THAT(text, testing::ContainsRegex("psii +Not here: It needs the measurement FLU\\."));
 }
 
+TEST(Ops, GivenACapture_ThenAnOperationThatIsUsedByTheWorkflowIsAskedWithItsParameters) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(orvexa_command({"sample", folder.path().string()}).exit_code, 0);
+  const std::string tray = (folder / "leaf_tray" / "HDR_leaf_tray.INF").string();
+  const std::string greenness = (source_folder() / "examples" / "workflows" / "leaf_area_and_greenness.yaml").string();
+  const common::Value asked = orvexa_command({"ops", "--capture", tray, "-w", greenness, "--json"}).json();
+  EXPECT_EQ(reasons_of(asked.at("mask_operations")).at("threshold_index"), nullptr);
+  EXPECT_EQ(reasons_of(asked.at("result_operations")).at("index_statistics"), nullptr);
+  EXPECT_THAT(reasons_of(asked.at("result_operations")).at("custom_index").get<std::string>(),
+              testing::StartsWith("With its defaults: simple_ratio: No measurement"))
+      << "the workflow does not name it";
+
+  const std::string bare = orvexa_command({"ops", "--capture", tray}).out;
+  EXPECT_THAT(bare, testing::ContainsRegex("threshold_index +With its defaults: No measurement"));
+  EXPECT_THAT(bare, testing::ContainsRegex("erode +Not here: It needs a mask made by an earlier step\\."));
+}
+
 TEST(Ops, ACaptureIsForTheListAndAWorkflowForACapture) {
   for (const auto& words : std::vector<std::vector<std::string>>{{"ops", "--workflow", "w.yaml"},
                                                                  {"ops", "area", "--capture", "c.png"},

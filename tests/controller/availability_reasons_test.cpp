@@ -82,6 +82,44 @@ TEST_F(ExplainAvailabilityOfFakes, PassesTheComplaintAboutTheCaptureOnWithThePar
   EXPECT_THAT(controller.explain_availability("picky"), Optional(HasSubstr("\"level\"")));
 }
 
+/// A capture of a colour picture alone.
+struct Photo : Prepared {
+  explicit Photo(const std::vector<model::MaskOperationConfig>& steps = {}) : Prepared(steps) {
+    state.current_capture = capture("photo", {{"CLR", {{"RGB", random_image<std::uint8_t>(1, 4, 5, 3, 255.9)}}}});
+  }
+};
+
+TEST(ExplainAvailability, GivenThatOnlyTheDefaultsDoNotFitTheCapture_ThenTheSentenceSaysSo) {
+  const Photo controller;
+  const auto of_defaults = testing::StartsWith(
+      "With its defaults: No measurement of this capture has a band for the role N (near infrared) together with R");
+  EXPECT_THAT(controller.explain_mask_availability("threshold_index"), Optional(of_defaults));
+  EXPECT_THAT(controller.explain_availability("custom_index"), Optional(testing::StartsWith("With its defaults: ")));
+}
+
+TEST(ExplainAvailability, AsksMaskStepsWithTheParametersOfTheWorkflow) {
+  const auto exg = model::mask_op("threshold_index", {{"index", "exg"}, {"method", "otsu"}});
+  const auto ndvi = model::mask_op("threshold_index", {{"index", "ndvi"}, {"method", "otsu"}});
+  EXPECT_EQ(Photo({exg}).explain_mask_availability("threshold_index"), std::nullopt);
+  EXPECT_EQ(Photo({ndvi, exg}).explain_mask_availability("threshold_index"), std::nullopt) << "one that fits is enough";
+  EXPECT_THAT(Photo({ndvi}).explain_mask_availability("threshold_index"),
+              Optional(testing::StartsWith("No measurement of this capture has a band for the role N")));
+  EXPECT_THAT(Photo({exg}).explain_mask_availability("threshold_index", Value{{"index", "ndvi"}, {"method", "otsu"}}),
+              Optional(testing::StartsWith("No measurement of this capture has a band for the role N")))
+      << "what is asked about comes first";
+}
+
+TEST(ExplainAvailability, OneOfSeveralEntriesThatFitsIsEnough) {
+  Photo controller;
+  const auto ndvi = model::result_op("index_statistics", {{"indices", {"ndvi"}}});
+  const auto gcc = model::result_op("index_statistics", {{"indices", {"gcc"}}});
+  controller.state.current_workflow->result_operations = {ndvi};
+  EXPECT_THAT(controller.explain_availability("index_statistics"),
+              Optional(testing::StartsWith("ndvi: No measurement")));
+  controller.state.current_workflow->result_operations = {ndvi, gcc};
+  EXPECT_EQ(controller.explain_availability("index_statistics"), std::nullopt);
+}
+
 TEST(ExplainAvailability, RefusesAnUnknownKeyWithTheNearest) {
   EXPECT_THAT(refusal([] { static_cast<void>(Prepared().explain_availability("arae")); }), HasSubstr("\"area\""));
   EXPECT_THAT(refusal([] { static_cast<void>(Prepared().explain_mask_availability("erodee")); }),

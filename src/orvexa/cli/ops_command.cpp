@@ -56,7 +56,8 @@ std::string list_text(const common::Value& operations) {
     static_cast<void>(is_new);
     const bool is_usable = operation.value("reason", common::Value()).is_null();
     const auto text = operation.at(is_usable ? "summary" : "reason").get<std::string>();
-    place.value().add({operation.at("key"), is_usable ? text : "Not here: " + text});
+    const bool may_do = is_usable || text.starts_with(controller::Controller::with_its_defaults);
+    place.value().add({operation.at("key"), may_do ? text : "Not here: " + text});
   }
   std::string text;
   for (const auto& [category, table] : categories) text += fmt::format("  {}\n{}", category, table.text(4));
@@ -146,7 +147,7 @@ const CommandInfo& ops_command_info() {
                   {.name = "--workflow",
                    .letter = "-w",
                    .value = "FILE",
-                   .help = "With --capture: after the mask steps of this workflow file",
+                   .help = "With --capture: after the mask steps and with the parameters of this workflow file",
                    .kind = WordKind::file},
                   {.name = "--markdown", .help = "Print the page of all operations, docs/operations.md"}},
       .examples = {"orvexa ops", "orvexa ops threshold_auto",

@@ -1,5 +1,8 @@
 #include <algorithm>
+#include <array>
 #include <stdexcept>
+#include <utility>
+#include <vector>
 
 #include "orvexa/controller/controller.h"
 #include "orvexa/model/failure_text.h"
@@ -28,6 +31,31 @@ std::optional<std::string> complaint(const auto& info, const model::ImageSource&
   }
 }
 
+/// Whether what is read of a capture depends on a parameter, so that others than the defaults may find what they need.
+bool chooses_what_it_reads(const model::ParameterList& parameters) {
+  using enum model::ParameterType;
+  static constexpr std::array choosing{band, bands, choice, choices, expression, file};
+  return std::ranges::any_of(parameters, [](const model::ParameterInfo& parameter) {
+    return std::ranges::find(choosing, parameter.type) != choosing.end();
+  });
+}
+
+/// The complaint about the first of the workflow's entries, none when one of them can be used; about the defaults when
+/// there are no entries.
+std::optional<std::string> complaint(const auto& info, const model::ImageSource& capture,
+                                     const std::vector<Value>& entries) {
+  std::optional<std::string> first;
+  for (const Value& params : entries) {
+    auto own = complaint(info, capture, params);
+    if (!own) return std::nullopt;
+    if (!first) first = std::move(own);
+  }
+  if (!entries.empty()) return first;
+  auto of_defaults = complaint(info, capture, Value::object());
+  if (of_defaults && chooses_what_it_reads(info.parameters)) of_defaults->insert(0, Controller::with_its_defaults);
+  return of_defaults;
+}
+
 /// A step whose parameters are refused makes nothing.
 bool makes_regions(const model::MaskOperationConfig& step) {
   const model::MaskOperationInfo* info = model::find_mask_operation(step.op);
@@ -39,12 +67,13 @@ bool makes_regions(const model::MaskOperationConfig& step) {
   }
 }
 
-/// The workflow's own parameters of a result operation, else none.
-Value own_parameters(const model::Workflow& workflow, std::string_view key) {
-  for (const model::ResultOperationConfig& entry : workflow.result_operations) {
-    if (entry.op == key) return entry.params;
+/// The parameters of the entries of an operation.
+std::vector<Value> parameters_of(std::string_view key, const auto& operations) {
+  std::vector<Value> parameters;
+  for (const auto& entry : operations) {
+    if (entry.op == key) parameters.push_back(entry.params);
   }
-  return Value::object();
+  return parameters;
 }
 
 }  // namespace
@@ -65,16 +94,17 @@ std::optional<std::string> Controller::explain_availability(std::string_view key
   if (info.needs_labels && std::ranges::none_of(workflow.mask_operations, makes_regions)) {
     return needs(model::region_requirement_text());
   }
-  return complaint(info, capture, own_parameters(workflow, key));
+  return complaint(info, capture, parameters_of(key, workflow.result_operations));
 }
 
-std::optional<std::string> Controller::explain_mask_availability(std::string_view key, const Value& params) const {
+std::optional<std::string> Controller::explain_mask_availability(std::string_view key,
+                                                                 const std::optional<Value>& params) const {
   const model::MaskOperationInfo& info = model::get_mask_operation(key);
   if (!state.current_capture) return no_capture;
-  if (info.needs_mask && (!state.current_workflow || state.current_workflow->mask_operations.empty())) {
-    return needs(model::requirement_texts(info).front());
-  }
-  return complaint(info, *state.current_capture, params);
+  const model::Workflow workflow = state.current_workflow ? *state.current_workflow : model::Workflow();
+  if (info.needs_mask && workflow.mask_operations.empty()) return needs(model::requirement_texts(info).front());
+  if (params) return complaint(info, *state.current_capture, *params);
+  return complaint(info, *state.current_capture, parameters_of(key, workflow.mask_operations));
 }
 
 }  // namespace orvexa::controller

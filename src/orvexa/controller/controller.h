@@ -31,6 +31,7 @@
 #include "orvexa/model/result_operations/result_operation.h"
 #include "orvexa/model/workflow/executor.h"
 #include "orvexa/model/workflow/model.h"
+#include "orvexa/model/workflow/provenance.h"
 
 namespace orvexa::controller {
 
@@ -225,6 +226,7 @@ class Controller {
     model::Mask mask;
     common::OrderedMap<model::ImageMap> masked_images;  ///< by measurement; copies of the maps
     model::MaskOperationConfig mask_operation;
+    model::ProvenanceRecord provenance = {};  ///< where it came from
   };
   /// What the workflow's mask steps up to and including this one leave; absent past the last step, silently, or when it
   /// failed, which is logged; an index below 0 and a cancellation are failures. Changes no state, as the next.
@@ -236,6 +238,7 @@ class Controller {
     model::OperationResult operation_result;
     model::ResultOperationConfig operation_config;
     std::shared_ptr<model::CaptureSet> masked_capture_used;
+    model::ProvenanceRecord provenance = {};
   };
   /// What one result operation finds under all mask steps; absent as above.
   [[nodiscard]] std::optional<OperationIntermediate> generate_operation_intermediate_results(
@@ -252,12 +255,16 @@ class Controller {
                                               const std::vector<std::string>& workflow_mask_keys) const;
   /// Why a result operation cannot be used on the current capture with the workflow's mask steps, for menus: one
   /// sentence, which also tells missing bands, their widths, a missing scale and missing regions; absent when nothing
-  /// speaks against it. Parameters are those of the workflow's entry, else the defaults.
+  /// speaks against it. Parameters are those of the workflow's entries, of which one that can be used is enough; where
+  /// it has none they are the defaults, and a sentence that other parameters may do away with begins with
+  /// `with_its_defaults`.
   /// @throws std::invalid_argument for an unknown key.
   [[nodiscard]] std::optional<std::string> explain_availability(std::string_view key) const;
-  /// The same of a mask operation as the next step of the workflow, with the given parameters.
-  [[nodiscard]] std::optional<std::string> explain_mask_availability(std::string_view key,
-                                                                     const Value& params = Value::object()) const;
+  /// The same of a mask operation as the next step of the workflow.
+  /// @param params  to ask about instead of those of the workflow's steps.
+  [[nodiscard]] std::optional<std::string> explain_mask_availability(
+      std::string_view key, const std::optional<Value>& params = std::nullopt) const;
+  static constexpr std::string_view with_its_defaults = "With its defaults: ";
   /// Brings the workflow's result operations in line with what is available now: what became available is added once,
   /// what no longer is goes, what the user left out stays out.
   void handle_mask_dependencies();
