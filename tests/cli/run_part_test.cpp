@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "cli/plot.h"
 #include "cli/process.h"
 #include "orvexa/common/serialisation.h"
@@ -120,6 +122,46 @@ TEST(RunOperation, GivenJson_ThenTheMetricsAreInTheDocumentAndTheMapsInTheFolder
   const fs::path folder = run.output / "plot_operation_3_index_statistics";
   EXPECT_TRUE(fs::exists(folder / "images" / "index_statistics_ndvi.png"));
   EXPECT_EQ(run.pixels(folder / "images" / "index_statistics_ndvi.tif").at<float>(0, 0), 0.5F);
+}
+
+TEST(RunPart, RecordsWhatItReadWithTheFilesThatParametersName) {
+  PartSetup run;
+  const fs::path picture = run.folder / "marks.png";
+  common::write_file_atomically(picture, model::encode_png(model::Image(cv::Mat(30, 40, CV_8UC1, cv::Scalar(1)))));
+  run.workflow = run.folder.write("marked.yaml",
+                                  "mask_operations:\n"
+                                  "  - {op: mask_from_file, params: {file: marks.png}}\n"
+                                  "  - {op: threshold_range, params: {band: MSP.NIR, low: 0.5}}\n"
+                                  "result_operations:\n"
+                                  "  - {op: index_statistics}\n");
+  ASSERT_EQ(run({}).exit_code, 0);
+  const common::Value whole = common::Value::parse(read_all(run.output / "plot" / "provenance.json"));
+  for (const auto& [option, number, name, part] :
+       {std::tuple("--step", "2", "plot_step_2_threshold_range", "mask step 2 (threshold_range)"),
+        std::tuple("--operation", "1", "plot_operation_1_index_statistics", "result operation 1 (index_statistics)")}) {
+    SCOPED_TRACE(option);
+    ASSERT_EQ(run({option, number}).exit_code, 0);
+    const fs::path folder = run.output / name;
+    const common::Value record = common::Value::parse(read_all(folder / "provenance.json"));
+    EXPECT_EQ(record.at("part"), part);
+    ASSERT_EQ(record.at("files").size(), 1u);
+    EXPECT_EQ(record.at("files").at(0).at("path"), picture.string());
+    EXPECT_EQ(record.at("files").at(0).at("sha256"), common::sha256_hex(common::read_file(picture)));
+    for (const char* same : {"capture", "inputs", "files", "workflow_sha256", "program", "libraries"}) {
+      EXPECT_EQ(record.at(same), whole.at(same)) << same;
+    }
+    ASSERT_EQ(record.at("mask_operations").size(), 2u);
+    for (std::size_t step = 0; step < 2; ++step) {
+      EXPECT_EQ(record.at("mask_operations").at(step).at("params"), whole.at("mask_operations").at(step).at("params"));
+    }
+    const Outcome verified = orvexa_command({"verify", folder.string()});
+    EXPECT_EQ(verified.exit_code, 1);
+    EXPECT_EQ(verified.err,
+              folder.string() + ": provenance.json: only " + part + " ran; name the results folder of a whole run.\n");
+  }
+  const common::Value operation =
+      common::Value::parse(read_all(run.output / "plot_operation_1_index_statistics" / "provenance.json"));
+  EXPECT_EQ(operation.at("result_operations"), whole.at("result_operations"));
 }
 
 struct RefusedPart {

@@ -173,6 +173,27 @@ TEST_F(IntermediateResults, OfAResultOperationAreMeasuredUnderAllMaskSteps) {
   EXPECT_THAT(log.lines(), IsEmpty());
 }
 
+TEST_F(IntermediateResults, SayWhereTheyCameFromWithCompletedParameters) {
+  workflow->mask_operations[1].params = {};
+  workflow->result_operations[0].params = {};
+  const auto step = controller.generate_mask_intermediate_results(0);
+  ASSERT_TRUE(step);
+  EXPECT_EQ(step->provenance.part, "mask step 1 (top)");
+  EXPECT_EQ(step->provenance.capture_name, capture->name);
+  EXPECT_EQ(step->provenance.mask_steps.size(), 1u);
+  EXPECT_THAT(step->provenance.result_steps, IsEmpty());
+  const auto operation = controller.generate_operation_intermediate_results(0);
+  ASSERT_TRUE(operation);
+  const model::ProvenanceRecord& record = operation->provenance;
+  EXPECT_EQ(record.part, "result operation 1 (shape)");
+  ASSERT_EQ(record.mask_steps.size(), 2u);
+  EXPECT_EQ(record.mask_steps[1].op, "left");
+  EXPECT_EQ(record.mask_steps[1].params.at("radius"), 3);
+  ASSERT_EQ(record.result_steps.size(), 1u);
+  EXPECT_EQ(record.result_steps[0].params.at("rounds"), 1);
+  EXPECT_LE(record.started, record.finished);
+}
+
 TEST_F(IntermediateResults, OfAResultOperationComeFromTheExecutorsMaskOfTheWholeWorkflow) {
   auto fixed = std::make_unique<FixedExecutor>();
   const FixedExecutor& executor = *fixed;

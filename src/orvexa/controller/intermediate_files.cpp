@@ -10,6 +10,7 @@
 #include "orvexa/common/text.h"
 #include "orvexa/model/codecs/image_file.h"
 #include "orvexa/model/workflow/metrics_files.h"
+#include "orvexa/model/workflow/provenance.h"
 #include "orvexa/model/workflow/results_folder.h"
 
 namespace orvexa::controller {
@@ -23,6 +24,11 @@ std::string folder_name(const IntermediatePlace& place, std::string_view kind, c
 void write_text(model::ResultsFolder& folder, const Path& file, std::string_view text,
                 const model::RunContext& context) {
   folder.write(file, common::as_byte_span(text), context);
+}
+
+void write_provenance(model::ResultsFolder& folder, const model::ProvenanceRecord& record,
+                      const model::RunContext& context) {
+  write_text(folder, "provenance.json", common::json_text(model::provenance_document(record)), context);
 }
 
 void write_image(model::ResultsFolder& folder, const Path& stem, const model::Image& image,
@@ -63,6 +69,7 @@ Path save_mask_intermediate(const IntermediatePlace& place, const Controller::Ma
                   context);
     }
   }
+  write_provenance(folder, intermediate.provenance, context);
   return folder.publish();
 }
 
@@ -84,6 +91,7 @@ Path save_operation_intermediate(const IntermediatePlace& place, const Controlle
     write_image(folder, stem, image.picture, context);
     if (image.numbers) write_image(folder, stem, *image.numbers, context);
   }
+  write_provenance(folder, intermediate.provenance, context);
   return folder.publish();
 }
 

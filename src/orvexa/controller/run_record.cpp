@@ -75,6 +75,9 @@ std::vector<RecordedStep> steps_from(const Value& list) {
 
 RunRecord record_from(const Value& document) {
   if (!document.is_object()) fail(fmt::format("it must be a map; it is {}.", common::kind_text(document)));
+  if (document.contains("part")) {
+    fail(fmt::format("only {} ran; name the results folder of a whole run.", text(document, "part")));
+  }
   RunRecord record{.capture = text(document, "capture")};
   for (const Value& input : maps_at(document, "inputs")) record.inputs.push_back(input_from(input));
   if (record.inputs.empty()) fail("it names no inputs.");

@@ -327,12 +327,9 @@ RunOutput run_and_save_checked(const Executor::Run& run) {
   const CaptureSet& capture = *run.capture;
   const Workflow& workflow = *run.wf;
   const RunContext context{.cancel_event = run.cancel_event, .progress = run.progress_cb};
-  ProvenanceRecord record{.capture_name = run.capture_name, .sources = capture.sources, .started = common::now()};
   context.check();
   expect_workflow_can_run(workflow);
-  record.references = reference_records(capture);
-  record.files = hashed_parameter_files(workflow);
-  if (!record.files.empty()) record.workflow_sha256 = workflow_sha256(workflow);
+  ProvenanceRecord record = begun_record(capture, workflow, run.capture_name);
   // Made before the work, so that a folder that cannot be written to is known before minutes were spent.
   ResultsFolder folder(run.output_base_dir, run.capture_name);
 

@@ -5,12 +5,14 @@
 #include <chrono>
 #include <opencv2/core/utility.hpp>
 #include <system_error>
+#include <utility>
 
 #include "orvexa/common/files.h"
 #include "orvexa/common/parallel.h"
 #include "orvexa/common/text.h"
 #include "orvexa/common/version.h"
 #include "orvexa/model/codecs/codec_versions.h"
+#include "orvexa/model/workflow/parameter_files.h"
 
 namespace orvexa::model {
 
@@ -21,7 +23,9 @@ namespace {
 Value steps_value(const std::vector<StepRecord>& steps) {
   Value list = Value::array();
   for (const StepRecord& step : steps) {
-    list.push_back({{"op", step.op}, {"params", step.params}, {"bands", step.chosen_bands}});
+    Value entry = {{"op", step.op}, {"params", step.params}};
+    if (!step.chosen_bands.is_null()) entry["bands"] = step.chosen_bands;
+    list.push_back(std::move(entry));
   }
   return list;
 }
@@ -51,12 +55,22 @@ Value files_value(const std::vector<SourceFile>& files) {
 
 }  // namespace
 
+ProvenanceRecord begun_record(const CaptureSet& capture, const Workflow& workflow, std::string capture_name) {
+  ProvenanceRecord record{.capture_name = std::move(capture_name),
+                          .sources = capture.sources,
+                          .references = reference_records(capture),
+                          .started = common::now()};
+  record.files = hashed_parameter_files(workflow);
+  if (!record.files.empty()) record.workflow_sha256 = workflow_sha256(workflow);
+  return record;
+}
+
 std::vector<ReferenceRecord> reference_records(const ImageSource& capture) {
   std::vector<ReferenceRecord> records;
   for (const std::string& measurement : capture.get_measurement_types()) {
     for (const std::string& image : capture.image_names(measurement)) {
       if (auto reference = capture.reference(measurement, image)) {
-        records.push_back({.image = measurement + "." + image, .reference = std::move(reference)});
+        records.push_back({.image = fmt::format("{}.{}", measurement, image), .reference = std::move(reference)});
       }
     }
   }
@@ -90,8 +104,9 @@ Value provenance_document(const ProvenanceRecord& record) {
       {"format", 1},
       {"program", {{"name", "orvexa"}, {"version", common::program_version()}, {"build", common::build_text()}}},
       {"libraries", library_versions()},
-      {"capture", common::to_valid_utf8(record.capture_name)},
-      {"inputs", files_value(record.sources)}};
+      {"capture", common::to_valid_utf8(record.capture_name)}};
+  if (!record.part.empty()) document["part"] = record.part;
+  document["inputs"] = files_value(record.sources);
   if (!record.references.empty()) document["references"] = references_document(record.references);
   if (!record.files.empty()) {
     document["files"] = files_value(record.files);

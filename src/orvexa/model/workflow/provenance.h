@@ -7,6 +7,7 @@
 #include "orvexa/common/clock.h"
 #include "orvexa/common/value.h"
 #include "orvexa/model/entities/capture_set.h"
+#include "orvexa/model/workflow/model.h"
 
 namespace orvexa::model {
 
@@ -14,7 +15,7 @@ namespace orvexa::model {
 struct StepRecord {
   std::string op;
   common::Value params = common::Value::object();        ///< completed; as given where they could not be completed
-  common::Value chosen_bands = common::Value::object();  ///< as the operation reported them
+  common::Value chosen_bands = common::Value::object();  ///< as the operation reported them; null where nobody asked
 };
 
 /// The reference that made reflectance of an image's counts.
@@ -32,6 +33,7 @@ struct ReferenceRecord {
 /// Where results came from.
 struct ProvenanceRecord {
   std::string capture_name = {};
+  std::string part = {};  ///< "result operation 3 (area)" where that was all that ran
   std::vector<SourceFile> sources = {};
   std::vector<ReferenceRecord> references = {};
   std::vector<SourceFile> files = {};  ///< that parameters name, and what belongs to them
@@ -42,16 +44,21 @@ struct ProvenanceRecord {
   common::TimePoint finished = {};
 };
 
+/// What a run of the workflow on the capture reads, when it begins; what the steps do is added as they do it.
+[[nodiscard]] ProvenanceRecord begun_record(const CaptureSet& capture, const Workflow& workflow,
+                                            std::string capture_name);
+
 /// Versions of the libraries whose code touches pixels, numbers and files.
 [[nodiscard]] common::Value library_versions();
 
 /// The content of provenance.json:
-/// {"format": 1, "program": {"name", "version", "build"}, "libraries": {name: version}, "capture",
+/// {"format": 1, "program": {"name", "version", "build"}, "libraries": {name: version}, "capture", "part" where it is
+/// one,
 ///  "inputs": [{"path" (absolute), "sha256", "bytes", "page" where one was asked for}], the file that was loaded
 ///  first, "references" as `references_document` where there are any, "files": [{"path", "sha256", "bytes"}] that
 ///  parameters name and "workflow_sha256" where there are any, "started", "finished" (local time with its offset from
-///  UTC), "duration_seconds", "threads", "mask_operations": [{"op", "params", "bands"}], "result_operations": [{"op",
-///  "params", "bands"}]}
+///  UTC), "duration_seconds", "threads", "mask_operations": [{"op", "params", "bands" where they are known}],
+///  "result_operations": likewise}
 [[nodiscard]] common::Value provenance_document(const ProvenanceRecord& record);
 
 }  // namespace orvexa::model
