@@ -37,7 +37,11 @@ Image Image::deferred(Shape shape, int channels, std::function<void(int, std::sp
   if (channels != 1 && channels != 3) {
     throw std::invalid_argument("An image has one channel or three, not " + std::to_string(channels) + ".");
   }
-  return Image(std::shared_ptr<Deferred>(new Deferred{shape, channels, std::move(fill_row)}));
+  auto made = std::make_shared<Deferred>();
+  made->shape = shape;
+  made->channels = channels;
+  made->fill_row = std::move(fill_row);
+  return Image(std::move(made));
 }
 
 Shape Image::deferred_shape() const {

@@ -288,6 +288,16 @@ TEST(FindRoles, SayThatANamedBandIsNotThere) {
               testing::StartsWith("There is no band \"RGB.R\" in this capture"));
 }
 
+TEST(FindRoles, GivenAColourImageWithoutAChannelForARole_ThenTheChannelsAreNamed) {
+  const std::string sentence =
+      "CLR.RGB is named for the role R, but it is a colour image; name one of its channels: CLR.RGB.R, CLR.RGB.G, "
+      "CLR.RGB.B, CLR.RGB.grey.";
+  EXPECT_EQ(test::refusal([] { static_cast<void>(find_roles(*plot(), {"G", "R"}, {{"R", "CLR.RGB"}})); }), sentence);
+  EXPECT_EQ(test::refusal([] { static_cast<void>(find_bands(*plot(), {"R"}, {{"R", "CLR.RGB"}})); }), sentence);
+  EXPECT_THAT(names(find_roles(*plot(), {"R"}, {{"R", "CLR.RGB.grey"}})), testing::ElementsAre("CLR.RGB.grey"))
+      << "the grey may be meant";
+}
+
 TEST(FindRoles, RefuseARoleThatThereIsNot) {
   EXPECT_THROW(static_cast<void>(find_roles(*plot(), {"UV"})), std::invalid_argument);
 }

@@ -15,9 +15,9 @@ namespace {
 const std::map<std::string, double> reflectances{{"N", .45},  {"R", .06},   {"G", .10},    {"B", .04},
                                                  {"RE", .15}, {"RE2", .35}, {"R531", .12}, {"R570", .08}};
 
-double value_of(const SpectralIndex& index) {
+double value_of(const SpectralIndex& index, double scale = 1) {
   std::vector<double> arguments;
-  for (const std::string& role : index.roles) arguments.push_back(reflectances.at(role));
+  for (const std::string& role : index.roles) arguments.push_back(scale * reflectances.at(role));
   return index.value(arguments);
 }
 
@@ -76,7 +76,11 @@ TEST(SpectralIndices, EveryRowIsCompleteAndItsKeyUnique) {
 TEST(SpectralIndices, ThoseThatDependOnTheScaleSaySo) {
   std::set<std::string> needing;
   for (const SpectralIndex& index : spectral_indices()) {
+    SCOPED_TRACE(index.key);
     if (index.needs_reflectance) needing.insert(index.key);
+    const bool depends_on_the_scale = std::abs(value_of(index, 0.5) - value_of(index)) > 1e-9;
+    const bool is_of_photographs = index.key == "exr" || index.key == "exgr";
+    EXPECT_EQ(index.needs_reflectance || is_of_photographs, depends_on_the_scale);
   }
   EXPECT_EQ(needing, (std::set<std::string>{"evi", "evi2", "savi", "osavi", "msavi2", "mcari", "tgi", "ari"}));
 }
@@ -118,6 +122,21 @@ TEST(ComputeIndex, WithoutADeclaredWhiteLevelAnIndexOfReflectanceIsRefused) {
   capture->measurements.at("MSP")->declared_white_level = 10000;
   const IndexMap map = compute_index(*capture, get_spectral_index("savi"), {});
   EXPECT_NEAR(map.values.at<double>(0, 0), 0.579208, 5e-7);  // N = .45, R = .06 as in the table above
+}
+
+TEST(ComputeIndex, GivenNoDeclaredWhiteLevel_ThenAnIndexAndTheSameFormulaByHandAreRefusedAlike) {
+  cv::Mat pixels(1, 1, CV_8UC3, cv::Scalar(60, 100, 40));
+  const auto photo = test::capture("photo", {{"CLR", {{"RGB", Image(pixels)}}}});
+  const SpectralIndex& index = get_spectral_index("tgi");
+  EXPECT_EQ(test::refusal([&] { static_cast<void>(compute_index(*photo, index, {})); }),
+            "needs reflectance: WhiteLevel or a reference is not declared");
+  EXPECT_EQ(test::refusal([&] { static_cast<void>(compute_index(*photo, Expression(index.formula), {})); }),
+            "needs reflectance: WhiteLevel or a reference is not declared");
+  // Excess red is of photographs: 1.3 * 60 / 255 - 100 / 255.
+  EXPECT_NEAR(compute_index(*photo, get_spectral_index("exr"), {}).values.at<double>(0, 0), -22.0 / 255, 1e-15);
+  photo->measurements.at("CLR")->declared_white_level = 200;
+  // 1.3 * 60 / 200 - 100 / 200 = .39 - .5.
+  EXPECT_NEAR(compute_index(*photo, get_spectral_index("exr"), {}).values.at<double>(0, 0), -0.11, 1e-15);
 }
 
 TEST(ComputeIndex, NotANumberInABandIsNotANumberInTheMap) {

@@ -128,6 +128,24 @@ TEST(Profile, ASampleThatNeedsAPixelOutsideTheMaskIsEmpty) {
   EXPECT_THAT(column(result, 1), ElementsAre(11.0, 21.0, 31.0, "", "", ""));
 }
 
+// (10 - 5) / (55 - 5) = 0.1 ... (50 - 5) / 50 = 0.9 of B as reflectance; the second pixel has white = dark.
+TEST(Profile, GivenAReference_ThenTheTableHasTheCountsOfTheFile) {
+  const Image row = test::image<std::uint8_t>({{10, 20, 30, 40, 50}});
+  const auto capture = two(row, row);
+  capture->measurements.at("MSP")->references.insert_or_assign(
+      "B", std::make_shared<const Reference>(Reference{
+               .white = {.picture = test::image<std::uint8_t>({{55, 5, 55, 55, 55}})}, .dark = {.constants = {5}}}));
+  for (const Value& params : {Value{{"profile", "line"}, {"points", {{0.1, 0.5}, {0.9, 0.5}}}},
+                              Value{{"profile", "radial"}, {"points", {{0.1, 0.5}}}, {"samples", 5}}}) {
+    SCOPED_TRACE(params.dump());
+    const auto result = test::measured("band_correlation", *capture, {}, params);
+    const std::size_t first = result.tables.at("profile").columns.size() - 2;
+    EXPECT_THAT(column(result, first), ElementsAre(10.0, 20.0, 30.0, 40.0, 50.0));
+    EXPECT_THAT(column(result, first + 1), ElementsAre(10.0, 20.0, 30.0, 40.0, 50.0));
+    EXPECT_EQ(result.metrics.at("correlation.MSP.A.MSP.B.n"), 4) << "coefficients are those of reflectance";
+  }
+}
+
 // Around the middle pixel: itself, then its eight neighbours, of which the far ones are 1.41 away.
 TEST(Profile, AroundTheCentroidIsTheMeanOfRings) {
   const Image image = test::image<std::uint8_t>({{1, 2, 3}, {4, 90, 6}, {7, 8, 9}});

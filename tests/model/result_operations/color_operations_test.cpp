@@ -105,6 +105,22 @@ TEST(ColorDifference, RefusesWhatIsOutsideItsLimits) {
   EXPECT_THAT(refused({{"reference", "patch"}}), HasSubstr("one of point, lab"));
 }
 
+TEST(ColorDifference, RefusesWhatTheChosenReferenceDoesNotLookAt) {
+  const auto refused = [](const Value& params) {
+    return test::refusal([&] { static_cast<void>(test::measured("color_difference", *colors({white}), {}, params)); });
+  };
+  EXPECT_EQ(
+      refused({{"lab_l", 10}}),
+      "color_difference: parameter \"lab_l\" is 10.0, but parameter \"reference\" is \"point\"; choose \"lab\" to "
+      "use it.");
+  EXPECT_THAT(refused({{"reference", "point"}, {"lab_b", -3}}), HasSubstr("\"lab_b\" is -3.0"));
+  EXPECT_EQ(refused({{"reference", "lab"}, {"point", {0, 0}}, {"radius", 500}}),
+            "color_difference: parameter \"point\" is [0.0, 0.0], but parameter \"reference\" is \"lab\"; choose "
+            "\"point\" to use it.");
+  EXPECT_THAT(refused({{"reference", "lab"}, {"radius", 500}}), HasSubstr("\"radius\" is 500"));
+  EXPECT_EQ(refused({{"reference", "lab"}, {"point", {0.5, 0.5}}, {"radius", 0}}), "") << "as if they were not given";
+}
+
 // ---- color_classes ----
 
 Value palette(const std::vector<std::pair<std::string, double>>& greys) {

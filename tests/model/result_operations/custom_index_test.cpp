@@ -84,7 +84,9 @@ TEST(CustomIndex, WhatCannotBeReadIsRefused) {
             "custom_index: ratio: The expression \"N /\" ends too early at character 4: expected a number, a band or a "
             "parenthesis.");
   EXPECT_THAT(refused({{"expressions", ""}}), HasSubstr("at least one expression"));
-  EXPECT_THAT(refused({{"map_low", 2}, {"map_high", 1}}), HasSubstr("\"map_low\" is 2.0"));
+  EXPECT_THAT(refused({{"map_range", "fixed"}, {"map_low", 2}, {"map_high", 1}}),
+              HasSubstr("\"map_low\" is 2.0, but it must be below"));
+  EXPECT_THAT(refused({{"map_high", 3}}), HasSubstr("\"map_high\" is 3.0, but parameter \"map_range\" is \"data\""));
   EXPECT_THAT(refused({{"bands", {"G=MSP.RED"}}}),
               HasSubstr("no chosen index uses the role G: simple_ratio uses N, R"));
 }

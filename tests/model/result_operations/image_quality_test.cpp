@@ -38,6 +38,42 @@ TEST(ImageQuality, SaturatedIsTheWhiteLevelAndMoreAndZeroIsZero) {
   EXPECT_EQ(number(eight.metrics, "saturated_share"), 0.5);
 }
 
+// Half of the pixels at white and half at the reference's dark level, in 20 rows: mean (4095 + 100) / 2 = 2097.5,
+// standard deviation (4095 - 100) / 2 = 1997.5. As reflectance none would be white, 0.5 * 3995 / 3900 = 0.512, and half
+// of them 0. Of the 18 x 18 inner pixels 18 have the Laplacian -3995, 18 have 3995 and the others 0.
+TEST(ImageQuality, GivenAReference_ThenTheCountsOfTheFileAreJudged) {
+  cv::Mat pixels(20, 20, CV_16UC1, cv::Scalar(100));
+  pixels.rowRange(0, 10).setTo(4095);
+  for (const bool has_reference : {false, true}) {
+    SCOPED_TRACE(has_reference);
+    const auto capture = test::capture("c", {{"GRY", {{"GRY", Image(pixels)}}}});
+    capture->measurements.at("GRY")->declared_white_level = 4095;
+    if (has_reference) {
+      capture->measurements.at("GRY")->references.insert_or_assign(
+          "GRY", std::make_shared<const Reference>(
+                     Reference{.white = {.constants = {4000}}, .dark = {.constants = {100}}, .reflectance = 0.5}));
+    }
+    const auto result = test::measured("image_quality", *capture);
+    EXPECT_EQ(number(result.metrics, "saturated_share"), 0.5);
+    EXPECT_EQ(number(result.metrics, "zero_share"), 0);
+    EXPECT_NEAR(number(result.metrics, "snr"), 2097.5 / 1997.5, 1e-14);
+    EXPECT_EQ(number(result.metrics, "entropy"), 1);
+    EXPECT_NEAR(number(result.metrics, "laplacian_variance"), 3995.0 * 3995.0 / 9 / (4095.0 * 4095.0), 1e-14);
+  }
+}
+
+TEST(ImageQuality, GivenAPixelWithoutReflectance_ThenItsCountIsLookedAtAllTheSame) {
+  const auto capture = test::capture("c", {{"GRY", {{"GRY", test::image<std::uint8_t>({{255, 7}})}}}});
+  // White is not above dark in the second pixel.
+  capture->measurements.at("GRY")->references.insert_or_assign(
+      "GRY", std::make_shared<const Reference>(
+                 Reference{.white = {.picture = test::image<std::uint8_t>({{200, 0}})}, .dark = {.constants = {0}}}));
+  const auto result = test::measured("image_quality", *capture);
+  EXPECT_EQ(result.metrics.at("GRY.GRY.quality.n"), 2);
+  EXPECT_EQ(result.metrics.at("GRY.GRY.quality.n_invalid"), 0);
+  EXPECT_EQ(number(result.metrics, "saturated_share"), 0.5);
+}
+
 TEST(ImageQuality, OfAFloatImageCountsWhatLiesBesidesTheRangeAndLeavesOutWhatIsNoNumber) {
   const float nan = std::numeric_limits<float>::quiet_NaN();
   const auto result = quality(test::image<float>({{-0.5F, 0, 0.25F, 1, 2, nan}}));

@@ -400,8 +400,12 @@ TEST(IndexStatistics, ParametersThatContradictEachOtherAreRefused) {
   };
   EXPECT_EQ(refused({{"indices", Value::array()}}),
             "index_statistics: parameter \"indices\" is empty, but at least one index has to be named.");
-  EXPECT_EQ(refused({{"map_low", 0.5}, {"map_high", 0.5}}),
+  EXPECT_EQ(refused({{"map_range", "fixed"}, {"map_low", 0.5}, {"map_high", 0.5}}),
             "index_statistics: parameter \"map_low\" is 0.5, but it must be below \"map_high\", which is 0.5.");
+  EXPECT_EQ(
+      refused({{"map_low", -0.5}, {"map_high", 0.5}}),
+      "index_statistics: parameter \"map_low\" is -0.5, but parameter \"map_range\" is \"data\"; choose \"fixed\" to "
+      "use it.");
   EXPECT_THAT(refused({{"indices", {"ndvj"}}}), HasSubstr("ndvj"));
   EXPECT_EQ(refused({{"bands", {"B=MSP.BLU"}}}),
             "index_statistics: parameter \"bands\" holds \"B=MSP.BLU\", but no chosen index uses the role B: ndvi uses "
@@ -476,6 +480,29 @@ TEST(Psii, SaturatedPixelsAreInvalidWhenAskedFor) {
   const auto result = test::measured("psii", *capture, {}, {{"leave_out_saturated", true}});
   EXPECT_EQ(result.metrics.at("fv_fm.n"), 1);
   EXPECT_NEAR(number(result, "fv_fm.mean"), 0.75, 1e-12);
+}
+
+// 16 pixels, of which the upper 8 of FM are at the white level of the file; as reflectance they are 0.5 * 3995 / 3900 =
+// 0.512. The others have Fv/Fm (2100 - 1100) / (2100 - 100) = 0.5 with the reference, which takes the dark level away,
+// and (2100 - 1100) / 2100 without.
+TEST(Psii, GivenAReference_ThenSaturatedPixelsAreStillThoseAtTheWhiteLevelOfTheFile) {
+  cv::Mat fm(4, 4, CV_16UC1, cv::Scalar(2100));
+  fm.rowRange(0, 2).setTo(4095);
+  for (const bool has_reference : {false, true}) {
+    SCOPED_TRACE(has_reference);
+    const auto capture = leaf({{"F0", test::flat_image<std::uint16_t>(4, 4, 1100)}, {"FM", Image(fm)}});
+    BaseMeasurement& flu = *capture->measurements.at("FLU");
+    flu.declared_white_level = 4095;
+    const auto panel = std::make_shared<const Reference>(
+        Reference{.white = {.constants = {4000}}, .dark = {.constants = {100}}, .reflectance = 0.5});
+    if (has_reference) {
+      for (const char* image : {"F0", "FM"}) flu.references.insert_or_assign(image, panel);
+    }
+    EXPECT_EQ(test::measured("psii", *capture).metrics.at("fv_fm.n"), 16);
+    const auto result = test::measured("psii", *capture, {}, {{"leave_out_saturated", true}});
+    EXPECT_EQ(result.metrics.at("fv_fm.n"), 8);
+    EXPECT_NEAR(number(result, "fv_fm.mean"), has_reference ? 0.5 : 1000.0 / 2100.0, 1e-7);
+  }
 }
 
 }  // namespace

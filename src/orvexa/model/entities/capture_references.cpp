@@ -36,6 +36,7 @@ std::vector<PlacedSection> all_sections(const std::vector<ReferenceFile>& files)
 
 std::vector<std::string> names_of(const auto& named) {
   std::vector<std::string> names;
+  names.reserve(named.size());
   for (const auto& one : named) names.push_back(one.name);
   return names;
 }

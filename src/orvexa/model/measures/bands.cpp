@@ -253,6 +253,16 @@ std::optional<Band> role_beside_channel(const ImageSource& source, const Band& e
   return color_channels(example).at(static_cast<std::size_t>(role.color_channel));
 }
 
+/// The grey of a colour image, which stands for the image elsewhere, is not what a role means.
+std::runtime_error no_channel_named(std::string_view image, const BandRole& role) {
+  std::vector<std::string> channels;
+  channels.reserve(channel_names.size());
+  for (const std::string_view channel : channel_names) channels.push_back(fmt::format("{}.{}", image, channel));
+  return std::runtime_error(
+      fmt::format("{} is named for the role {}, but it is a colour image; name one of its channels: {}.",
+                  common::to_valid_utf8(image), role.name, common::joined(channels, ", ")));
+}
+
 /// The bands that were named for some of the roles, and for the others those of the same measurement.
 std::vector<Band> roles_beside_named(const ImageSource& source, const std::vector<const BandRole*>& wanted,
                                      const RoleBands& named) {
@@ -264,6 +274,8 @@ std::vector<Band> roles_beside_named(const ImageSource& source, const std::vecto
     if (entry == named.end()) continue;
     found[k] = fully_named_band(source, planes, entry->second);
     if (!found[k]) throw no_such_band(entry->second, planes);
+    if (found[k]->image.is_color() && found[k]->name != entry->second)
+      throw no_channel_named(entry->second, *wanted[k]);
     if (first == wanted.size()) first = k;
     if (found[k]->measurement == found[first]->measurement) continue;
     throw std::runtime_error(
@@ -421,6 +433,7 @@ std::vector<std::string> role_names() {
 
 std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& names, const RoleBands& named) {
   std::vector<const BandRole*> wanted;
+  wanted.reserve(names.size());
   for (const std::string& name : names) wanted.push_back(&get_band_role(name));
   if (std::ranges::any_of(wanted, [&](const BandRole* role) { return named.contains(role->name); })) {
     return roles_beside_named(source, wanted, named);

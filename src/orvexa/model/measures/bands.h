@@ -70,7 +70,7 @@ using RoleBands = std::map<std::string, std::string, std::less<>>;
 /// A role resolves within one measurement to the band whose centre lies in the role's range, nearest first; else to the
 /// image named BLU, GRN, RED, EDG, NIR whose centre is not declared; only in a capture without MSP to channels of CLR.
 /// @throws std::runtime_error with a sentence that names the role, what was looked for and an image of its name that
-/// lies elsewhere, or the named bands of different measurements.
+/// lies elsewhere, the named bands of different measurements, or a colour image that is named without a channel.
 [[nodiscard]] std::vector<Band> find_roles(const ImageSource& source, const std::vector<std::string>& roles,
                                            const RoleBands& named = {});
 

@@ -18,7 +18,7 @@ struct Place {
 /// The place of a picked point: x * width - 0.5, y * height - 0.5.
 [[nodiscard]] Place place_of(const PickPoint& point, Shape shape);
 
-/// Values of bands along a line or around a point, in counts.
+/// Values of bands along a line or around a point: counts, or reflectance, as `Band::read_row` gives them.
 struct Profile {
   std::vector<double> distances;            ///< in pixels, evenly spaced
   std::vector<std::int64_t> pixels;         ///< of a radial profile: pixels of the mask in each ring; empty for a line

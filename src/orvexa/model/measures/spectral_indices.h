@@ -19,7 +19,8 @@ struct SpectralIndex {
   std::string formula;             ///< "(N - R) / (N + R)"
   std::string source;              ///< published source
   std::vector<std::string> roles;  ///< arguments of `value`, in order
-  /// It depends on the scale of its inputs and needs reflectance (a declared white level or a reference).
+  /// It depends on the scale of its inputs and needs reflectance (a declared white level or a reference). Excess red,
+  /// which depends on it too, is of colour photographs by definition and takes the greatest count for white.
   bool needs_reflectance = false;
   /// From fractions of white; a non-finite result is an invalid pixel.
   std::function<double(std::span<const double>)> value;

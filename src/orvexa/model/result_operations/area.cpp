@@ -46,10 +46,9 @@ const ResultOperationInfo& area_info() {
       .summary = "Counts the pixels of the mask and of each region.",
       .description =
           "area = number of set pixels. area_mm2 = area * (millimetres per pixel)^2, only where the capture declares "
-          "its "
-          "scale. area_fraction = area / pixels of the image. area_fraction_of_roi = area / pixels of the region of "
-          "interest, which is what the region-of-interest steps left (the whole image when there is none). A mask or "
-          "region without pixels has area 0 and no other value.",
+          "its scale. area_fraction = area / pixels of the image. area_fraction_of_roi = area / pixels of the region "
+          "of interest, which is what the region-of-interest steps left (the whole image when there is none). A mask "
+          "or region without pixels has area 0 and no other value.",
       .source = "ISO 13322-1, Particle size analysis - Image analysis methods - Part 1: Static image analysis methods",
       .operation_class = {.make = [] { return std::make_unique<Area>(); }}};
   return info;

@@ -126,22 +126,28 @@ void BandCorrelation::add_profile(OperationResult& result, const CaptureSet& cap
   const Shape shape = capture.get_shape();
   std::optional<int> samples;
   if (!params.at("samples").is_null()) samples = params.at("samples").get<int>();
-  Profile profile;
-  if (kind == "line") {
-    profile =
-        line_profile(bands, regions.mask(), place_of(point_of(points.at(0)), shape),
-                     place_of(point_of(points.at(1)), shape), params.at("line_width").get<int>(), samples, context());
-  } else {
-    std::optional<Place> centre = centroid_of(regions.mask(), context());
+  std::optional<Place> centre;
+  if (kind == "radial") {
+    centre = centroid_of(regions.mask(), context());
     if (!centre) return;  // an empty mask has no profile, as its metrics say
     if (!points.empty()) centre = place_of(point_of(points.at(0)), shape);
-    profile = radial_profile(bands, regions.mask(), *centre, samples, context());
   }
-  result.tables["profile"] = table_of(profile, bands);
+  const auto profile_of = [&](const std::vector<Band>& measured) {
+    if (centre) return radial_profile(measured, regions.mask(), *centre, samples, context());
+    return line_profile(measured, regions.mask(), place_of(point_of(points.at(0)), shape),
+                        place_of(point_of(points.at(1)), shape), params.at("line_width").get<int>(), samples,
+                        context());
+  };
+  std::vector<Band> raw_bands;
+  raw_bands.reserve(bands.size());
+  for (const Band& band : bands) raw_bands.push_back(band.raw());
+  const Profile in_counts = profile_of(raw_bands);
+  result.tables["profile"] = table_of(in_counts, raw_bands);
+  const bool has_reference = std::ranges::any_of(bands, [](const Band& band) { return band.counts != nullptr; });
+  const Profile shown = has_reference ? profile_of(bands) : in_counts;
   result.images.insert_or_assign(
       "profile",
-      ResultImage{.picture = plot_of(profile, bands, kind == "line" ? "Profile along a line" : "Radial profile"),
-                  .numbers = {}});
+      ResultImage{.picture = plot_of(shown, bands, centre ? "Radial profile" : "Profile along a line"), .numbers = {}});
 }
 
 void BandCorrelation::check(const Value& params) const {
@@ -154,14 +160,11 @@ void BandCorrelation::check(const Value& params) const {
   if (kind == "none" && points != 0) throw refused("without a profile there is nothing to pick; choose line or radial");
   if (kind == "line" && points != 2) throw refused("a line profile has two, its ends");
   if (kind == "radial" && points > 1) throw refused("a radial profile has one, its centre, or none for the centroid");
-  if (kind != "line" && params.at("line_width") != 1) {
-    throw std::invalid_argument("band_correlation: parameter \"line_width\" is " +
-                                std::to_string(params.at("line_width").get<int>()) +
-                                ", but only a line profile has a width.");
+  const ParameterList& parameters = info().parameters;
+  if (kind != "line") {
+    refuse_unused("band_correlation", parameters, params, {"line_width"}, "only a line profile has a width");
   }
-  if (kind == "none" && !params.at("samples").is_null()) {
-    throw std::invalid_argument("band_correlation: parameter \"samples\" has a value, but no profile is chosen.");
-  }
+  if (kind == "none") refuse_unused("band_correlation", parameters, params, {"samples"}, "no profile is chosen");
 }
 
 /// @throws std::runtime_error when there are fewer than two.
@@ -224,15 +227,14 @@ const ResultOperationInfo& band_correlation_info() {
       .summary = "Says how the values of two images go together, and draws values along a line or around a point.",
       .description =
           "For every pair of the chosen planes A and B, as `correlation.<A>.<B>.<metric>`: pearson = covariance / (sd "
-          "of "
-          "A x sd of B), spearman = the same of the ranks, where equal values share the mean of their ranks. n = "
-          "pixels "
-          "where both are finite numbers, n_invalid = the other pixels; pixels are left out pair by pair. Neither "
-          "coefficient is defined for fewer than two pixels or where all values of a plane are equal. A chosen plane "
-          "that the capture lacks is left out with its reason; fewer than two planes are an error. A profile of the "
-          "whole mask is given as the table `profile` in counts and as a plot in fractions of white. Along a line: "
-          "samples from the first picked point to the second, both included and evenly spaced, each the mean over "
-          "line_width values one pixel apart across the line, interpolated bilinearly; a value that needs a pixel "
+          "of A x sd of B), spearman = the same of the ranks, where equal values share the mean of their ranks. n = "
+          "pixels where both are finite numbers, n_invalid = the other pixels; pixels are left out pair by pair. "
+          "Neither coefficient is defined for fewer than two pixels or where all values of a plane are equal. A chosen "
+          "plane that the capture lacks is left out with its reason; fewer than two planes are an error. A profile of "
+          "the whole mask is given as the table `profile` in the counts of the file and as a plot in fractions of "
+          "white. Where the capture has a reference, the coefficients and the plot are those of reflectance. Along a "
+          "line: samples from the first picked point to the second, both included and evenly spaced, each the mean "
+          "over line_width values one pixel apart across the line, interpolated bilinearly; a value that needs a pixel "
           "outside the mask or without a finite number is left out, and a sample without any is empty. Radial: means "
           "over rings of equal width around the centroid of the mask or the picked point out to the farthest pixel of "
           "the mask, at the distance of the middle of each ring, with its number of pixels.",

@@ -39,12 +39,11 @@ const ResultOperationInfo& band_statistics_info() {
       .summary = "Describes the values of each image inside the mask and inside each region.",
       .description =
           "For every chosen plane, as `<measurement>.<image>[.<channel>].<statistic>`: " + statistics_text() +
-          " Values are counts as the file holds them or, when asked for, fractions of the white level (the "
-          "declared one, else the greatest count of the type, 1 for float); the unit stands beside each value. Where "
-          "the capture has a reference, fractions are reflectance and pixels without one are invalid; counts are "
-          "always those of the file. A "
-          "chosen plane that the capture lacks is left out with its reason; when it lacks all of them, that is an "
-          "error.",
+          " Values are counts as the file holds them or, when asked for, fractions of the white level (the declared "
+          "one, else the greatest count of the type, 1 for float); the unit stands beside each value. Where the "
+          "capture has a reference, fractions are reflectance and pixels without one are invalid; counts are always "
+          "those of the file. A chosen plane that the capture lacks is left out with its reason; when it lacks all of "
+          "them, that is an error.",
       .source =
           "R. J. Hyndman, Y. Fan, Sample quantiles in statistical packages, The American Statistician 50(4), 1996, "
           "361-365, doi:10.1080/00031305.1996.10473566",

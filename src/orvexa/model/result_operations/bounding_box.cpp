@@ -48,13 +48,12 @@ const ResultOperationInfo& bounding_box_info() {
       .category = "Shape",
       .summary = "Gives the upright box around the mask and around each region and how much of it is filled.",
       .description =
-          "The box holds the columns bbox_x to bbox_x + bbox_width - 1 and the rows bbox_y to bbox_y + "
-          "bbox_height - 1, where the first column and the first row of the image are 0. bbox_x_norm = "
-          "bbox_x / width of the image and bbox_width_norm = bbox_width / width of the image, bbox_y_norm "
-          "and bbox_height_norm likewise with its height, so that a box of the whole image is 0, 0, 1, 1. "
-          "extent = area / (bbox_width * bbox_height), at most 1. The first four appear in millimetres as <name>_mm "
-          "where "
-          "the capture declares its scale. A mask or region without pixels has none of them.",
+          "The box holds the columns bbox_x to bbox_x + bbox_width - 1 and the rows bbox_y to bbox_y + bbox_height - "
+          "1, where the first column and the first row of the image are 0. bbox_x_norm = bbox_x / width of the image "
+          "and bbox_width_norm = bbox_width / width of the image, bbox_y_norm and bbox_height_norm likewise with its "
+          "height, so that a box of the whole image is 0, 0, 1, 1. extent = area / (bbox_width * bbox_height), at most "
+          "1. The first four appear in millimetres as <name>_mm where the capture declares its scale. A mask or region "
+          "without pixels has none of them.",
       .source = "ISO 13322-1, Particle size analysis - Image analysis methods - Part 1: Static image analysis methods",
       .operation_class = {._requires_mask_operation = std::vector<std::string>{"*"},
                           .make = [] { return std::make_unique<BoundingBox>(); }}};

@@ -148,14 +148,11 @@ const ResultOperationInfo& centroid_info() {
       .category = "Shape",
       .summary = "Gives the centre of mass of the mask and of each region, on request also weighted by a band.",
       .description =
-          "centroid_x and centroid_y = mean column and row of the pixels. Positions count columns and rows "
-          "of pixels: the centre of the first pixel of the image is (0, 0). centroid_x_norm = (centroid_x + 0.5) / "
-          "width "
-          "of the image, centroid_y_norm = (centroid_y + 0.5) / height of the image, as points are picked: the middle "
-          "of "
-          "the image is 0.5, 0.5. With a band, as <band>.centroid_x and so on: the same with the pixels' values as "
-          "weights (reflectance where the capture has a reference, else counts), <band>.centroid_displacement = "
-          "distance "
+          "centroid_x and centroid_y = mean column and row of the pixels. Positions count columns and rows of pixels: "
+          "the centre of the first pixel of the image is (0, 0). centroid_x_norm = (centroid_x + 0.5) / width of the "
+          "image, centroid_y_norm = (centroid_y + 0.5) / height of the image, as points are picked: the middle of the "
+          "image is 0.5, 0.5. With a band, as <band>.centroid_x and so on: the same with the pixels' values as weights "
+          "(reflectance where the capture has a reference, else counts), <band>.centroid_displacement = distance "
           "between the two centroids, <band>.centroid_n and <band>.centroid_n_invalid = pixels that count and pixels "
           "left out because their value is below 0, infinite or not a number. Where no pixel has a value above 0, the "
           "weighted centroid is left out. Positions and the displacement appear in millimetres as <name>_mm where the "

@@ -15,6 +15,15 @@ constexpr const char* key = "color_difference";
 
 class ColorDifferenceStatistics final : public ResultOperation {
   OperationResult compute(const CaptureSet& capture, const RegionSet& regions, const Value& params) override;
+  void check(const Value& params) const override {
+    if (params.at("reference") == "point") {
+      refuse_unused(key, info().parameters, params, {"lab_l", "lab_a", "lab_b"},
+                    "parameter \"reference\" is \"point\"; choose \"lab\" to use it");
+    } else {
+      refuse_unused(key, info().parameters, params, {"point", "radius"},
+                    "parameter \"reference\" is \"lab\"; choose \"point\" to use it");
+    }
+  }
 };
 
 Lab reference_color(const ColorSource& colors, const Value& params) {

@@ -213,18 +213,12 @@ const ResultOperationInfo& color_statistics_info() {
       .summary = "Describes the colour inside the mask and inside each region in RGB, HSV and CIELAB.",
       .description =
           "Of one colour image, as `<measurement>.<image>.<quantity>.<statistic>`: mean and sd (of the population) of "
-          "red, "
-          "green, blue, saturation and value (fractions of white, cut to 0 to 1) and of CIELAB lab_l (0 to 100), "
-          "lab_a, "
-          "lab_b (sRGB encoding, D65, 2 degree observer); color.n and color.n_invalid are the pixels behind them. Hue "
-          "is "
-          "an angle: hue.mean is the direction of the sum of unit vectors in degrees of 0 to 360, hue.resultant_length "
-          "the "
-          "length of that sum divided by n (1 = all hues equal, 0 = no common direction). Pixels with a saturation "
-          "below "
-          "0.02 have no hue and count under hue.n_invalid. A mask or region without pixels has none of them; what is "
-          "left "
-          "out says why.",
+          "red, green, blue, saturation and value (fractions of white, cut to 0 to 1) and of CIELAB lab_l (0 to 100), "
+          "lab_a, lab_b (sRGB encoding, D65, 2 degree observer); color.n and color.n_invalid are the pixels behind "
+          "them. Hue is an angle: hue.mean is the direction of the sum of unit vectors in degrees of 0 to 360, "
+          "hue.resultant_length the length of that sum divided by n (1 = all hues equal, 0 = no common direction). "
+          "Pixels with a saturation below 0.02 have no hue and count under hue.n_invalid. A mask or region without "
+          "pixels has none of them; what is left out says why.",
       .source =
           "K. V. Mardia, P. E. Jupp, Directional Statistics, Wiley, 2000 (hue); A. R. Smith, Color Gamut Transform "
           "Pairs, SIGGRAPH Computer Graphics 12(3), 1978, 12-19 (HSV); ISO/CIE 11664-4 and IEC 61966-2-1 (CIELAB)",

@@ -86,19 +86,18 @@ const ResultOperationInfo& enclosing_info() {
       .summary =
           "Gives the smallest rectangle, in any direction, and the smallest circle around the mask and each region.",
       .description =
-          "Both hold all corners of the pixels, where the pixel in column x covers x to x + 1. "
-          "min_rectangle_length and min_rectangle_width = longer and shorter side of the rectangle of the "
-          "least area (of several the one with the shortest longer side), min_rectangle_angle = direction "
-          "of the longer side, or of the one below 90 degrees where both are equal, min_rectangle_area = "
-          "length * width, min_rectangle_x and min_rectangle_y = its centre; rectangularity = area / "
-          "min_rectangle_area, at most 1. min_circle_diameter = diameter of the smallest circle, "
-          "min_circle_x and min_circle_y = its centre. Angles are in degrees from 0 to below 180, "
-          "counter-clockwise from the x axis as the picture is looked at (0 = along a row, 90 = along a "
-          "column). Positions count columns and rows of pixels: the centre of the first pixel of the image "
-          "is (0, 0). The picture shows the rectangle of each region (of the whole mask where there are no "
-          "regions) in yellow and the circle in cyan. Lengths, positions and areas in millimetres appear as <name>_mm "
-          "and <name>_mm2 where the capture declares its scale. The whole mask is measured as one set. A "
-          "mask or region without pixels has none of them.",
+          "Both hold all corners of the pixels, where the pixel in column x covers x to x + 1. min_rectangle_length "
+          "and min_rectangle_width = longer and shorter side of the rectangle of the least area (of several the one "
+          "with the shortest longer side), min_rectangle_angle = direction of the longer side, or of the one below 90 "
+          "degrees where both are equal, min_rectangle_area = length * width, min_rectangle_x and min_rectangle_y = "
+          "its centre; rectangularity = area / min_rectangle_area, at most 1. min_circle_diameter = diameter of the "
+          "smallest circle, min_circle_x and min_circle_y = its centre. Angles are in degrees from 0 to below 180, "
+          "counter-clockwise from the x axis as the picture is looked at (0 = along a row, 90 = along a column). "
+          "Positions count columns and rows of pixels: the centre of the first pixel of the image is (0, 0). The "
+          "picture shows the rectangle of each region (of the whole mask where there are no regions) in yellow and the "
+          "circle in cyan. Lengths, positions and areas in millimetres appear as <name>_mm and <name>_mm2 where the "
+          "capture declares its scale. The whole mask is measured as one set. A mask or region without pixels has none "
+          "of them.",
       .source =
           "H. Freeman, R. Shapira, Determining the minimum-area encasing rectangle for an arbitrary closed curve, "
           "Communications of the ACM 18(7), 1975, 409-413, doi:10.1145/360881.360919; G. T. Toussaint, Solving "

@@ -172,10 +172,8 @@ const ResultOperationInfo& histogram_info() {
           "upper one; the last bin also holds the white level itself. Beside it underflow (below 0), overflow (above "
           "the white level), n (valid pixels, all of these) and n_invalid (not a number or infinite). The table of a "
           "plane has the edges in counts, the counts of the whole mask and their fractions of n; the picture of a "
-          "plane "
-          "draws them. A mask or region without pixels has none of them. A chosen plane that the capture lacks is left "
-          "out with its reason; when "
-          "it lacks all of them, that is an error.",
+          "plane draws them. A mask or region without pixels has none of them. A chosen plane that the capture lacks "
+          "is left out with its reason; when it lacks all of them, that is an error.",
       .source = "R. C. Gonzalez, R. E. Woods, Digital Image Processing, section on histogram processing",
       .parameters = {bands_parameter(),
                      {.name = "bins",

@@ -211,10 +211,12 @@ OperationResult ImageQuality::compute(const CaptureSet& capture, const RegionSet
       leave_out_everywhere(result, regions, names, reason);
       continue;
     }
-    const double white = band->white.counts;
-    const RegionStatistics statistics = pixels.measure(*band, context());
-    const RegionShares shares = measure_shares(*band, pixels, context());
-    const RegionSharpness sharpness = measure_sharpness(*band, pixels, context());
+    // What the camera recorded is judged: by a reference, clipped pixels are no longer white.
+    const Band recorded = band->raw();
+    const double white = recorded.white.counts;
+    const RegionStatistics statistics = pixels.measure(recorded, context());
+    const RegionShares shares = measure_shares(recorded, pixels, context());
+    const RegionSharpness sharpness = measure_sharpness(recorded, pixels, context());
     write_rows(result, regions, [&](const Region&, int index, ResultRow& row) {
       if (row.is_empty()) {
         for (const std::string& metric : names) row.leave_out(metric, row.empty_reason());
@@ -238,22 +240,19 @@ const ResultOperationInfo& image_quality_info() {
       .category = "Intensity",
       .summary = "Says how sharp, noisy, saturated and rich in grey levels each image is.",
       .description =
-          "For every chosen plane, as `<plane>.quality.<metric>`: saturated_share and zero_share = valid pixels at or "
-          "above the white level (the declared one, else the greatest count of the type, 1 for float), and at or below "
-          "0, / valid pixels. snr = mean / sd of the counts and snr_db = 20 log10(snr): the ratio of EMVA 1288 where "
-          "the "
-          "region shows an evenly lit, even surface and the dark level is subtracted. entropy = - sum of p log2 p over "
-          "the counts that occur (Shannon); a float image is put into 4096 equal bins from 0 to white, with bins of "
-          "their own for what is at or below 0 and at or above white. laplacian_variance = variance (of the "
-          "population) "
-          "of above + below + left + right - 4 centre, in squared fractions of white (Pech-Pacheco et al.). "
-          "blur_effect, from 0 = "
-          "sharp to 1 = blurred, = (sum of e - sum of max(0, e - b)) / sum of e, where e are the absolute Sobel "
-          "differences and b those of the picture after a mean of 11 pixels, along rows and along columns, the greater "
-          "one (Crété et al.). Both take the neighbours from the image, also from outside the region, mirror "
-          "it at its "
-          "border for the mean, and look at the sharpness_n pixels that are not at the image's border and have finite "
-          "values all around. What is undefined (no valid pixel, no spread, no difference) says why.",
+          "For every chosen plane, as `<plane>.quality.<metric>`, from the counts of the file, also where the capture "
+          "has a reference: saturated_share and zero_share = valid pixels at or above the white level (the declared "
+          "one, else the greatest count of the type, 1 for float), and at or below 0, / valid pixels. snr = mean / sd "
+          "of the counts and snr_db = 20 log10(snr): the ratio of EMVA 1288 where the region shows an evenly lit, even "
+          "surface and the dark level is subtracted. entropy = - sum of p log2 p over the counts that occur (Shannon); "
+          "a float image is put into 4096 equal bins from 0 to white, with bins of their own for what is at or below 0 "
+          "and at or above white. laplacian_variance = variance (of the population) of above + below + left + right - "
+          "4 centre, in squared fractions of white (Pech-Pacheco et al.). blur_effect, from 0 = sharp to 1 = blurred, "
+          "= (sum of e - sum of max(0, e - b)) / sum of e, where e are the absolute Sobel differences and b those of "
+          "the picture after a mean of 11 pixels, along rows and along columns, the greater one (Crété et al.). Both "
+          "take the neighbours from the image, also from outside the region, mirror it at its border for the mean, and "
+          "look at the sharpness_n pixels that are not at the image's border and have finite values all around. What "
+          "is undefined (no valid pixel, no spread, no difference) says why.",
       .source =
           "J. L. Pech-Pacheco, G. Cristóbal, J. Chamorro-Martínez, J. Fernández-Valdivia, Diatom autofocusing in "
           "brightfield microscopy: a comparative study, ICPR 2000, vol. 3, 314-317, doi:10.1109/ICPR.2000.903548; F. "

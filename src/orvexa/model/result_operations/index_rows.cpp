@@ -120,6 +120,10 @@ ParameterList index_map_parameters() {
 }
 
 void check_index_map_parameters(std::string_view operation, const Value& params) {
+  if (params.at("map_range") == "data") {
+    refuse_unused(operation, index_map_parameters(), params, {"map_low", "map_high"},
+                  "parameter \"map_range\" is \"data\"; choose \"fixed\" to use it");
+  }
   const double low = params.at("map_low").get<double>();
   const double high = params.at("map_high").get<double>();
   if (low < high) return;

@@ -77,9 +77,12 @@ std::string description() {
       "white; each index takes all its bands from one measurement, those named for its roles first, else by wavelength "
       "where the header declares it, else by name, and the table `bands` says which. An image with a role's name whose "
       "declared centre lies outside the role's range is not taken; one named by hand is. An index whose band is "
-      "missing, or that depends on the scale while no white level is declared, is left out with its reason; when none "
-      "can be computed, that is an error. The heat map has no colour outside the mask; its numbers are saved as 32-bit "
-      "float. The roles, with the centre that is preferred and the centres that are allowed:";
+      "missing, or that needs reflectance because it depends on the scale of the bands while no white level is "
+      "declared, is left out with its reason; exr and exgr are of photographs and take the greatest count of the type "
+      "for "
+      "white there. When no index can be computed, that is an error. The heat map has no colour "
+      "outside the mask; its numbers are saved as 32-bit float. The roles, with the centre that is preferred and the "
+      "centres that are allowed:";
   for (const BandRole& role : band_roles()) {
     text += fmt::format(" {} ({}) {:g} nm, {:g} to {:g};", role.name, role.meaning, role.centre_nm, role.from_nm,
                         role.to_nm);
@@ -87,7 +90,7 @@ std::string description() {
   text.back() = '.';
   text += " The indices:";
   for (const SpectralIndex& index : spectral_indices()) {
-    text += " " + index.key + " = " + index.formula + ".";
+    text += " " + index.key + " = " + index.formula + (index.needs_reflectance ? " (needs reflectance)." : ".");
   }
   return text;
 }

@@ -182,8 +182,7 @@ const ResultOperationInfo& neighbours_info() {
           "capture declares its scale. A mask or region without pixels has none of them.",
       .source =
           "P. J. Clark, F. C. Evans, Distance to nearest neighbor as a measure of spatial relationships in "
-          "populations, "
-          "Ecology 35(4), 1954, 445-453, doi:10.2307/1931034",
+          "populations, Ecology 35(4), 1954, 445-453, doi:10.2307/1931034",
       .parameters = {{.name = "radius",
                       .type = ParameterType::real,
                       .default_value = 100.0,

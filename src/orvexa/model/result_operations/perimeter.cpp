@@ -44,13 +44,10 @@ const ResultOperationInfo& perimeter_info() {
       .description =
           "perimeter = pi / 4 * (I0 + I90 + (I45 + I135) / sqrt(2)), where I is how often parallel lines of that "
           "direction, one through every pixel, enter the mask (Crofton's formula with 4 directions). Rims of holes "
-          "count, "
-          "the border of the image is outside. perimeter_chain (only when asked for) is the length of the chain of "
-          "border "
-          "pixels with weights 1, sqrt(2) and (1 + sqrt(2)) / 2; a single pixel has 0. perimeter_mm and "
+          "count, the border of the image is outside. perimeter_chain (only when asked for) is the length of the chain "
+          "of border pixels with weights 1, sqrt(2) and (1 + sqrt(2)) / 2; a single pixel has 0. perimeter_mm and "
           "perimeter_chain_mm appear where the capture declares its scale. The whole mask is measured as one set: "
-          "where "
-          "two regions touch, their common rim counts for each of them and not for the whole.",
+          "where two regions touch, their common rim counts for each of them and not for the whole.",
       .source =
           "D. Legland, K. Kiêu, M.-F. Devaux, Computation of Minkowski measures on 2D and 3D binary images, Image "
           "Anal. Stereol. 26(2), 2007, 83-92, doi:10.5566/ias.v26.p83-92; chain: K. Benkrid, D. Crookes, Design "

@@ -65,12 +65,30 @@ class Psii final : public ResultOperation {
                                double min_fm, bool leaves_out_saturated) const;
 };
 
+/// Where a row of one of the planes is at or above white.
+std::vector<bool> saturated_pixels(const std::vector<Band>& planes, int y, std::size_t columns) {
+  std::vector<bool> is_saturated(columns, false);
+  std::vector<double> row(columns);
+  for (const Band& plane : planes) {
+    plane.read_normalised_row(y, row);
+    for (std::size_t x = 0; x < columns; ++x) {
+      if (row[x] >= 1) is_saturated[x] = true;
+    }
+  }
+  return is_saturated;
+}
+
 /// NaN where the pixel is invalid.
 cv::Mat Psii::map_of(const Photochemistry& parameter, const std::vector<Band>& bands, const Band& fm, double min_fm,
                      bool leaves_out_saturated) const {
   const auto [height, width] = fm.shape();
   const auto columns = static_cast<std::size_t>(width);
   cv::Mat map(height, width, CV_64FC1);
+  // By a reference, clipped pixels are no longer white.
+  std::vector<Band> recorded;
+  for (const Band& band : bands) {
+    if (leaves_out_saturated) recorded.push_back(band.raw());
+  }
   for_each_stripe(height, width, context(), [&](int y0, int y1) {
     std::vector<double> most(columns);
     std::vector<std::vector<double>> rows(bands.size(), std::vector<double>(columns));
@@ -78,13 +96,11 @@ cv::Mat Psii::map_of(const Photochemistry& parameter, const std::vector<Band>& b
     for (int y = y0; y < y1; ++y) {
       fm.read_normalised_row(y, most);
       for (std::size_t k = 0; k < bands.size(); ++k) bands[k].read_normalised_row(y, rows[k]);
+      const std::vector<bool> is_saturated = saturated_pixels(recorded, y, columns);
       double* out = map.ptr<double>(y);
       for (std::size_t x = 0; x < columns; ++x) {
-        bool is_valid = most[x] >= min_fm;
-        for (std::size_t k = 0; k < bands.size(); ++k) {
-          pixel[k] = rows[k][x];
-          if (leaves_out_saturated && pixel[k] >= 1) is_valid = false;
-        }
+        for (std::size_t k = 0; k < bands.size(); ++k) pixel[k] = rows[k][x];
+        const bool is_valid = most[x] >= min_fm && !is_saturated[x];
         const double value = is_valid ? parameter.value(pixel) : invalid;
         out[x] = std::isfinite(value) ? value : invalid;
       }
@@ -141,26 +157,22 @@ const ResultOperationInfo& psii_info() {
       .summary = "Measures the efficiency of photosystem II from images of chlorophyll fluorescence.",
       .description =
           "From the images F0 and FM (dark-adapted minimum and maximum) and, where they are there, FS, FMP and F0P "
-          "(steady "
-          "state, maximum and minimum in light: Fs, Fm', F0') of the measurement FLU, pixel by pixel: fv_fm = (Fm - "
-          "F0) / "
-          "Fm, phi_psii = (Fm' - Fs) / Fm', npq = (Fm - Fm') / Fm', qp = (Fm' - Fs) / (Fm' - F0'), ql = qp * F0' / Fs. "
-          "The "
-          "images must have their dark level subtracted. A pixel is valid where Fm reaches min_fm, the denominators "
-          "are "
-          "above 0 and, when asked for, no image of the formula is saturated. For each, as "
+          "(steady state, maximum and minimum in light: Fs, Fm', F0') of the measurement FLU, pixel by pixel: fv_fm = "
+          "(Fm - F0) / Fm, phi_psii = (Fm' - Fs) / Fm', npq = (Fm - Fm') / Fm', qp = (Fm' - Fs) / (Fm' - F0'), ql = qp "
+          "* F0' / Fs. The images must have their dark level subtracted. A pixel is valid where Fm reaches min_fm, the "
+          "denominators are above 0 and, when asked for, no image of the formula is saturated: in the file, also where "
+          "the capture has a reference, its count is at or above the white level. For each, as "
           "`<parameter>.<statistic>`: " +
           statistics_text() +
           " A parameter whose image is not there is left out with its reason; F0 or FM missing is an error. The map of "
           "each spans 0 to 1, that of npq 0 to 4, so that maps of several captures are comparable; the numbers are "
-          "saved as "
-          "32-bit float.",
+          "saved as 32-bit float.",
       .source =
-          "M. Kitajima, W. L. Butler, Biochim. Biophys. Acta 376(1), 1975, 105-115, "
-          "doi:10.1016/0005-2728(75)90209-1 (fv_fm); B. Genty, J.-M. Briantais, N. R. Baker, Biochim. Biophys. Acta "
-          "990(1), 1989, 87-92, doi:10.1016/S0304-4165(89)80016-9 (phi_psii); W. Bilger, O. Björkman, Photosynth. "
-          "Res. 25, 1990, 173-185, doi:10.1007/BF00033159 (npq); D. M. Kramer, G. Johnson, O. Kiirats, G. E. "
-          "Edwards, Photosynth. Res. 79, 2004, 209-218, doi:10.1023/B:PRES.0000015391.99477.0d (qp, ql)",
+          "M. Kitajima, W. L. Butler, Biochim. Biophys. Acta 376(1), 1975, 105-115, doi:10.1016/0005-2728(75)90209-1 "
+          "(fv_fm); B. Genty, J.-M. Briantais, N. R. Baker, Biochim. Biophys. Acta 990(1), 1989, 87-92, "
+          "doi:10.1016/S0304-4165(89)80016-9 (phi_psii); W. Bilger, O. Björkman, Photosynth. Res. 25, 1990, 173-185, "
+          "doi:10.1007/BF00033159 (npq); D. M. Kramer, G. Johnson, O. Kiirats, G. E. Edwards, Photosynth. Res. 79, "
+          "2004, 209-218, doi:10.1023/B:PRES.0000015391.99477.0d (qp, ql)",
       .parameters = {{.name = "min_fm",
                       .type = ParameterType::real,
                       .default_value = 0.02,
@@ -171,7 +183,7 @@ const ResultOperationInfo& psii_info() {
                      {.name = "leave_out_saturated",
                       .type = ParameterType::boolean,
                       .default_value = false,
-                      .help = "Whether pixels at or above the white level count as invalid."}},
+                      .help = "Whether pixels whose count in the file is at or above the white level are invalid."}},
       .required_measurements = std::vector<MeasurementRequirement>{std::string(measurement)},
       .check_capture = [](const ImageSource& source, const Value&) { expect_needed_images(source); },
       .operation_class = {.make = [] { return std::make_unique<Psii>(); }}};

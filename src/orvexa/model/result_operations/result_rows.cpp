@@ -192,8 +192,7 @@ void leave_out_everywhere(OperationResult& result, const RegionSet& regions, con
 const std::string& statistics_text() {
   static const std::string text =
       "n = pixels with a valid value, n_invalid = pixels left out (not a number, infinite or without meaning), mean, "
-      "sd "
-      "(of the population: divided by n), cv = sd / mean, min, max, median, mad = median of |value - median| (not "
+      "sd (of the population: divided by n), cv = sd / mean, min, max, median, mad = median of |value - median| (not "
       "scaled), p5, p25, p75, p95 = quantiles of type 7 (linear between order statistics, Hyndman & Fan 1996), skew = "
       "m3 / sd^3, kurtosis = m4 / sd^4 - 3 (excess), sum. A mask or region without pixels has none of them; skew and "
       "kurtosis need values that differ, cv a mean that is not 0; what is left out says why.";

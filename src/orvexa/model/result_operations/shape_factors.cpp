@@ -57,12 +57,11 @@ const ResultOperationInfo& shape_factors_info() {
       .summary = "Compares the shape of the mask and of each region with a disc and with its convex hull.",
       .description =
           "With area A, Crofton perimeter P and the convex hull of the corners of the pixels: circularity = 4 pi A / "
-          "P^2 (1 "
-          "for a disc), compactness = P^2 / (4 pi A), roundness = 4 A / (pi Fmax^2), aspect = Fmin / Fmax (least and "
-          "greatest Feret diameter, at most 1), convexity = perimeter of the hull / P. Numbers without unit, not "
-          "clamped: the perimeter is an estimate, so that a compact "
-          "shape may come out slightly above 1. small = the shape has fewer than 30 pixels, so that its factors mean "
-          "little. A mask or region without pixels has none of them.",
+          "P^2 (1 for a disc), compactness = P^2 / (4 pi A), roundness = 4 A / (pi Fmax^2), aspect = Fmin / Fmax "
+          "(least and greatest Feret diameter, at most 1), convexity = perimeter of the hull / P. Numbers without "
+          "unit, not clamped: the perimeter is an estimate, so that a compact shape may come out slightly above 1. "
+          "small = the shape has fewer than 30 pixels, so that its factors mean little. A mask or region without "
+          "pixels has none of them.",
       .source =
           "ISO 9276-6, Representation of results of particle size analysis - Part 6: Descriptive and quantitative "
           "representation of particle shape and morphology",

@@ -145,10 +145,9 @@ const ResultOperationInfo& texture_glcm_info() {
       .summary = "Describes texture by how often grey levels stand at a distance from each other.",
       .description =
           "Each plane is put into equal levels between low and high (fractions of white: the declared white level, "
-          "else "
-          "the greatest count of the type, 1 for float); what is below or above belongs to the first or last level. "
-          "P(i, j) is the share of the pairs of pixels with levels i and j, each pair taken both ways, for the four "
-          "directions 0, 45, 90 and 135 degrees; a pair is `distance` columns, rows, or columns and rows apart "
+          "else the greatest count of the type, 1 for float); what is below or above belongs to the first or last "
+          "level. P(i, j) is the share of the pairs of pixels with levels i and j, each pair taken both ways, for the "
+          "four directions 0, 45, 90 and 135 degrees; a pair is `distance` columns, rows, or columns and rows apart "
           "(diagonals, as Haralick counts distance). Only pairs with both pixels valid and in the same region count "
           "(for the whole: both in the mask). `<plane>.glcm.<feature>.mean` and `.range` over the four directions: "
           "contrast = sum of P (i - j)^2, dissimilarity = sum of P |i - j|, homogeneity = sum of P / (1 + (i - j)^2), "

@@ -70,14 +70,13 @@ const ResultOperationInfo& texture_lbp_info() {
       .summary = "Describes texture by the shares of the patterns that pixels form with their neighbours.",
       .description =
           "Eight neighbours on a circle of one pixel around each pixel, those in the diagonals interpolated "
-          "bilinearly, "
-          "are compared with it: a neighbour that is at least as bright is 1. A pattern is uniform when there are at "
-          "most two changes between 0 and 1 on the way round the circle. `<plane>.lbp.uniform_0` to `uniform_8` = the "
-          "share of the pixels with a uniform pattern of that many ones, `<plane>.lbp.other` = the share of all other "
-          "patterns; they add up to 1 and do not change when the picture is turned by a right angle or its "
-          "brightness by a growing function that keeps straight lines straight. n = pixels that have a pattern, those "
-          "whose 3 x 3 pixels are all finite numbers and in the same region (for the whole: in the mask); n_invalid = "
-          "the other pixels. A plane without such a pixel has no shares.",
+          "bilinearly, are compared with it: a neighbour that is at least as bright is 1. A pattern is uniform when "
+          "there are at most two changes between 0 and 1 on the way round the circle. `<plane>.lbp.uniform_0` to "
+          "`uniform_8` = the share of the pixels with a uniform pattern of that many ones, `<plane>.lbp.other` = the "
+          "share of all other patterns; they add up to 1 and do not change when the picture is turned by a right angle "
+          "or its brightness by a growing function that keeps straight lines straight. n = pixels that have a pattern, "
+          "those whose 3 x 3 pixels are all finite numbers and in the same region (for the whole: in the mask); "
+          "n_invalid = the other pixels. A plane without such a pixel has no shares.",
       .source =
           "T. Ojala, M. Pietikäinen, T. Mäenpää, Multiresolution gray-scale and rotation invariant texture "
           "classification with local binary patterns, IEEE Trans. Pattern Anal. Mach. Intell. 24(7), 2002, "

@@ -131,9 +131,8 @@ const ResultOperationInfo& thickness_info() {
           "background and no radius. A mask or region without pixels has none of them.",
       .source =
           "P. F. Felzenszwalb, D. P. Huttenlocher, Distance transforms of sampled functions, Theory of Computing "
-          "8(19), "
-          "2012, 415-428, doi:10.4086/toc.2012.v008a019; A. Meijster, J. B. T. M. Roerdink, W. H. Hesselink, A general "
-          "algorithm for computing distance transforms in linear time, 2000",
+          "8(19), 2012, 415-428, doi:10.4086/toc.2012.v008a019; A. Meijster, J. B. T. M. Roerdink, W. H. Hesselink, A "
+          "general algorithm for computing distance transforms in linear time, 2000",
       .operation_class = {._requires_mask_operation = std::vector<std::string>{"*"},
                           .make = [] { return std::make_unique<Thickness>(); }}};
   return info;
