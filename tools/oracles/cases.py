@@ -131,9 +131,10 @@ class Operation:
         return case
 
     def mask_case(self, name, images, expected, params=None, mask=None, labels=None, white=None, scale=None, bands=None,
-                  references=None, may_differ=0, why="", expected_labels=None):
-        """`expected`: height x width of bool. Where `may_differ` pixels may differ, `why` says from what."""
-        if may_differ and not why:
+                  references=None, may_differ=0, why="", expected_labels=None, labels_may_differ=0):
+        """`expected`: height x width of bool. Where `may_differ` pixels of it, or `labels_may_differ` pixels of the
+        labels, may differ, `why` says from what."""
+        if (may_differ or labels_may_differ) and not why:
             raise ValueError(f"{self.key}: {name}: a tolerance needs its reason")
         case = self._case(name, images, params, mask, labels, white, scale, bands, references)
         expected = np.asarray(expected, bool)
@@ -146,6 +147,9 @@ class Operation:
             case["expected_labels"] = _as_input(expected_labels.astype(np.uint16), "labels", "expected").place
         if may_differ:
             case["may_differ"] = int(may_differ)
+        if labels_may_differ:
+            case["labels_may_differ"] = int(labels_may_differ)
+        if may_differ or labels_may_differ:
             case["why"] = why
 
     def result_case(self, name, images, metrics, params=None, mask=None, labels=None, white=None, scale=None,

@@ -61,24 +61,27 @@ def grey(mask):
 
 def each_shape(op, metrics_of, undefined_of=lambda mask: (), scale=None, params=None, looser=None, regions=True,
                real_masks=REAL_MASKS):
-    """A case for every shape, cases with regions, and real masks."""
+    """A case for every shape, cases with regions, and real masks. `looser` may be a function of the mask."""
+    def looser_of(mask):
+        return looser(mask) if callable(looser) else looser
+
     for name, mask in shapes().items():
         undefined = undefined_of(mask)
         metrics = {key: value for key, value in metrics_of(mask).items() if key not in undefined}
-        op.result_case(name, grey(mask), metrics, mask=mask, scale=scale, params=params, looser=looser,
+        op.result_case(name, grey(mask), metrics, mask=mask, scale=scale, params=params, looser=looser_of(mask),
                        undefined=undefined)
     if regions:
         mask = blobs(11) > 0.5
         labels = grid_labels(mask, 3, 4)
-        _region_case(op, "grid_of_regions", mask, labels, metrics_of, undefined_of, params, looser)
+        _region_case(op, "grid_of_regions", mask, labels, metrics_of, undefined_of, params, looser_of(mask))
         mask = blobs(12, sigma=3) > 0.6
         labels = scipy.ndimage.label(mask, EIGHT)[0]
-        _region_case(op, "objects", mask, labels, metrics_of, undefined_of, params, looser)
+        _region_case(op, "objects", mask, labels, metrics_of, undefined_of, params, looser_of(mask))
     for place in real_masks:
         picture = real(place)
         mask = picture.pixels > 0
         op.result_case("real_" + place.split("/")[-1].split(".")[0], {"GRY.GRY": picture}, metrics_of(mask),
-                       mask=picture, params=params, looser=looser)
+                       mask=picture, params=params, looser=looser_of(mask))
 
 
 def _regions(labels, metrics_of, undefined_of):
@@ -278,9 +281,17 @@ def ellipse_fit(op):
             left_out.append("ellipse_angle")
         return left_out
 
-    near_zero = "a square root of a difference of nearly equal eigenvalues: rounding of 1e-16 becomes 1e-8"
-    each_shape(op, metrics, undefined, looser={
-        "minor_axis": {"absolute": 1e-6, "why": near_zero}, "eccentricity": {"absolute": 1e-6, "why": near_zero}})
+    def looser(mask):
+        """For lines and for shapes that are as long as wide."""
+        near_zero = {"absolute": 1e-6, "why": "a square root of what is 0 but for rounding: 1e-16 becomes 1e-8"}
+        found = props(mask)
+        if mask.sum() == 1:
+            return None
+        if found.axis_minor_length < 1e-3:
+            return {"minor_axis": near_zero}
+        return {"eccentricity": near_zero} if found.axis_major_length - found.axis_minor_length < 1e-9 else None
+
+    each_shape(op, metrics, undefined, looser=looser)
 
 
 @operation("result", "feret", oracle="numpy over scipy.spatial.ConvexHull of the pixels' corners")

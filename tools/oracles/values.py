@@ -146,6 +146,7 @@ FORMULAS = {
     "ndwi": lambda b: (b["G"] - b["N"]) / (b["G"] + b["N"]),
     "pri": lambda b: (b["R531"] - b["R570"]) / (b["R531"] + b["R570"]),
 }
+IMAGES = {"B": "BLU", "G": "GRN", "R": "RED", "RE": "EDG", "N": "NIR"}
 CENTRES = {"B": 475, "G": 555, "R": 668, "RE": 705, "RE2": 750, "N": 840, "R531": 531, "R570": 570}
 LIMIT = 0.1
 
@@ -165,9 +166,50 @@ def _msp(bands):
             {f"W_{role}": [CENTRES[role], 10] for role in bands})
 
 
-def _share_over_limit(values):
+def _share_over_limit(values, limit=LIMIT):
     values = values[np.isfinite(values)]
-    return float((values > LIMIT).sum() / values.size)
+    return float((values > limit).sum() / values.size)
+
+
+def _real_bands(capture, roles):
+    """The images of a real capture and their counts by role."""
+    found = {role: real(f"captures/{capture}/{capture}_{IMAGES[role]}.tif") for role in roles}
+    return {f"MSP.{IMAGES[role]}": band for role, band in found.items()}, {r: b.pixels for r, b in found.items()}
+
+
+REAL_LIMIT = 0.4142135623  # no quotient of counts
+
+
+def _index_metrics(maps, where, prefix=""):
+    found = {}
+    for key, values in maps.items():
+        found |= statistics(values[where], prefix + key)
+        found[f"{prefix}{key}.share_over_limit"] = _share_over_limit(values[where], REAL_LIMIT)
+    return found
+
+
+def _add_real_index_cases(op):
+    images, counts = _real_bands("field_20150711", IMAGES)
+    fractions = {role: pixels / WHITE for role, pixels in counts.items()}
+    g, r, b, n = (counts[role].astype(int) for role in "GRBN")
+    # What is zero in counts is not in rounded fractions.
+    assert (g + r != b).all() and (n + g + r != b).all()
+    maps = {key: formula(fractions) for key, formula in FORMULAS.items() if key not in ("psri", "pri")}
+    mask = counts["N"] > 3000
+    labels = grid_labels(mask, 2, 2)
+    op.result_case("real_field", images, _index_metrics(maps, mask), white={"MSP": WHITE}, mask=mask, labels=labels,
+                   params={"indices": list(maps), "limit": REAL_LIMIT},
+                   regions=_each_region(labels, lambda where: _index_metrics(maps, where)))
+    # Eight bits, no declared white level, and gaps between scan lines: 0 in every band.
+    images, counts = _real_bands("bale_20170316", ("B", "G", "R", "N"))
+    assert (counts["N"].astype(int) + counts["R"] == 0).any()
+    fractions = {role: pixels / 255 for role, pixels in counts.items()}
+    keys = ("ndvi", "gndvi", "exg", "gli", "ngrdi", "gcc", "ci_green", "ndwi")
+    with np.errstate(invalid="ignore", divide="ignore"):
+        maps = {key: FORMULAS[key](fractions) for key in keys}
+    everywhere = np.ones(counts["N"].shape, bool)
+    op.result_case("real_scan_line_gaps", images, _index_metrics(maps, everywhere),
+                   params={"indices": list(keys), "limit": REAL_LIMIT})
 
 
 @operation("result", "index_statistics", oracle="numpy",
@@ -185,6 +227,30 @@ def index_statistics(op):
             return {**statistics(values[where], key), f"{key}.share_over_limit": _share_over_limit(values[where])}
         op.result_case(key, images, measure(mask), params={"indices": [key], "limit": LIMIT}, mask=mask, labels=labels,
                        white={"MSP": WHITE}, bands=centres, regions=_each_region(labels, measure))
+    _add_real_index_cases(op)
+
+
+def _add_real_expression_cases(op):
+    images, counts = _real_bands("field_20150711", IMAGES)
+    f = {role: pixels / WHITE for role, pixels in counts.items()}
+    maps = {"evi": 2.5 * (f["N"] - f["R"]) / (f["N"] + 6 * f["R"] - 7.5 * f["B"] + 1),
+            "spread": np.maximum(np.maximum(f["R"], f["G"]), f["RE"]) - np.minimum(np.minimum(f["R"], f["G"]), f["RE"]),
+            "root": np.sqrt(np.abs(f["N"] ** 2 - f["RE"] ** 2))}
+    text = ("evi = 2.5 * (N - R) / (N + 6 * R - 7.5 * B + 1); spread = max(R, G, RE) - min(R, G, RE); "
+            "root = sqrt(abs(N ^ 2 - RE ^ 2))")
+    everywhere = np.ones(counts["N"].shape, bool)
+    op.result_case("real_field", images, _index_metrics(maps, everywhere, "custom_index."), white={"MSP": WHITE},
+                   params={"expressions": text, "limit": REAL_LIMIT})
+    coffee = real("images/coffee.png")
+    red, green, blue = (coffee.pixels[:, :, k] / 255 for k in range(3))
+    with np.errstate(invalid="ignore", divide="ignore"):
+        maps = {"warm": (red - blue) / (red + green + blue), "ratio": np.minimum(red, green) / blue}
+    labels = grid_labels(np.ones(red.shape, bool), 2, 3)
+    text = "warm = (R - B) / (R + G + B); ratio = min(CLR.RGB.R, CLR.RGB.G) / CLR.RGB.B"
+    op.result_case("real_photograph", {"CLR.RGB": coffee},
+                   _index_metrics(maps, np.ones(red.shape, bool), "custom_index."), labels=labels,
+                   params={"expressions": text, "limit": REAL_LIMIT},
+                   regions=_each_region(labels, lambda where: _index_metrics(maps, where, "custom_index.")))
 
 
 @operation("result", "custom_index", oracle="numpy")
@@ -210,9 +276,41 @@ def custom_index(op):
         op.result_case(f"expression_{k}", images, measure(mask),
                        params={"expressions": f"x = {text}", "limit": LIMIT}, mask=mask, labels=labels,
                        white={"MSP": WHITE}, bands=centres, regions=_each_region(labels, measure))
+    _add_real_expression_cases(op)
 
 
 # ---- psii ----
+
+def _ratio(above, below):
+    with np.errstate(invalid="ignore", divide="ignore"):
+        return np.where(below > 0, above / below, np.nan)
+
+
+def _photochemistry(f, min_fm):
+    """The maps of the formulas, from fractions of white."""
+    maps = {"fv_fm": _ratio(f["FM"] - f["F0"], f["FM"]), "phi_psii": _ratio(f["FMP"] - f["FS"], f["FMP"]),
+            "npq": _ratio(f["FM"] - f["FMP"], f["FMP"]), "qp": _ratio(f["FMP"] - f["FS"], f["FMP"] - f["F0P"]),
+            "ql": _ratio(f["FMP"] - f["FS"], f["FMP"] - f["F0P"]) * _ratio(f["F0P"], f["FS"])}
+    return {key: np.where(f["FM"] >= min_fm, values, np.nan) for key, values in maps.items()}
+
+
+def _photochemistry_metrics(maps, where):
+    return {name: value for key, values in maps.items() for name, value in statistics(values[where], key).items()}
+
+
+def _add_stand_in_case(op):
+    """There is no real pair of F0 and FM: reflectance of a field stands in, so that real numbers meet the formulas."""
+    stand_ins = {"F0": "BLU", "FM": "NIR", "FS": "RED", "FMP": "EDG", "F0P": "GRN"}
+    found = {name: real(f"captures/field_20150711/field_20150711_{band}.tif") for name, band in stand_ins.items()}
+    min_fm = 0.35
+    maps = _photochemistry({name: plane.pixels / WHITE for name, plane in found.items()}, min_fm)
+    labels = grid_labels(np.ones(found["FM"].pixels.shape, bool), 2, 2)
+    everywhere = labels > 0
+    assert 0 < np.isfinite(maps["qp"]).sum() < maps["qp"].size
+    op.result_case("field_bands_as_stand_ins", {f"FLU.{name}": plane for name, plane in found.items()},
+                   _photochemistry_metrics(maps, everywhere), params={"min_fm": min_fm}, white={"FLU": WHITE},
+                   labels=labels, regions=_each_region(labels, lambda where: _photochemistry_metrics(maps, where)))
+
 
 @operation("result", "psii", oracle="numpy")
 def psii(op):
@@ -227,21 +325,16 @@ def psii(op):
     f = {name: plane / 65535.0 for name, plane in planes.items()}
     min_fm = 0.1
 
-    def ratio(above, below):
-        with np.errstate(invalid="ignore", divide="ignore"):
-            return np.where(below > 0, above / below, np.nan)
-    maps = {"fv_fm": ratio(f["FM"] - f["F0"], f["FM"]), "phi_psii": ratio(f["FMP"] - f["FS"], f["FMP"]),
-            "npq": ratio(f["FM"] - f["FMP"], f["FMP"]), "qp": ratio(f["FMP"] - f["FS"], f["FMP"] - f["F0P"]),
-            "ql": ratio(f["FMP"] - f["FS"], f["FMP"] - f["F0P"]) * ratio(f["F0P"], f["FS"])}
-    maps = {key: np.where(f["FM"] >= min_fm, values, np.nan) for key, values in maps.items()}
+    maps = _photochemistry(f, min_fm)
     mask = blobs(64, **size) > 0.3
     labels = grid_labels(mask, 2, 3)
 
     def measure(where):
-        return {name: value for key, values in maps.items() for name, value in statistics(values[where], key).items()}
+        return _photochemistry_metrics(maps, where)
     op.result_case("leaf", {f"FLU.{name}": picture(f"psii_{name}", plane) for name, plane in planes.items()},
                    measure(mask), params={"min_fm": min_fm}, mask=mask, labels=labels,
                    regions=_each_region(labels, measure))
+    _add_stand_in_case(op)
 
 
 # ---- image_quality ----
