@@ -107,7 +107,7 @@ class MaskFromFile final : public MaskOperation {
     Mask mask = pixels_of(values, shape, wanted, params.at("invert").get<bool>());
     context().check();
     if (mask.count() == 0) note = "no_pixels: no pixel of " + name + " counts, so the mask is empty";
-    return makes_regions ? with_regions(std::move(mask), values, wanted, name) : mask;
+    return makes_regions ? with_regions(mask, values, wanted, name) : mask;
   }
 
   static Image load_picture(const std::filesystem::path& path) {
@@ -134,7 +134,7 @@ class MaskFromFile final : public MaskOperation {
   }
 
   /// Each value becomes a region that is called after it.
-  [[nodiscard]] Mask with_regions(Mask mask, const Values& values, std::optional<double> wanted,
+  [[nodiscard]] Mask with_regions(const Mask& mask, const Values& values, std::optional<double> wanted,
                                   const std::string& file) const {
     const Shape shape = mask.shape();
     std::vector<double> found = labels_in(values, shape, file, context());

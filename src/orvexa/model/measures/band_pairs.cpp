@@ -68,9 +68,10 @@ std::vector<std::uint32_t> sorted_places(std::span<const std::uint32_t> keys, co
 /// Twice the rank of each key, counted from 1: whole numbers also where equal keys share a rank.
 std::vector<std::uint32_t> twice_ranks(std::span<const std::uint32_t> keys, const RunContext& context) {
   std::vector<std::uint32_t> ranks(keys.size());
-  const auto extremes = std::ranges::minmax(keys);
-  const std::uint32_t low = extremes.min;
-  const std::size_t range = std::size_t{extremes.max} - low + 1;
+  if (keys.empty()) return ranks;
+  const auto extremes = std::ranges::minmax_element(keys);
+  const std::uint32_t low = *extremes.min;
+  const std::size_t range = std::size_t{*extremes.max} - low + 1;
   if (range <= std::max<std::size_t>(4 * keys.size(), 1024) && range <= (std::size_t{1} << 20)) {
     std::vector<std::uint32_t> counts(range, 0);
     for_each_piece(keys.size(), context, [&](std::size_t begin, std::size_t end) {
