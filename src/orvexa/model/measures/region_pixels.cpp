@@ -42,11 +42,11 @@ class CountPlane {
   std::size_t _offset;
 };
 
-std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins, std::int32_t first) {
+std::vector<ValueCount> filled_bins(std::span<const std::uint32_t> bins) {
   std::vector<ValueCount> values(bins.size());
   std::size_t filled = 0;
   for (std::size_t bin = 0; bin < bins.size(); ++bin) {
-    values[filled] = {first + static_cast<std::int32_t>(bin), bins[bin]};  // an empty bin is overwritten by the next
+    values[filled] = {static_cast<std::int32_t>(bin), bins[bin]};  // an empty bin is overwritten by the next
     filled += bins[bin] != 0 ? 1 : 0;
   }
   values.resize(filled);
@@ -345,13 +345,13 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
     const std::vector<std::uint32_t> table = place_table<T>(band, bin_count, value_itself, context);
     std::vector<std::uint32_t> whole(bin_count, 0);
     for (std::size_t i = 0; i < table.size(); ++i) whole[i % bin_count] += table[i];
-    result.whole = describe_counts(filled_bins(whole, 0));
+    result.whole = describe_counts(filled_bins(whole));
     if (_regions.is_single()) {
       result.regions.front() = result.whole;
       return result;
     }
     common::parallel_for(result.regions.size(), [&](std::size_t k) {
-      result.regions[k] = describe_counts(filled_bins(std::span(table).subspan(k * bin_count, bin_count), 0));
+      result.regions[k] = describe_counts(filled_bins(std::span(table).subspan(k * bin_count, bin_count)));
     });
     return result;
   }
@@ -371,7 +371,7 @@ RegionStatistics RegionPixels::measure_counts(const Band& band, const RunContext
   for (const auto& describer : describers.all()) {
     for (std::size_t bin = 0; bin < bin_count; ++bin) whole[bin] += describer->together()[bin];
   }
-  result.whole = describe_counts(filled_bins(whole, 0));
+  result.whole = describe_counts(filled_bins(whole));
   return result;
 }
 
