@@ -15,16 +15,18 @@ namespace orvexa::benchmarks {
 namespace {
 
 /// What an operation needs before it can run on the drawn capture; the others run with their defaults.
-model::Value needed_parameters(const std::string& key) {
-  // The middle of the first disc, and a box around it.
-  static const model::Value seed = {{"points", {{0.025, 0.034}}}};
-  if (key == "region_grow" || key == "threshold_color_distance") return seed;
+model::Value needed_parameters(const std::string& key, model::Shape shape) {
+  if (key == "region_grow" || key == "threshold_color_distance") {
+    return {{"points", model::Value::array({first_disc(shape)})}};
+  }
   if (key == "roi_polygon") return {{"points", {{0.1, 0.1}, {0.9, 0.2}, {0.5, 0.9}}}};
   return model::Value::object();
 }
 
-void apply(benchmark::State& state, const model::MaskOperationInfo* info, const model::Value& params) {
+void apply(benchmark::State& state, const model::MaskOperationInfo* info, const model::Value& chosen) {
   const auto shape = shape_of(state.range(0));
+  model::Value params = needed_parameters(info->key, shape);
+  params.update(chosen);
   const auto capture = drawn_capture(shape);
   const auto images = capture->image_stack();
   const auto threshold = model::get_mask_operation("threshold_auto")();
@@ -91,9 +93,10 @@ void register_reach(const Reach& reach) {
   for (const Reach& reach : reaches()) register_reach(reach);
   for (const model::MaskOperationInfo* info : model::get_all_mask_operation_infos()) {
     if (info->key == "mask_from_file" || info->key == "background_difference") continue;  // need a file
-    benchmark::RegisterBenchmark(("mask/" + info->key).c_str(), apply, info, needed_parameters(info->key))
+    benchmark::RegisterBenchmark(("mask/" + info->key).c_str(), apply, info, model::Value::object())
         ->ArgNames({"megapixels", "threads"})
         ->ArgsProduct({{1, 12}, {1, 2}})
+        ->Args({24, 1})
         ->Unit(benchmark::kMillisecond)
         ->MeasureProcessCPUTime()
         ->UseRealTime();

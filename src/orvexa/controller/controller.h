@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <exception>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -78,6 +80,14 @@ class Controller {
   /// or cuts it.
   std::map<int, std::shared_ptr<model::CaptureSet>> _mask_result_cache;
   mutable ReadAhead _read_ahead;  ///< what `_do_load_capture` may find loaded already
+  /// What `_compute_mask_step` may find computed already.
+  struct PreparedStep {
+    std::shared_ptr<const model::CaptureSet> input_capture;
+    model::MaskOperationConfig mask_op_config;
+    std::shared_ptr<model::CaptureSet> new_capture;  ///< null when it failed
+    std::exception_ptr failure;
+  };
+  std::optional<PreparedStep> _prepared_step;
 
  public:
   // ---- State and model access (controller.cpp) ----------------------------------------------------------------------
@@ -156,15 +166,19 @@ class Controller {
 
   /// The capture after mask steps 0..mask_index, from the cache or computed into it; empty when there is no such step,
   /// no capture, or a step fails (which is logged).
-  [[nodiscard]] std::shared_ptr<model::CaptureSet> get_mask_result(int mask_index);
+  /// @param cancel_event  may be null; must outlive the call. @throws CancelledError once it is set.
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> get_mask_result(int mask_index,
+                                                                   const common::CancelEvent* cancel_event = nullptr);
   /// Parameters of a mask step of the current workflow, or one that is to become such, with their files as absolute
   /// paths.
   [[nodiscard]] Value _resolved_mask_params(const std::string& op, const Value& params) const;
-  /// One step on the capture that enters it. Nothing is cached.
+  /// One step on the capture that enters it. Nothing is cached; what `_prepare_mask_step` found for the same step on
+  /// the same capture is taken.
+  /// @param cancel_event  may be null; must outlive the call.
   /// @throws whatever the step throws; std::invalid_argument when it gives no mask.
-  [[nodiscard]] std::shared_ptr<model::CaptureSet> _compute_mask_step(int mask_index,
-                                                                      const model::CaptureSet& input_capture,
-                                                                      const model::MaskOperationConfig& mask_op_config);
+  [[nodiscard]] std::shared_ptr<model::CaptureSet> _compute_mask_step(
+      int mask_index, const model::CaptureSet& input_capture, const model::MaskOperationConfig& mask_op_config,
+      const common::CancelEvent* cancel_event = nullptr);
   /// The last mask of the chain run on the bare images, up to but not including the first step with the given key (all
   /// steps when absent or empty). A failing step is logged and passed over. Absent when no step gave a mask.
   /// @param cancel_event  may be null; must outlive the call. @throws CancelledError once it is set.
@@ -187,6 +201,11 @@ class Controller {
   /// Checks and computes a step on top of the chain and only then appends it.
   /// @return the capture after the step, for `events.mask_operation_added`; empty without a capture or on failure.
   std::shared_ptr<model::CaptureSet> apply_mask_to_workflow(const std::string& operation_name, const Value& params);
+  /// Works out ahead what `apply_mask_to_workflow` with the same arguments needs, so that it returns at once; a failing
+  /// step fails there. For a worker thread that has the Controller to itself: it changes nothing that can be seen.
+  /// @param cancel_event  may be null; must outlive the call. @throws CancelledError once it is set.
+  void _prepare_mask_step(const std::string& operation_name, const Value& params,
+                          const common::CancelEvent* cancel_event = nullptr);
   /// Whether the step was there and is gone.
   bool remove_mask_from_workflow(int mask_index);
 
@@ -215,11 +234,23 @@ class Controller {
   /// @throws std::runtime_error, std::invalid_argument, CancelledError: every failure reaches the caller.
   [[nodiscard]] MaskPreview run_mask_preview(const std::string& operation_name, const Value& params,
                                              const common::CancelEvent* cancel_event = nullptr) const;
+  /// The same as the step that comes after all of the workflow's steps, whatever their keys. Their masks are cached, so
+  /// that asking again with other parameters costs this step alone.
+  /// @throws std::runtime_error also when one of them fails.
+  [[nodiscard]] MaskPreview run_next_step_preview(const std::string& operation_name, const Value& params,
+                                                  const common::CancelEvent* cancel_event = nullptr);
   /// Recipes of what the mask leaves of each image of the current capture; pixels are made when somebody reads them.
   [[nodiscard]] common::OrderedMap<PreviewImages> _generate_mask_preview_images(const model::Mask& mask_array,
                                                                                 const std::string& operation_name,
                                                                                 const Value& operation_params) const;
 
+ private:
+  /// A preview on the mask that `accumulated` gives; asked for only when the operation takes the chain.
+  [[nodiscard]] MaskPreview preview_on(const std::function<std::optional<model::Mask>()>& accumulated,
+                                       const std::string& operation_name, const Value& params,
+                                       const common::CancelEvent* cancel_event) const;
+
+ public:
   // ---- Intermediate results (intermediate_results.cpp) --------------------------------------------------------------
 
   struct MaskIntermediate {

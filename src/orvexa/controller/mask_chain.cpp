@@ -58,7 +58,8 @@ Value Controller::_resolved_mask_params(const std::string& op, const Value& para
   return model::resolved_mask_params(op, params, workflow ? workflow->folder : Path());
 }
 
-std::shared_ptr<model::CaptureSet> Controller::get_mask_result(int mask_index) {
+std::shared_ptr<model::CaptureSet> Controller::get_mask_result(int mask_index,
+                                                               const common::CancelEvent* cancel_event) {
   const auto workflow = state.current_workflow;
   const auto capture = state.current_capture;
   if (!workflow || !capture || mask_index < 0 || std::cmp_greater_equal(mask_index, workflow->mask_operations.size())) {
@@ -71,8 +72,10 @@ std::shared_ptr<model::CaptureSet> Controller::get_mask_result(int mask_index) {
   for (++index; index <= mask_index; ++index) {
     const model::MaskOperationConfig& mask_op_config = workflow->mask_operations[static_cast<std::size_t>(index)];
     try {
-      result = _compute_mask_step(index, *result, mask_op_config);
+      result = _compute_mask_step(index, *result, mask_op_config, cancel_event);
       _mask_result_cache[index] = result;
+    } catch (const model::CancelledError&) {
+      throw;
     } catch (...) {
       logger.exception(fmt::format("Controller.get_mask_result: Failed to compute mask result at index {} for {} - {}",
                                    index, mask_op_config.op, failure_text()));
@@ -84,8 +87,16 @@ std::shared_ptr<model::CaptureSet> Controller::get_mask_result(int mask_index) {
 
 std::shared_ptr<model::CaptureSet> Controller::_compute_mask_step(int mask_index,
                                                                   const model::CaptureSet& input_capture,
-                                                                  const model::MaskOperationConfig& mask_op_config) {
+                                                                  const model::MaskOperationConfig& mask_op_config,
+                                                                  const common::CancelEvent* cancel_event) {
+  if (_prepared_step && _prepared_step->input_capture.get() == &input_capture &&
+      _prepared_step->mask_op_config == mask_op_config) {
+    const PreparedStep prepared = *std::exchange(_prepared_step, std::nullopt);
+    if (prepared.failure) std::rethrow_exception(prepared.failure);
+    return prepared.new_capture;
+  }
   const auto op = model::get_mask_operation(mask_op_config.op)();
+  op->set_context({.cancel_event = cancel_event, .progress = {}});
   const std::optional<model::Mask>& current_mask = input_capture.mask;
   logger.debug(fmt::format("Controller._compute_mask_step: Running {} at index {} (has current_mask: {})",
                            mask_op_config.op, mask_index, current_mask ? "True" : "False"));
@@ -178,6 +189,7 @@ std::shared_ptr<model::CaptureSet> Controller::_create_masked_capture_for_index(
 
 void Controller::clear_intermediate_results_cache() {
   _mask_result_cache.clear();
+  _prepared_step.reset();
 }
 
 }  // namespace orvexa::controller

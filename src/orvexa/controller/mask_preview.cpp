@@ -100,6 +100,25 @@ const std::optional<common::OrderedMap<PreviewImages>>& Controller::get_mask_pre
 
 Controller::MaskPreview Controller::run_mask_preview(const std::string& operation_name, const Value& params,
                                                      const common::CancelEvent* cancel_event) const {
+  return preview_on([&] { return build_accumulated_mask(operation_name, cancel_event); }, operation_name, params,
+                    cancel_event);
+}
+
+Controller::MaskPreview Controller::run_next_step_preview(const std::string& operation_name, const Value& params,
+                                                          const common::CancelEvent* cancel_event) {
+  const auto chain_mask = [&]() -> std::optional<model::Mask> {
+    const auto workflow = state.current_workflow;
+    if (!workflow || workflow->mask_operations.empty()) return std::nullopt;
+    const auto before = get_mask_result(static_cast<int>(workflow->mask_operations.size()) - 1, cancel_event);
+    if (!before) throw std::runtime_error("A mask step before this one fails on this capture; correct that one first.");
+    return before->mask;
+  };
+  return preview_on(chain_mask, operation_name, params, cancel_event);
+}
+
+Controller::MaskPreview Controller::preview_on(const std::function<std::optional<model::Mask>()>& accumulated_mask,
+                                               const std::string& operation_name, const Value& params,
+                                               const common::CancelEvent* cancel_event) const {
   const auto capture = state.current_capture;
   if (!capture) throw std::runtime_error("No capture data available for preview");
   auto op = model::get_mask_operation(operation_name)();
@@ -107,8 +126,7 @@ Controller::MaskPreview Controller::run_mask_preview(const std::string& operatio
   const model::ImageStack image_stack = capture->image_stack();
   const model::MaskOperationInfo& info = op->info();
   const bool needs_chain = info._requires_accumulated_mask.value_or(!info._is_roi_operation);
-  const std::optional<model::Mask> accumulated =
-      needs_chain ? build_accumulated_mask(operation_name, cancel_event) : std::nullopt;
+  const std::optional<model::Mask> accumulated = needs_chain ? accumulated_mask() : std::nullopt;
   std::optional<model::Mask> preview_mask = shown_mask(*op, {.image_stack = image_stack,
                                                              .current_mask = accumulated,
                                                              .params = _resolved_mask_params(operation_name, params)});

@@ -78,6 +78,32 @@ std::shared_ptr<model::CaptureSet> Controller::apply_mask_to_workflow(const std:
   }
 }
 
+void Controller::_prepare_mask_step(const std::string& operation_name, const Value& params,
+                                    const common::CancelEvent* cancel_event) {
+  _prepared_step.reset();
+  const auto capture = state.current_capture;
+  if (!capture) return;
+  PreparedStep step;
+  try {
+    step.mask_op_config =
+        model::mask_op(operation_name, model::get_mask_operation(operation_name)()->validate_params(params));
+  } catch (const std::exception&) {
+    return;  // applying it says what is wrong, without any work
+  }
+  const int existing_count =
+      state.current_workflow ? static_cast<int>(state.current_workflow->mask_operations.size()) : 0;
+  step.input_capture = existing_count > 0 ? get_mask_result(existing_count - 1, cancel_event) : capture;
+  if (!step.input_capture) return;
+  try {
+    step.new_capture = _compute_mask_step(existing_count, *step.input_capture, step.mask_op_config, cancel_event);
+  } catch (const model::CancelledError&) {
+    throw;
+  } catch (...) {
+    step.failure = std::current_exception();
+  }
+  _prepared_step = std::move(step);
+}
+
 bool Controller::remove_mask_from_workflow(int mask_index) {
   try {
     const auto workflow = state.current_workflow;

@@ -1,0 +1,59 @@
+#include "orvexa/ui/panel_widget.h"
+
+#include <QMetaObject>
+#include <algorithm>
+
+namespace orvexa::ui {
+
+namespace {
+
+/// "FilePanel" -> "file_panel".
+std::string snake_case(std::string_view mixed_case) {
+  std::string text;
+  for (const char letter : mixed_case) {
+    const bool is_capital = letter >= 'A' && letter <= 'Z';
+    if (is_capital && !text.empty()) text += '_';
+    text += is_capital ? static_cast<char>(letter - 'A' + 'a') : letter;
+  }
+  return text;
+}
+
+}  // namespace
+
+PanelWidget::PanelWidget(Workbench& workbench, QWidget* parent) : QWidget(parent), _workbench(workbench) {
+  connect(&workbench, &Workbench::busy_changed, this, [this](bool is_busy) { show_busy(is_busy); });
+}
+
+std::string PanelWidget::class_name() const {
+  const std::string full_name = metaObject()->className();
+  return full_name.substr(full_name.rfind(':') + 1);
+}
+
+std::string PanelWidget::module_path() const {
+  const std::string full_name = metaObject()->className();
+  std::string path;
+  for (const char letter : full_name.substr(0, full_name.rfind(':') + 1)) {
+    if (letter != ':') {
+      path += letter;
+    } else if (!path.ends_with('.')) {
+      path += '.';
+    }
+  }
+  return path + snake_case(class_name());
+}
+
+void PanelWidget::setEnabled(bool enabled) {
+  _is_allowed = enabled;
+  update_enabled();
+}
+
+void PanelWidget::show_busy(bool is_busy) {
+  _is_busy = is_busy;
+  update_enabled();
+}
+
+void PanelWidget::update_enabled() {
+  QWidget::setEnabled(_is_allowed && !_is_busy);
+}
+
+}  // namespace orvexa::ui

@@ -1,0 +1,18 @@
+#include "orvexa/ui/workbench/history.h"
+
+#include <utility>
+
+namespace orvexa::ui {
+
+void History::push(Step step) {
+  _steps.resize(_done);
+  _steps.push_back(std::move(step));
+  ++_done;
+}
+
+void History::clear() {
+  _steps.clear();
+  _done = 0;
+}
+
+}  // namespace orvexa::ui
