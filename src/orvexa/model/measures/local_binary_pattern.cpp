@@ -30,7 +30,10 @@ class ThreeRows {
     _middle = y;
   }
   /// -1, 0, 1 = above, itself, below.
-  [[nodiscard]] const double* row(int dy) const { return _rows[static_cast<std::size_t>(dy + 1)].data(); }
+  [[nodiscard]] const double* row(int dy) const {
+    const int place = dy + 1;
+    return _rows[static_cast<std::size_t>(place)].data();
+  }
 
  private:
   void read(int y) { read_into(y, 2); }

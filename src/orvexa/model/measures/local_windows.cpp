@@ -288,6 +288,7 @@ void row_of_moments(const std::vector<MovingSums<T>>& classes, std::span<WindowM
     seen.front()->moments(out);
   } else {
     std::vector<Sums<T>> windows;
+    windows.reserve(seen.size());
     for (const MovingSums<T>* own : seen) windows.push_back(own->before_first());
     for (std::size_t x = 0; x < out.size(); ++x) {
       for (std::size_t k = 0; k < seen.size(); ++k) seen[k]->move_to(static_cast<int>(x), windows[k]);

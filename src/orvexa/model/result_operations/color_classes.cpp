@@ -139,8 +139,8 @@ ResultImage class_picture(const cv::Mat& map, const std::vector<NamedColor>& pal
       const std::uint8_t* number = map.ptr<std::uint8_t>(y);
       std::uint8_t* rgb = picture.ptr<std::uint8_t>(y);
       float* out = numbers.ptr<float>(y);
-      for (int x = 0; x < map.cols; ++x) {
-        std::copy_n(color_of[number[x]].begin(), 3, rgb + 3 * x);
+      for (int x = 0; x < map.cols; ++x, rgb += 3) {
+        std::ranges::copy(color_of[number[x]], rgb);
         out[x] = number[x] == 0 ? std::numeric_limits<float>::quiet_NaN() : static_cast<float>(number[x]);
       }
     }

@@ -22,6 +22,7 @@ std::vector<NamedExpression> expressions_of(const Value& params) {
 
 RoleBands named_bands(const Value& params, const std::vector<NamedExpression>& expressions) {
   std::vector<RoleUser> users;
+  users.reserve(expressions.size());
   for (const auto& [name, expression] : expressions) users.push_back(role_user(name, expression));
   return role_bands(key, params.at("bands"), users);
 }
@@ -58,6 +59,7 @@ OperationResult CustomIndex::compute(const CaptureSet& capture, const RegionSet&
   const auto expressions = expressions_of(params);
   const RoleBands named = named_bands(params, expressions);
   std::vector<IndexJob> jobs;
+  jobs.reserve(expressions.size());
   for (const NamedExpression& own : expressions) {
     jobs.push_back(
         {.name = own.name,
