@@ -1,8 +1,12 @@
-# `cmake --install`: the executable, the floors below it with their headers, and what find_package(orvexa) needs.
+# `cmake --install`: the two programs, the desktop entry and its icon, the floors below them with their headers, and what
+# find_package(orvexa) needs.
 include(CMakePackageConfigHelpers)
 set(ORVEXA_INSTALL_CMAKE ${CMAKE_INSTALL_LIBDIR}/cmake/orvexa)
 
-install(TARGETS orvexa_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS orvexa_command orvexa_desktop RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/orvexa-desktop.desktop DESTINATION ${CMAKE_INSTALL_DATADIR}/applications)
+install(FILES ${PROJECT_SOURCE_DIR}/packaging/orvexa-desktop.svg
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/icons/hicolor/scalable/apps)
 # What the command says about itself: asked at install time, so that a build of the command alone can be installed.
 set(ORVEXA_DOCUMENTS ${PROJECT_BINARY_DIR}/documents)
 install(

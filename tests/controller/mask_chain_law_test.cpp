@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 
@@ -283,6 +284,36 @@ TEST(MaskChainLaw, ThePreviewOfAnOperationOnTopOfTheChainIsTheStepOnceCommitted)
   }
   EXPECT_GT(on_the_chain, 100);
   EXPECT_GT(telling_masks, 150);
+}
+
+TEST(MaskChainLaw, ThePreviewOfTheNextStepIsThatStepOnceCommittedWhateverCameBefore) {
+  const model::ResultRegistryOverride no_result_operations({});
+  int repeated = 0;
+  for (unsigned seed = 4000; seed < 4200; ++seed) {
+    Dice dice(seed);
+    const auto capture = random_capture(dice);
+    const auto workflow = random_workflow(dice, capture->get_shape());
+    SCOPED_TRACE(testing::Message() << "seed " << seed << ", its last step is tuned\n" << text_of(*workflow));
+    const model::MaskOperationConfig tuned = workflow->mask_operations.back();
+    workflow->mask_operations.pop_back();
+    Probe controller;
+    controller.state.current_capture = capture;
+    controller.state.current_workflow = workflow;
+    const model::MaskOperationInfo& info = model::get_mask_operation(tuned.op);
+    const bool is_on_the_chain =
+        !info._is_roi_operation && !(model::resets_mask_chain(tuned.params) && !info.needs_mask);
+    if (!is_on_the_chain || (info.needs_mask && workflow->mask_operations.empty())) continue;
+    const auto preview = controller.run_next_step_preview(tuned.op, tuned.params);
+    ASSERT_TRUE(preview.mask);
+    const auto committed = controller.apply_mask_to_workflow(tuned.op, tuned.params);
+    ASSERT_NE(committed, nullptr) << controller.state.error.value_or("");
+    EXPECT_EQ(difference(*preview.mask, *committed->mask), "");
+    const auto& steps = controller.state.current_workflow->mask_operations;
+    repeated += static_cast<int>(
+        std::any_of(steps.begin(), steps.end() - 1, [&](const auto& step) { return step.op == tuned.op; }));
+    if (testing::Test::HasFailure()) return;
+  }
+  EXPECT_GT(repeated, 3) << "steps whose operation the workflow had already";
 }
 
 TEST(MaskChainLaw, ThePreviewOfTheStateIsTheFirstStepOfAWorkflow) {

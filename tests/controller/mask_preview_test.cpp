@@ -109,6 +109,39 @@ std::vector<int> values(const model::Image& image) {
   return all;
 }
 
+// ---- The next step of the chain
+// --------------------------------------------------------------------------------------
+
+TEST_F(MaskPreview, TheNextStepIsPreviewedOnAllStepsBeforeItWhichAreRunOnce) {
+  define("left", gives(left));
+  define("top", gives(top));
+  controller.state.current_workflow = workflow_of({"left", "top"});
+  for (int asked = 1; asked <= 3; ++asked) {
+    const auto preview = controller.run_next_step_preview("top", Value::object());
+    ASSERT_TRUE(preview.mask);
+    EXPECT_EQ(*preview.mask, top_left);
+  }
+  EXPECT_THAT(keys_run(), ElementsAre("left", "top", "top", "top", "top"));
+  EXPECT_EQ(runs.back().current_mask, controller.get_mask_result(1)->mask);
+}
+
+TEST_F(MaskPreview, ARegionOfInterestAsTheNextStepIsPreviewedOnTheBareCapture) {
+  define("left", gives(left));
+  define("area", gives(top), [](model::MaskOperationInfo& info) { info._is_roi_operation = true; });
+  controller.state.current_workflow = workflow_of({"left"});
+  const auto preview = controller.run_next_step_preview("area", Value::object());
+  EXPECT_EQ(preview.mask, top);
+  EXPECT_THAT(keys_run(), ElementsAre("area"));
+}
+
+TEST_F(MaskPreview, TheNextStepIsNotPreviewedOnStepsThatFail) {
+  define("broken", fails("no contrast"));
+  define("top", gives(top));
+  controller.state.current_workflow = workflow_of({"broken"});
+  EXPECT_EQ(words_of([&] { static_cast<void>(controller.run_next_step_preview("top", Value::object())); }),
+            "A mask step before this one fails on this capture; correct that one first.");
+}
+
 // ---- Choosing an operation
 // -------------------------------------------------------------------------------------------
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "controller/fakes.h"
+#include "orvexa/model/run_context.h"
 #include "support/log_capture.h"
 
 namespace orvexa::test {
@@ -308,6 +309,59 @@ TEST_F(MaskSteps, AFailureAfterTheStepWasAddedIsReportedWhileTheStepAndItsResult
   EXPECT_THAT(mask_keys(), ElementsAre("keep"));
   EXPECT_THAT(cached_indices(controller), ElementsAre(0));
   EXPECT_EQ(controller.state.message, "Added 'The keep' mask to workflow");
+}
+
+// ---- Working out ahead
+// -----------------------------------------------------------------------------------------------
+
+TEST_F(MaskSteps, AStepThatWasWorkedOutAheadIsNotRunAgainWhenItIsApplied) {
+  give_workflow({"keep"});
+  controller._prepare_mask_step("radius", {{"radius", 5}});
+  EXPECT_EQ(runs, 2);
+  EXPECT_THAT(mask_keys(), ElementsAre("keep"));
+  EXPECT_EQ(controller.state.message, std::nullopt);
+  const auto masked = controller.apply_mask_to_workflow("radius", {{"radius", 5}});
+  ASSERT_NE(masked, nullptr);
+  EXPECT_EQ(masked->mask, left);
+  EXPECT_EQ(runs, 2);
+  EXPECT_THAT(mask_keys(), ElementsAre("keep", "radius"));
+  ASSERT_NE(controller.apply_mask_to_workflow("radius", {{"radius", 5}}), nullptr);
+  EXPECT_EQ(runs, 3) << "the next one stands on another mask";
+}
+
+TEST_F(MaskSteps, AnotherStepThanTheOneThatWasWorkedOutAheadIsRun) {
+  give_workflow({});
+  controller._prepare_mask_step("radius", {{"radius", 5}});
+  ASSERT_NE(controller.apply_mask_to_workflow("radius", {{"radius", 6}}), nullptr);
+  EXPECT_EQ(runs, 2);
+}
+
+TEST_F(MaskSteps, AStepThatFailedAheadFailsWhenItIsApplied) {
+  give_workflow({});
+  controller._prepare_mask_step("broken", Value::object());
+  EXPECT_EQ(controller.state.error, std::nullopt);
+  EXPECT_EQ(controller.apply_mask_to_workflow("broken", Value::object()), nullptr);
+  EXPECT_EQ(controller.state.error, "Failed to add mask to workflow: no contrast");
+  EXPECT_THAT(mask_keys(), IsEmpty());
+}
+
+TEST_F(MaskSteps, WrongParametersAndAMissingCaptureAreLeftToApplying) {
+  give_workflow({});
+  controller._prepare_mask_step("radius", {{"radius", "wide"}});
+  controller._prepare_mask_step("unheard_of", Value::object());
+  controller.state.current_capture = nullptr;
+  controller._prepare_mask_step("keep", Value::object());
+  EXPECT_EQ(runs, 0);
+  EXPECT_EQ(controller.state.error, std::nullopt);
+}
+
+TEST_F(MaskSteps, WorkingOutAheadEndsWhenItIsCancelled) {
+  const model::MaskOperationInfo endless =
+      mask_operation("endless", [](const MaskCall&) -> std::optional<model::Mask> { throw model::CancelledError(); });
+  const model::MaskRegistryOverride only({&endless});
+  give_workflow({});
+  EXPECT_THROW(controller._prepare_mask_step("endless", Value::object()), model::CancelledError);
+  EXPECT_THAT(mask_keys(), IsEmpty());
 }
 
 // ---- Removing

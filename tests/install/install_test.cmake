@@ -19,6 +19,9 @@ expect_file(include/orvexa/controller/controller.h)
 expect_file(include/orvexa/model/workflow/model.h)
 expect_file(include/orvexa/common/value.h)
 run("${PREFIX}/bin/orvexa" --help)
+run(${CMAKE_COMMAND} -E env QT_QPA_PLATFORM=offscreen "${PREFIX}/bin/orvexa-desktop" --version)
+expect_file(share/applications/orvexa-desktop.desktop)
+expect_file(share/icons/hicolor/scalable/apps/orvexa-desktop.svg)
 
 # Each is what the installed command prints.
 function(expect_printed file)

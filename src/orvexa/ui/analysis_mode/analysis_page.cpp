@@ -25,11 +25,11 @@ QSplitter* splitter(Qt::Orientation orientation, std::initializer_list<QWidget*>
 
 }  // namespace
 
-AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent) : QWidget(parent), _workbench(workbench) {
+AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
+    : QWidget(parent), _workbench(workbench), _results(new ResultsPanel(workbench)) {
   auto* files = new FilePanel(workbench);
   auto* measurements = new MeasurementsPanel(workbench);
   auto* viewer = new ImageViewerPanel(workbench);
-  auto* results = new ResultsPanel(workbench);
   auto* workflow = new WorkflowPanel(workbench);
   auto* mask_operation = new MaskOperationPanel(workbench);
   auto* result_operations = new ResultOperationPanel(workbench);
@@ -40,7 +40,7 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent) : QWidget(pare
   adding->addTab(result_operations, tr("Measure"));
 
   _left = splitter(Qt::Vertical, {files, measurements}, {350, 450});
-  _middle = splitter(Qt::Vertical, {viewer, results}, {600, 220});
+  _middle = splitter(Qt::Vertical, {viewer, _results}, {600, 220});
   _right = splitter(Qt::Vertical, {workflow, adding}, {240, 560});
   _columns = splitter(Qt::Horizontal, {_left, _middle, _right}, {280, 780, 360});
   _columns->setStretchFactor(1, 1);
@@ -54,7 +54,7 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent) : QWidget(pare
     part->restoreState(workbench.memory().layout("analysis/" + part->objectName()));
   }
   for (PanelWidget* panel : std::initializer_list<PanelWidget*>{files, measurements, viewer, mask_operation, workflow,
-                                                                result_operations, results}) {
+                                                                result_operations, _results}) {
     workbench.controller().register_panel(*panel);
   }
 }

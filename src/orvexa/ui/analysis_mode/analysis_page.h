@@ -8,6 +8,8 @@
 
 namespace orvexa::ui::analysis_mode {
 
+class ResultsPanel;
+
 /// The panels of the analysis mode and how they share the window: files and images at the left, the viewer in the
 /// middle with the results below it, the workflow at the right with what is being added to it below.
 class AnalysisPage final : public QWidget {
@@ -17,9 +19,11 @@ class AnalysisPage final : public QWidget {
   explicit AnalysisPage(Workbench& workbench, QWidget* parent = nullptr);
   /// Keeps how large the parts are.
   void remember_layout();
+  [[nodiscard]] ResultsPanel& results_panel() { return *_results; }
 
  private:
   Workbench& _workbench;
+  ResultsPanel* _results;
   QSplitter* _columns;
   QSplitter* _left;
   QSplitter* _middle;

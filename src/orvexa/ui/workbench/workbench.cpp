@@ -9,6 +9,7 @@
 #include "orvexa/common/logger.h"
 #include "orvexa/model/failure_text.h"
 #include "orvexa/model/samples/samples.h"
+#include "orvexa/model/workflow/parameter_files.h"
 #include "orvexa/ui/text.h"
 
 namespace orvexa::ui {
@@ -449,15 +450,27 @@ bool Workbench::recover_workflow(const Path& file) {
 
 bool Workbench::save_workflow(const Path& file) {
   if (_is_busy) return false;
+  const std::shared_ptr<model::Workflow> before = _controller->state.current_workflow;
+  const Path folder = std::filesystem::absolute(file).parent_path();
+  if (before && before->folder != folder) {
+    // Files that parameters name relative to the workflow must be the same ones seen from the new place.
+    auto moved = std::make_shared<model::Workflow>(model::moved_to(*before, folder));
+    moved->folder = folder;
+    _controller->set_workflow(moved);
+  }
   const bool is_saved = _controller->save_workflow_to_file(file);
   if (is_saved) {
     _controller->state.error.reset();
-    _controller->state.current_workflow->folder = std::filesystem::absolute(file).parent_path();
     _workflow_file = file;
     _saved_workflow = workflow_copy();
     _autosave->keep(nullptr);
     _memory.remember(Memory::List::workflows, file);
+    update_pictures();
     Q_EMIT workflow_changed();
+  } else if (before && before != _controller->state.current_workflow) {
+    const std::string error = _controller->state.error.value_or("");
+    _controller->set_workflow(before);
+    _controller->_set_error(error);
   }
   refresh();
   return is_saved;
