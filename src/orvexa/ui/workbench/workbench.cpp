@@ -531,17 +531,21 @@ void Workbench::run_results(const Path& folder) {
   _previewer->end();
   _memory.remember(Memory::List::output_folders, folder);
   auto is_complete = std::make_shared<bool>(false);
+  auto measured = std::make_shared<std::shared_ptr<const MeasuredResults>>();
   run_busy(
       tr("Measuring"),
-      [this, folder, is_complete](const Worker::Job& job) {
+      [this, folder, is_complete, measured](const Worker::Job& job) {
         const auto tell_progress = [this, &job](const std::string& text) {
           job.deliver([this, text] { Q_EMIT progress_told(to_qt(text)); });
         };
         *is_complete = _controller->generate_results_v2(folder.string(), tell_progress, &job.cancel_event());
+        // Thousands of regions take too long for the UI thread.
+        if (*is_complete) *measured = measured_results(*_controller);
       },
-      [this, is_complete] {
+      [this, is_complete, measured] {
         auto& state = _controller->state;
         if (*is_complete) {
+          _results = *measured;
           state.message = from_qt(tr("Results written to %1").arg(to_qt(*state.last_saved_results_folder)));
         } else if (!state.error) {
           state.message = from_qt(tr("Cancelled; nothing was written"));
@@ -549,6 +553,10 @@ void Workbench::run_results(const Path& folder) {
         state.derive_phase();
         Q_EMIT results_ended(*is_complete);
       });
+}
+
+std::shared_ptr<const MeasuredResults> Workbench::results() const {
+  return _controller->state.last_results ? _results : nullptr;
 }
 
 void Workbench::run_batch(const BatchOrder& order) {

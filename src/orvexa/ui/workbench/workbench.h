@@ -13,6 +13,7 @@
 #include "orvexa/ui/workbench/autosave.h"
 #include "orvexa/ui/workbench/history.h"
 #include "orvexa/ui/workbench/mailbox.h"
+#include "orvexa/ui/workbench/measured_results.h"
 #include "orvexa/ui/workbench/memory.h"
 #include "orvexa/ui/workbench/previewer.h"
 #include "orvexa/ui/workbench/step_results.h"
@@ -101,6 +102,8 @@ class Workbench : public QObject {
   // ---- Runs on the worker -------------------------------------------------------------------------------------------
 
   void run_results(const Path& folder);
+  /// What the last run found; null when there is none or another capture was opened since.
+  [[nodiscard]] std::shared_ptr<const MeasuredResults> results() const;
   struct BatchOrder {
     std::vector<Path> files;
     Path output_folder;
@@ -154,6 +157,7 @@ class Workbench : public QObject {
   History _history;
   WorkflowCopy _saved_workflow;  ///< as it was when it was last saved or loaded
   std::optional<Path> _workflow_file;
+  std::shared_ptr<const MeasuredResults> _results;
   std::optional<Path> _capture_of_analysis;  ///< what to open again when people come back to the mode
 
   std::unique_ptr<Worker> _worker;  ///< with the Controller
