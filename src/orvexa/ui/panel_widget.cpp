@@ -53,7 +53,21 @@ void PanelWidget::show_busy(bool is_busy) {
 }
 
 void PanelWidget::update_enabled() {
-  QWidget::setEnabled(_is_allowed && !_is_busy);
+  const bool is_enabled = _is_allowed && !_is_busy;
+  if (!is_enabled) {
+    // A disabled widget hands the keyboard on to the next one, which is about to be disabled as well, so that people
+    // would find it in a place that they never chose. It comes back to where it was instead.
+    QWidget* focus = window()->focusWidget();
+    if (focus != nullptr && isAncestorOf(focus)) {
+      _had_focus = focus;
+      focus->clearFocus();
+    }
+  }
+  QWidget::setEnabled(is_enabled);
+  if (is_enabled && _had_focus) {
+    if (window()->focusWidget() == nullptr && _had_focus->isVisible()) _had_focus->setFocus(Qt::OtherFocusReason);
+    _had_focus.clear();
+  }
 }
 
 }  // namespace orvexa::ui

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 #include <string>
 
@@ -37,6 +38,7 @@ class PanelWidget : public QWidget, public controller::Panel, public controller:
   Workbench& _workbench;
   bool _is_allowed = true;
   bool _is_busy = false;
+  QPointer<QWidget> _had_focus;  ///< the part that had the keyboard when the panel was disabled
 };
 
 }  // namespace orvexa::ui
