@@ -147,7 +147,7 @@ QWidget* ResultOperationPanel::make_details() {
     label->setWordWrap(true);
     label->setTextInteractionFlags(Qt::TextSelectableByMouse);
   }
-  _parameters = new ResultParameters;
+  _parameters = new ResultParameters(workbench());
   _parameters->setObjectName("operation_parameters");
   connect(_parameters, &ResultParameters::edited, this, [this](const common::Value& values) {
     const Row* row = current_row();
@@ -289,7 +289,7 @@ void ResultOperationPanel::show_details() {
   for (QLabel* label : {_name, _summary, _reason}) label->setVisible(row != nullptr);
   _parameters->setVisible(row != nullptr);
   if (row == nullptr) {
-    _parameters->show_parameters(nullptr, {});
+    _parameters->show_parameters(nullptr, {}, std::nullopt);
     return;
   }
   const model::ResultOperationConfig* config = config_of(row->key);
@@ -303,7 +303,8 @@ void ResultOperationPanel::show_details() {
   }
   _reason->setText(reason);
   _reason->setVisible(!reason.isEmpty());
-  _parameters->show_parameters(row->info, config != nullptr ? config->params : common::Value::object());
+  _parameters->show_parameters(row->info, config != nullptr ? config->params : common::Value::object(),
+                               workbench().memory().parameters(row->key));
   _parameters->setEnabled(config != nullptr);
 }
 

@@ -1,27 +1,26 @@
 #pragma once
 
-#include <QFormLayout>
-#include <QLabel>
-#include <QLineEdit>
 #include <QWidget>
-#include <vector>
 
 #include "orvexa/common/value.h"
 #include "orvexa/model/result_operations/result_operation.h"
+#include "orvexa/ui/editors/editor_context.h"
+#include "orvexa/ui/editors/parameter_form.h"
 
 namespace orvexa::ui::analysis_mode {
 
-/// The parameters of a result operation, a line each, spelled as on the command line. Who owns it checks what was
-/// edited.
+/// The form of the selected result operation. Who owns it checks what was edited.
 class ResultParameters final : public QWidget {
   Q_OBJECT
 
  public:
-  explicit ResultParameters(QWidget* parent = nullptr);
+  explicit ResultParameters(Workbench& workbench, QWidget* parent = nullptr);
 
+  /// Reads the state.
   /// @param operation  null for none; must outlive this. @param values  of its parameters; defaults where one is
-  /// missing.
-  void show_parameters(const model::ResultOperationInfo* operation, const common::Value& values);
+  /// missing. @param last_used  absent when the operation never was used.
+  void show_parameters(const model::ResultOperationInfo* operation, const common::Value& values,
+                       const std::optional<common::Value>& last_used);
   /// A sentence about what was edited last; empty when there is nothing to say.
   void show_problem(const QString& sentence);
 
@@ -30,14 +29,10 @@ class ResultParameters final : public QWidget {
   void edited(const common::Value& values);
 
  private:
-  void make_lines();
-  void read_lines();
-
+  WorkbenchEditorContext _context;
   const model::ResultOperationInfo* _operation = nullptr;
-  common::Value _values = common::Value::object();
-  QFormLayout* _form;
-  std::vector<QLineEdit*> _lines;  ///< in the order of the parameters
-  QLabel* _problem;
+  common::Value _shown = common::Value::object();  ///< the values that the form was given
+  ParameterForm* _form = nullptr;
 };
 
 }  // namespace orvexa::ui::analysis_mode

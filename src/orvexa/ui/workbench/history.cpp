@@ -10,6 +10,12 @@ void History::push(Step step) {
   ++_done;
 }
 
+void History::prolong(const WorkflowCopy& after) {
+  if (_done == 0) return;
+  _steps.resize(_done);
+  _steps.back().after = after;
+}
+
 void History::clear() {
   _steps.clear();
   _done = 0;

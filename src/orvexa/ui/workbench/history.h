@@ -24,6 +24,9 @@ class History {
 
   /// Something was done: what had been undone can no longer be redone.
   void push(Step step);
+  /// The last thing that was done goes on, as when a number is typed figure by figure: its step ends later. Does
+  /// nothing when there is no step.
+  void prolong(const WorkflowCopy& after);
   void clear();
   /// The step that would be undone or redone next, or null.
   [[nodiscard]] const Step* undo_step() const { return _done == 0 ? nullptr : &_steps[_done - 1]; }

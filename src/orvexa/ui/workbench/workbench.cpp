@@ -252,7 +252,6 @@ void Workbench::end_change(const WorkflowCopy& before, const QString& text) {
   const WorkflowCopy after = workflow_copy();
   if (equal(before, after)) return;
   _history.push({.text = text, .before = before, .after = after});
-  _autosave->keep(equal(after, _saved_workflow) ? nullptr : after);
   if (before && after) {
     const QString added = names_missing_in(measured_keys(after), measured_keys(before), *_controller);
     const QString removed = names_missing_in(measured_keys(before), measured_keys(after), *_controller);
@@ -261,6 +260,12 @@ void Workbench::end_change(const WorkflowCopy& before, const QString& text) {
     if (!removed.isEmpty()) message += tr("; no longer measured: %1").arg(removed);
     _controller->state.message = from_qt(message);
   }
+  note_change();
+}
+
+void Workbench::note_change() {
+  const WorkflowCopy workflow = workflow_copy();
+  _autosave->keep(equal(workflow, _saved_workflow) ? nullptr : workflow);
   Q_EMIT workflow_changed();
 }
 
@@ -372,11 +377,23 @@ std::optional<QString> Workbench::edit_result_operation(const std::string& key, 
   } catch (...) {
     return to_qt(failure_text());
   }
+  if (*changed == *before) return std::nullopt;
   _memory.remember_parameters(key, params);
   _controller->set_workflow(changed);
   const QString name = to_qt(info->display_name);
+  const QString text = tr("change %1").arg(name);
   _controller->state.message = from_qt(tr("Changed %1").arg(name));
-  end_change(before, tr("change %1").arg(name));
+  const History::Step* last = _history.undo_step();
+  const bool goes_on = _edited_operation == key && _since_edit.isValid() && !_since_edit.hasExpired(typing_pause_ms) &&
+                       last != nullptr && equal(last->after, before);
+  _edited_operation = key;
+  _since_edit.start();
+  if (goes_on) {
+    _history.prolong(workflow_copy());
+    note_change();
+  } else {
+    end_change(before, text);
+  }
   refresh();
   return std::nullopt;
 }

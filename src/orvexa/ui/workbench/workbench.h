@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
 #include <QString>
 #include <filesystem>
@@ -76,7 +77,9 @@ class Workbench : public QObject {
   void want_edit(int index);
   /// What is measured from now on, by key.
   void set_result_operations(const std::vector<std::string>& keys);
+  /// The same for a measured operation. Edits of one operation within `typing_pause_ms` are one step of the history.
   std::optional<QString> edit_result_operation(const std::string& key, const common::Value& params);
+  static constexpr int typing_pause_ms = 1500;
   void set_title(const QString& title);
   void new_workflow();
   /// @return whether it was loaded; if not, the workflow is the one before.
@@ -141,6 +144,8 @@ class Workbench : public QObject {
   /// Makes what changed since `before` a step of the history and names in the status line what availability added or
   /// took away; does nothing when nothing changed.
   void end_change(const WorkflowCopy& before, const QString& text);
+  /// The workflow is another one: it is kept against crashes, and everybody is told.
+  void note_change();
   void put_in_place(const WorkflowCopy& workflow);
   /// After every change of capture or workflow.
   void update_pictures();
@@ -155,6 +160,8 @@ class Workbench : public QObject {
 
   bool _is_busy = false;
   History _history;
+  QElapsedTimer _since_edit;  ///< of the parameters of `_edited_operation`
+  std::string _edited_operation;
   WorkflowCopy _saved_workflow;  ///< as it was when it was last saved or loaded
   std::optional<Path> _workflow_file;
   std::shared_ptr<const MeasuredResults> _results;
