@@ -38,6 +38,8 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
   adding->setObjectName("adding_tabs");
   adding->addTab(mask_operation, tr("Mask step"));
   adding->addTab(result_operations, tr("Measure"));
+  connect(&workbench, &Workbench::step_edit_wanted, adding,
+          [adding, mask_operation] { adding->setCurrentWidget(mask_operation); });
 
   _left = splitter(Qt::Vertical, {files, measurements}, {350, 450});
   _middle = splitter(Qt::Vertical, {viewer, _results}, {600, 220});

@@ -21,8 +21,13 @@ constexpr int key_role = Qt::UserRole;
 constexpr const char* preview_choice = "mask_operation/preview";
 constexpr const char* logarithmic_choice = "mask_operation/logarithmic";
 
+/// Whether all words stand in what is known about an operation. Methods are looked for by their names ("otsu"), which
+/// stand among the choices of a parameter.
 bool fits(const model::MaskOperationInfo& info, const QStringList& words) {
-  const QString text = to_qt(info.display_name + ' ' + info.key + ' ' + info.category + ' ' + info.summary);
+  QString text = to_qt(info.display_name + ' ' + info.key + ' ' + info.category + ' ' + info.summary);
+  for (const model::ParameterInfo& parameter : info.parameters) {
+    for (const std::string& choice : parameter.choices) text += ' ' + to_qt(choice);
+  }
   return std::all_of(words.begin(), words.end(),
                      [&text](const QString& word) { return text.contains(word, Qt::CaseInsensitive); });
 }
@@ -395,8 +400,7 @@ void MaskOperationPanel::begin_edit(int index) {
   _list->setCurrentItem(nullptr);
   _edit = Edit{.index = index, .operation = step.op};
   open_form(*found->second, step.params);
-  _form->setFocus();
-  if (!_form->focusWidget()) _form->focusNextChild();
+  _form->focus_first();
 }
 
 void MaskOperationPanel::end_edit() {
@@ -504,17 +508,17 @@ void MaskOperationPanel::update_histogram() {
   if (_histogram_question && is_same_histogram(*_histogram_question, question)) return;
   _histogram_question = question;
   _histogram_worker.start([this, question = std::move(question)](const Worker::Job& job) {
-    std::optional<HistogramData> data;
+    std::optional<HistogramData> counted;
     QString reason;
     try {
-      data = make_histogram(question, {.cancel_event = &job.cancel_event()});
+      counted = make_histogram(question, {.cancel_event = &job.cancel_event(), .progress = {}});
     } catch (const model::CancelledError&) {
       return;
     } catch (...) {
       reason = to_qt(model::failure_text());
     }
-    job.deliver([this, data = std::move(data), reason] {
-      _histogram->set_data(data, reason);
+    job.deliver([this, counted = std::move(counted), reason] {
+      _histogram->set_data(counted, reason);
       show_limits();
     });
   });
@@ -524,11 +528,11 @@ void MaskOperationPanel::show_limits() {
   const HistogramLimits* limits = _chosen == nullptr ? nullptr : histogram_limits(_chosen->key);
   if (limits == nullptr) return;
   const Value values = _form->values();
-  const std::optional<HistogramData>& data = _histogram->data();
+  const std::optional<HistogramData>& shown = _histogram->data();
   const auto limit_of = [&](std::string_view name) {
     std::optional<double> value = number_of(values, name);
     if (value && limits->axis == HistogramLimits::Axis::percentiles_of_band) {
-      value = data ? std::optional(data->value_at_percent(*value)) : std::nullopt;
+      value = shown ? std::optional(shown->value_at_percent(*value)) : std::nullopt;
     }
     return HistogramView::Limit{.name = parameter_label(std::string(name)), .value = value};
   };
@@ -544,12 +548,12 @@ void MaskOperationPanel::show_limits() {
 
 void MaskOperationPanel::take_limit(int limit, double value) {
   const HistogramLimits* limits = _chosen == nullptr ? nullptr : histogram_limits(_chosen->key);
-  const std::optional<HistogramData>& data = _histogram->data();
-  if (limits == nullptr || !data) return;
+  const std::optional<HistogramData>& shown = _histogram->data();
+  if (limits == nullptr || !shown) return;
   if (limits->axis == HistogramLimits::Axis::percentiles_of_band) {
     // The lower limit takes the whole bin that it stands on in, and so does the upper one.
-    const double edge = data->is_of_counts ? (limit == 0 ? -0.5 : 0.5) * data->step : 0.0;
-    value = std::round(10 * data->percent_below(value + edge)) / 10;
+    const double edge = shown->is_of_counts ? (limit == 0 ? -0.5 : 0.5) * shown->step : 0.0;
+    value = std::round(10 * shown->percent_below(value + edge)) / 10;
   }
   _form->edit(std::string(limit == 0 ? limits->low : limits->high), value);
 }

@@ -126,6 +126,10 @@ void ParameterForm::update_context() {
   for (ParameterEditor* editor : _editors) editor->update_context();
 }
 
+void ParameterForm::focus_first() {
+  if (!_editors.empty()) _editors.front()->setFocus();
+}
+
 bool ParameterForm::eventFilter(QObject* watched, QEvent* event) {
   if (event->type() == QEvent::FocusIn) {
     if (const auto* focused = qobject_cast<QWidget*>(watched)) show_help(*focused);

@@ -35,6 +35,8 @@ class ParameterForm final : public QWidget {
   [[nodiscard]] ParameterEditor* editor(const std::string& name) const;
   /// The context has other bands, or an image to pick on.
   void update_context();
+  /// Puts the focus into the first editor.
+  void focus_first();
 
  Q_SIGNALS:
   /// A person changed a parameter, or with an empty name all of them.

@@ -94,7 +94,8 @@ class Table final : public QTableWidget {
     verticalHeader()->setDefaultSectionSize(fontMetrics().height() + 6);
     setSelectionMode(QAbstractItemView::SingleSelection);
     setTabKeyNavigation(false);  // so that Tab leaves the table
-    setEditTriggers(QAbstractItemView::AllEditTriggers & ~QAbstractItemView::CurrentChanged);
+    setEditTriggers(QAbstractItemView::DoubleClicked | QAbstractItemView::SelectedClicked |
+                    QAbstractItemView::EditKeyPressed | QAbstractItemView::AnyKeyPressed);
     constexpr int rows_shown = 4;
     setFixedHeight(horizontalHeader()->sizeHint().height() + rows_shown * verticalHeader()->defaultSectionSize() +
                    2 * frameWidth() + 2);
