@@ -12,7 +12,7 @@
 
 #include "orvexa/ui/analysis_mode/image_viewer_panel.h"
 #include "support/captures.h"
-#include "support/desktop.h"
+#include "ui/support/desktop.h"
 
 namespace orvexa::ui::analysis_mode {
 namespace {

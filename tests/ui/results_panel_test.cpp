@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "orvexa/ui/text.h"
-#include "support/block_capture.h"
+#include "ui/support/block_capture.h"
 
 namespace orvexa::test {
 namespace {

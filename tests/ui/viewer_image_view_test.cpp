@@ -9,7 +9,7 @@
 
 #include "orvexa/ui/viewer/image_view.h"
 #include "support/captures.h"
-#include "support/desktop.h"
+#include "ui/support/desktop.h"
 
 namespace orvexa::ui::viewer {
 namespace {

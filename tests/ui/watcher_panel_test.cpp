@@ -2,7 +2,7 @@
 
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
-#include "support/desktop.h"
+#include "ui/support/desktop.h"
 
 namespace orvexa::test {
 namespace {

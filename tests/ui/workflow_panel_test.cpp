@@ -4,7 +4,7 @@
 
 #include "orvexa/ui/analysis_mode/step_delegate.h"
 #include "orvexa/ui/text.h"
-#include "support/block_capture.h"
+#include "ui/support/block_capture.h"
 
 namespace orvexa::test {
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "support/captures.h"
-#include "support/desktop.h"
+#include "ui/support/desktop.h"
 
 namespace orvexa::test {
 

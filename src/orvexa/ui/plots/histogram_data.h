@@ -17,12 +17,12 @@ namespace orvexa::ui {
 
 /// How often each value occurs, for a plot: in bins of equal width, in the unit of the limits that are set in it.
 struct HistogramData {
-  std::string name;                  ///< of the band or index
-  QString unit;                      ///< "fraction of white"; empty for none
-  double first = 0;                  ///< the left edge of bin 0
-  double step = 1;                   ///< the width of a bin; positive
-  std::vector<std::int64_t> whole;   ///< of all pixels; not empty
-  std::vector<std::int64_t> inside;  ///< of those that the steps before left; as many bins
+  std::string name = {};                  ///< of the band or index
+  QString unit = {};                      ///< "fraction of white"; empty for none
+  double first = 0;                       ///< the left edge of bin 0
+  double step = 1;                        ///< the width of a bin; positive
+  std::vector<std::int64_t> whole = {};   ///< of all pixels; not empty
+  std::vector<std::int64_t> inside = {};  ///< of those that the steps before left; as many bins
   /// The bins are counts of an integer picture, whose middles are the values: there is nothing between them.
   bool is_of_counts = false;
 
