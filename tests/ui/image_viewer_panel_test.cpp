@@ -23,7 +23,12 @@ using test::wait_until;
 /// 50000, and a single pixel (x 300, y 120) 65535.
 class ImageViewerPanelTest : public test::DesktopTest {
  protected:
-  ImageViewerPanelTest() : panel(std::make_unique<ImageViewerPanel>(*workbench)) {
+  ImageViewerPanelTest() {
+    // Choices of a test before this one may still be remembered.
+    workbench->memory().remember_choice("viewer/overlay", true);
+    workbench->memory().remember_choice("viewer/overlay_color", 0);
+    workbench->memory().remember_choice("viewer/overlay_opacity", 40);
+    panel = std::make_unique<ImageViewerPanel>(*workbench);
     controller().register_panel(*panel);
     panel->resize(800, 600);
     panel->show();

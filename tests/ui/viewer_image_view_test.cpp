@@ -69,7 +69,7 @@ class ImageViewTest : public testing::Test {
     QApplication::sendEvent(&view, &event);
   }
   void press(Qt::Key key, Qt::KeyboardModifiers modifiers = {}) { QTest::keyClick(&view, key, modifiers); }
-  void press(Qt::Key key, int times) {
+  void press_often(Qt::Key key, int times) {
     for (int i = 0; i < times; ++i) press(key);
   }
   [[nodiscard]] QRgb color_at(QPoint at) { return view.grab().toImage().pixel(at); }
@@ -124,9 +124,9 @@ TEST_F(ImageViewTest, GivenAWheelTurned_ThenThePixelUnderThePointerStays) {
 }
 
 TEST_F(ImageViewTest, ZoomsAndFitsByKeyboard) {
-  press(Qt::Key_Plus, 2);
+  press_often(Qt::Key_Plus, 2);
   EXPECT_NEAR(view.view().scale, 1, 1e-9);
-  press(Qt::Key_Minus, 2);
+  press_often(Qt::Key_Minus, 2);
   EXPECT_NEAR(view.view().scale, 0.5, 1e-9);
   press(Qt::Key_1);
   EXPECT_EQ(view.view().scale, 1);
@@ -429,7 +429,7 @@ TEST_F(ImageViewTest, DrawsByKeyboardAlone) {
   press(Qt::Key_Right);  // shows the cross-hair in the middle: 400, 300
   press(Qt::Key_Space);
   press(Qt::Key_Right, Qt::ShiftModifier);
-  press(Qt::Key_Down, 4);
+  press_often(Qt::Key_Down, 4);
   press(Qt::Key_Space);  // covers the pixels 400..410 and 300..304
   press(Qt::Key_Right, Qt::ControlModifier | Qt::ShiftModifier);
   press(Qt::Key_Down, Qt::AltModifier);

@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include "orvexa/ui/viewer/view_transform.h"
+
 namespace orvexa::ui::viewer {
 
 namespace {
@@ -69,8 +71,8 @@ QPointF Drawing::edge_near(QPointF at) const {
 }
 
 QPointF Drawing::middle_of_pixel(QPointF at) const {
-  return {std::clamp(std::floor(at.x()), 0.0, _image.width() - 1.0) + 0.5,
-          std::clamp(std::floor(at.y()), 0.0, _image.height() - 1.0) + 0.5};
+  const QPoint pixel = pixel_at(at);
+  return {std::clamp(pixel.x(), 0, _image.width() - 1) + 0.5, std::clamp(pixel.y(), 0, _image.height() - 1) + 0.5};
 }
 
 QRectF Drawing::circle_through(QPointF centre, QPointF rim) const {

@@ -295,8 +295,7 @@ void ImageView::point_at(std::optional<QPointF> in_view) {
   if (!_picture) {
     Q_EMIT pointed_at({-1, -1});
   } else if (_pointer) {
-    const QPointF at = _view.to_image(*_pointer);
-    Q_EMIT pointed_at({static_cast<int>(std::floor(at.x())), static_cast<int>(std::floor(at.y()))});
+    Q_EMIT pointed_at(pixel_at(_view.to_image(*_pointer)));
   } else {
     Q_EMIT pointed_at(_cross_hair.value_or(QPoint(-1, -1)));
   }
@@ -504,9 +503,9 @@ bool ImageView::handle_drawing_key(const QKeyEvent& event) {
 void ImageView::set_cross_hair(bool is_shown) {
   if (is_shown == _cross_hair.has_value() || (is_shown && !_picture)) return;
   if (is_shown) {
-    const QPointF middle = _view.to_image(QPointF(width() / 2.0, height() / 2.0));
-    _cross_hair = QPoint(std::clamp(static_cast<int>(std::floor(middle.x())), 0, image_size().width() - 1),
-                         std::clamp(static_cast<int>(std::floor(middle.y())), 0, image_size().height() - 1));
+    const QPoint middle = pixel_at(_view.to_image(QPointF(width() / 2.0, height() / 2.0)));
+    _cross_hair = QPoint(std::clamp(middle.x(), 0, image_size().width() - 1),
+                         std::clamp(middle.y(), 0, image_size().height() - 1));
   } else {
     _cross_hair.reset();
   }

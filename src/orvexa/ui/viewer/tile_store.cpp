@@ -43,6 +43,8 @@ TileStore::TileStore(Mailbox::Address mailbox)
 void TileStore::show_picture(const std::shared_ptr<const Picture>& picture) {
   if (picture == _next.picture) return;
   const bool is_same_image = picture && _next.picture && picture->entry == _next.picture->entry;
+  const bool is_same_size = picture && _next.picture && shape_of(*picture) == shape_of(*_next.picture);
+  if (!is_same_size) _visible = {};  // tiles of another size of image: the view says anew what it sees
   _next.picture = picture;
   _told.reset();
   if (!is_same_image) {

@@ -22,7 +22,8 @@ class TileStore : public QObject {
  public:
   explicit TileStore(Mailbox::Address mailbox);
 
-  /// @param picture  null = nothing is shown from now on.
+  /// @param picture  null = nothing is shown from now on. With another size of image nothing is wanted until `want` is
+  /// called.
   void show_picture(const std::shared_ptr<const Picture>& picture);
   /// @param overlay  for the overlaid layer; null = nothing.
   void show_overlay(const std::shared_ptr<const MaskOverlay>& overlay);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPoint>
 #include <QPointF>
 #include <QRect>
 #include <QSize>
@@ -8,6 +9,13 @@
 #include <cmath>
 
 namespace orvexa::ui::viewer {
+
+/// The pixel that a position in the image lies in. As where picked points become pixels, a millionth of a pixel is
+/// added, because a position on an edge may have lost as much through rounding.
+[[nodiscard]] inline QPoint pixel_at(QPointF in_image) {
+  constexpr double lost = 1e-6;
+  return {static_cast<int>(std::floor(in_image.x() + lost)), static_cast<int>(std::floor(in_image.y() + lost))};
+}
 
 /// Where the image lies in the view: the point (x, y) of the image, whose first pixel reaches from 0 to 1, lies at
 /// origin + scale * (x, y).
