@@ -15,7 +15,11 @@ using ui::HistogramView;
 
 /// Counts 0 to 100 of an image whose white is 100, ten pixels each.
 HistogramData hundred_counts() {
-  HistogramData data{.name = "CLR.image", .first = -0.005, .step = 0.01, .is_of_counts = true};
+  HistogramData data;
+  data.name = "CLR.image";
+  data.first = -0.005;
+  data.step = 0.01;
+  data.is_of_counts = true;
   data.whole.assign(101, 10);
   data.inside = data.whole;
   return data;
@@ -96,7 +100,7 @@ TEST_F(HistogramViewTest, TheAxisZoomsAndComesBack) {
 }
 
 TEST(HistogramDataTest, PercentsAndValuesBelongTogether) {
-  HistogramData data{.name = "x", .first = 0, .step = 1};
+  HistogramData data;
   data.whole = data.inside = {1, 0, 3};
   EXPECT_EQ(data.percent_below(1), 25);
   EXPECT_EQ(data.percent_below(2), 25);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <QSettings>
 #include <QSignalSpy>
 #include <QTest>
 #include <filesystem>
@@ -33,6 +34,9 @@ class DesktopTest : public testing::Test {
     for (const char* name : {"XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"}) {
       ::setenv(name, (folder.path() / name).c_str(), /*overwrite=*/1);
     }
+    // The toolkit looks at the environment for the first settings only.
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope,
+                       QString::fromStdString((folder.path() / "XDG_CONFIG_HOME").native()));
     workbench = std::make_unique<ui::Workbench>();
   }
 

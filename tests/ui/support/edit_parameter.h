@@ -23,6 +23,14 @@ inline void type(const QString& text) {
   for (const QChar letter : text) QTest::keyClick(QApplication::focusWidget(), letter.toLatin1());
 }
 
+/// Types over the current cell of a table. What was typed is taken when events are looked at next.
+inline void type_into_cell(QTableWidget& table, const QString& text) {
+  table.setFocus();
+  type(text);
+  QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+  QCoreApplication::processEvents();
+}
+
 /// Types over what stands in a line.
 inline void type_over(QWidget& line, const QString& text) {
   line.setFocus();
@@ -116,8 +124,7 @@ inline common::Value change_by_keys(const ui::ParameterEditor& editor) {
       auto& table = control<QTableWidget>(editor, name);
       table.setFocus();
       QTest::keyClick(&table, Qt::Key_Insert);
-      type("0.25");
-      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+      type_into_cell(table, "0.25");
       Value expected = info.default_value;
       expected.push_back(info.type == points ? Value::array({0.25, 0.5}) : Value::array({0.25, 0.5, 0.1, 0.1}));
       return expected;
@@ -126,8 +133,7 @@ inline common::Value change_by_keys(const ui::ParameterEditor& editor) {
       auto& table = control<QTableWidget>(editor, name);
       table.setFocus();
       QTest::keyClick(&table, Qt::Key_Insert);
-      type("0.25");
-      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+      type_into_cell(table, "0.25");
       return Value::array(
           {Value::array({Value::array({0.25, 0.4}), Value::array({0.6, 0.6}), Value::array({0.4, 0.6})})});
     }
@@ -135,8 +141,7 @@ inline common::Value change_by_keys(const ui::ParameterEditor& editor) {
       auto& table = control<QTableWidget>(editor, name);
       table.setFocus();
       QTest::keyClick(&table, Qt::Key_Insert);
-      type("moss");
-      QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+      type_into_cell(table, "moss");
       Value expected = info.default_value;
       expected.push_back(Value{{"name", "moss"}, {"lab", {50.0, 0.0, 0.0}}});
       return expected;

@@ -5,6 +5,7 @@
 #include <QKeyEvent>
 #include <QScrollBar>
 #include <QShortcut>
+#include <QTimer>
 #include <QVBoxLayout>
 #include <algorithm>
 #include <cmath>
@@ -181,6 +182,9 @@ void MaskOperationPanel::build_operation_area() {
     }
   });
   _answer->setAccessibleName(tr("What the preview leaves"));
+  // Room for two lines, so that nothing moves when the answer comes.
+  _answer->setMinimumHeight(2 * fontMetrics().lineSpacing() + 2);
+  _answer->setAlignment(Qt::AlignBottom | Qt::AlignLeft);
 
   _apply->setObjectName("mask_apply");
   _apply->setToolTip(tr("Add the step to the workflow (Ctrl+Return)"));
@@ -359,6 +363,10 @@ void MaskOperationPanel::open_form(const model::MaskOperationInfo& info, const V
   _save->setVisible(is_edit);
   _cancel->setVisible(is_edit);
   show_reason();
+  // The list becomes smaller when the operation takes its room.
+  QTimer::singleShot(0, this, [this] {
+    if (_list->currentItem() != nullptr) _list->scrollToItem(_list->currentItem());
+  });
   values_changed();
 }
 
@@ -429,7 +437,9 @@ bool MaskOperationPanel::check_values() {
 }
 
 void MaskOperationPanel::apply() {
-  if (_chosen == nullptr || workbench().is_busy() || !check_values()) return;
+  if (_chosen == nullptr || workbench().is_busy()) return;
+  _form->finish_typing();
+  if (!check_values()) return;
   const Value values = _form->values();
   if (!_edit) {
     workbench().apply_mask(_chosen->key, values);

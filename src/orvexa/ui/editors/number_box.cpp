@@ -104,12 +104,12 @@ QValidator::State NumberBox::validate(QString&, int&) const {
 }
 
 QSize NumberBox::sizeHint() const {
-  const int text_width = fontMetrics().horizontalAdvance("-0.000000000");
-  return {text_width + 32, QAbstractSpinBox::sizeHint().height()};
+  const int text_width = fontMetrics().horizontalAdvance("-0.000000");
+  return {text_width + 30, QAbstractSpinBox::sizeHint().height()};
 }
 
 QSize NumberBox::minimumSizeHint() const {
-  return {fontMetrics().horizontalAdvance("-0.000") + 32, QAbstractSpinBox::minimumSizeHint().height()};
+  return {fontMetrics().horizontalAdvance("-0.00") + 28, QAbstractSpinBox::minimumSizeHint().height()};
 }
 
 void NumberBox::wheelEvent(QWheelEvent* event) {

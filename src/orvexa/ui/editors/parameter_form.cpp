@@ -1,9 +1,12 @@
 #include "orvexa/ui/editors/parameter_form.h"
 
+#include <QAbstractItemView>
+#include <QApplication>
 #include <QEvent>
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QVBoxLayout>
+#include <algorithm>
 #include <utility>
 
 #include "orvexa/ui/text.h"
@@ -27,6 +30,8 @@ ParameterForm::ParameterForm(const model::ParameterList& parameters, EditorConte
     ParameterEditor* editor = make_editor(info, context);
     _editors.push_back(editor);
     auto* label = new QLabel(parameter_label(info.name));
+    label->setWordWrap(true);
+    label->setMinimumWidth(std::min(label->fontMetrics().horizontalAdvance(label->text()) + 2, 100));
     label->setBuddy(editor);
     label->setToolTip(to_qt(info.help));
     editor->setToolTip(to_qt(info.help));
@@ -124,6 +129,14 @@ ParameterEditor* ParameterForm::editor(const std::string& name) const {
 
 void ParameterForm::update_context() {
   for (ParameterEditor* editor : _editors) editor->update_context();
+}
+
+void ParameterForm::finish_typing() {
+  QWidget* focused = QApplication::focusWidget();
+  if (focused == nullptr || !isAncestorOf(focused) || focused->parentWidget() == nullptr) return;
+  // The editor of a cell lies in the viewport of its table.
+  auto* table = qobject_cast<QAbstractItemView*>(focused->parentWidget()->parentWidget());
+  if (table != nullptr) table->setFocus();
 }
 
 void ParameterForm::focus_first() {

@@ -35,6 +35,8 @@ class ParameterForm final : public QWidget {
   [[nodiscard]] ParameterEditor* editor(const std::string& name) const;
   /// The context has other bands, or an image to pick on.
   void update_context();
+  /// Takes what is being typed into a table, as leaving its cell does.
+  void finish_typing();
   /// Puts the focus into the first editor.
   void focus_first();
 

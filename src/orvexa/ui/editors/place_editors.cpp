@@ -146,7 +146,7 @@ class PlaceEditor final : public ParameterEditor {
     if (info.interaction) {
       _pick = pick_button(tr("Draw"), is_rect ? tr("the rectangle") : tr("the point"));
       name_control(*_pick, "pick");
-      grid->addWidget(_pick, 0, 4);
+      grid->addWidget(_pick, grid->rowCount(), 1, Qt::AlignLeft);
       connect(_pick, &QToolButton::clicked, this, [this] { pick_place(); });
       add_key(Qt::CTRL | Qt::Key_P, *this, [this] { pick_place(); });
     }

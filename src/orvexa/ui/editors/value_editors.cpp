@@ -1,6 +1,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QFileDialog>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -40,8 +41,11 @@ class NumberEditor final : public ParameterEditor {
  public:
   NumberEditor(const model::ParameterInfo& info, EditorContext& context)
       : ParameterEditor(info, context), _box(new NumberBox(info)) {
-    auto* row = row_of(this);
-    row->addWidget(_box, 1);
+    auto* grid = new QGridLayout(this);
+    grid->setContentsMargins(0, 0, 0, 0);
+    grid->setVerticalSpacing(2);
+    grid->setColumnStretch(0, 1);
+    grid->addWidget(_box, 0, 0);
     name_control(*_box);
     setFocusProxy(_box);
     // A slider shows where in its range a number is; in a very long range it could not be set to what is meant.
@@ -51,16 +55,12 @@ class NumberEditor final : public ParameterEditor {
       _slider->setRange(0, static_cast<int>(std::llround((*info.max - *info.min) / step)));
       _slider->setPageStep(std::max(1, _slider->maximum() / 10));
       name_control(*_slider, "slider", tr("slider"));
-      _slider->setMinimumWidth(60);
-      row->addWidget(_slider, 1);
+      grid->addWidget(_slider, 1, 0, 1, 2);
       connect(_slider, &QSlider::valueChanged, this, [this](int position) { take_position(position); });
     }
     if (!info.unit.empty()) {
       auto* unit = new QLabel(to_qt(info.unit));
-      unit->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
-      unit->setToolTip(to_qt(info.unit));
-      unit->setMinimumWidth(std::min(unit->fontMetrics().horizontalAdvance(unit->text()) + 2, 110));
-      row->addWidget(unit);
+      grid->addWidget(unit, 0, 1);
     }
     connect(_box, &NumberBox::edited, this, [this] {
       show_position(_box->value());
