@@ -395,7 +395,8 @@ const std::vector<std::string>& FolderWatch::files_named(FolderStamps& stamps, c
   } else {
     files = model::files_named_by(_input / header.name);
   }
-  NamedByHeader named{.header = header.stamp, .references = stamp_of_references(files), .files = std::move(files)};
+  NamedByHeader named{.header = header.stamp, .references = stamp_of_references(files), .files = {}};
+  named.files = std::move(files);
   return _named_by_headers.insert_or_assign(header.name, std::move(named)).first->second.files;
 }
 
