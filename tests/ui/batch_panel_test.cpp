@@ -5,6 +5,7 @@
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
 #include "ui/support/desktop.h"
+#include "ui/support/typing.h"
 
 namespace orvexa::test {
 namespace {
@@ -41,11 +42,7 @@ class BatchPanelTest : public DesktopTest {
     QTest::mouseClick(button, Qt::LeftButton, Qt::NoModifier, QPoint(10, button->height() / 2));
   }
   void type(const char* name, const fs::path& path) const {
-    auto* edit = part<QLineEdit>(name);
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClicks(edit, ui::qt_path(path));
-    QTest::keyClick(edit, Qt::Key_Return);
+    paste_and_return(part<QLineEdit>(name), ui::qt_path(path));
   }
   void open_workflow() const {
     ASSERT_TRUE(workbench->open_workflow(folder.write("bright.yaml",
@@ -153,7 +150,7 @@ TEST_F(BatchPanelTest, OneBrokenFileIsToldAndTheOthersAreDone) {
   EXPECT_EQ(QApplication::activeModalWidget(), nullptr);
 
   QTest::keyClick(panel.get(), Qt::Key_J, Qt::ControlModifier);
-  EXPECT_TRUE(part<QTableWidget>("batch_table")->isRowHidden(0));
+  EXPECT_TRUE(wait_until([&] { return part<QTableWidget>("batch_table")->isRowHidden(0); }));
   EXPECT_FALSE(part<QTableWidget>("batch_table")->isRowHidden(1));
   click("batch_open_folder");
   EXPECT_EQ(opened.back(), opened.front().parent_path());

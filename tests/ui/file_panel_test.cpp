@@ -8,6 +8,7 @@
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
 #include "ui/support/desktop.h"
+#include "ui/support/typing.h"
 
 namespace orvexa::test {
 namespace {
@@ -117,7 +118,7 @@ TEST_F(FilePanelTest, TheFilterShowsNamesThatContainTheText) {
 
 TEST_F(FilePanelTest, SmallPicturesArriveOfImagesAndCaptures) {
   write_pictures();
-  folder.write("pictures/HDR_plot.INF", "[Measurement CLR]\nImage RGB = apple.png\n");
+  folder.write("pictures/HDR_plot.INF", "[Capture]\nName = plot\n[Measurement CLR]\nImage RGB = apple.png\n");
   folder.write("pictures/broken.png", "this is no picture");
   open_folder(5);
   EXPECT_EQ(list->model()->index(0, 0).data().toString(), "HDR_plot.INF\ncapture") << "captures come first";
@@ -161,9 +162,7 @@ TEST_F(FilePanelTest, ADroppedFolderIsShownAndADroppedFileOpened) {
 TEST_F(FilePanelTest, AFolderIsTypedAndRemembered) {
   write_pictures();
   auto* edit = panel->findChild<QLineEdit*>("file_folder_edit");
-  edit->setFocus();
-  QTest::keyClicks(edit, ui::qt_path(pictures));
-  QTest::keyClick(edit, Qt::Key_Return);
+  paste_and_return(edit, ui::qt_path(pictures));
   ASSERT_TRUE(wait_until([&] { return shown_rows() == 3; }));
   EXPECT_EQ(state().current_folder, pictures);
   EXPECT_EQ(workbench->memory().recent(ui::Memory::List::folders), std::vector<fs::path>{pictures});

@@ -36,9 +36,10 @@ class MeasurementsPanelTest : public DesktopTest {
     write_image("nir.png", model::Image(grey.clone()));
     write_image("red.png", flat_image<std::uint16_t>(20, 40, 500));
     write_image("rgb.png", model::Image(cv::Mat(20, 40, CV_8UC3, cv::Scalar(200, 30, 10))));
-    plot = folder.write("HDR_plot.INF",
-                        "[Measurement MSP]\nWhiteLevel = 4095\nImage NIR = nir.png\nImage RED = red.png\n"
-                        "[Measurement CLR]\nImage RGB = rgb.png\n");
+    plot = folder.write(
+        "HDR_plot.INF",
+        "[Capture]\nName = plot\n[Measurement MSP]\nWhiteLevel = 4095\nImage NIR = nir.png\nImage RED = red.png\n"
+        "[Measurement CLR]\nImage RGB = rgb.png\n");
   }
   ~MeasurementsPanelTest() override { workbench.reset(); }
 

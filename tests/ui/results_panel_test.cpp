@@ -42,13 +42,15 @@ class ResultsPanelTest : public DesktopTest {
     ASSERT_TRUE(wait_until_idle());
     workbench->set_result_operations(operations);
   }
-  void type_folder(const QString& text) const {
+  /// Pasted, since the keys of a test have no umlauts.
+  void enter_folder(const QString& text) const {
     QLineEdit* line = find<QComboBox>("results_folder")->lineEdit();
     line->selectAll();
-    QTest::keyClicks(line, text);
+    QGuiApplication::clipboard()->setText(text);
+    QTest::keyClick(line, Qt::Key_V, Qt::ControlModifier);
   }
   void click_run() {
-    type_folder(ui::qt_path(output));
+    enter_folder(ui::qt_path(output));
     QTest::mouseClick(find<QPushButton>("run_results"), Qt::LeftButton);
     ASSERT_TRUE(wait_until_idle());
   }
@@ -262,7 +264,7 @@ class WaitingExecutor final : public model::Executor {
 TEST_F(ResultsPanelTest, CancelEndsARunWithoutAFolder) {
   open_block({"area"});
   controller().executor = std::make_unique<WaitingExecutor>();
-  type_folder(ui::qt_path(output));
+  enter_folder(ui::qt_path(output));
   auto* run = find<QPushButton>("run_results");
   auto* cancel = find<QPushButton>("cancel_results");
   EXPECT_FALSE(cancel->isVisible());

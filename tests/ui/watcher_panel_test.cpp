@@ -3,6 +3,7 @@
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
 #include "ui/support/desktop.h"
+#include "ui/support/typing.h"
 
 namespace orvexa::test {
 namespace {
@@ -47,13 +48,7 @@ class WatcherPanelTest : public DesktopTest {
     ASSERT_TRUE(button->isEnabled()) << name;
     QTest::mouseClick(button, Qt::LeftButton, Qt::NoModifier, QPoint(10, button->height() / 2));
   }
-  void type(const char* name, const QString& text) const {
-    auto* edit = part<QLineEdit>(name);
-    edit->setFocus();
-    edit->selectAll();
-    QTest::keyClicks(edit, text);
-    QTest::keyClick(edit, Qt::Key_Return);
-  }
+  void type(const char* name, const QString& text) const { paste_and_return(part<QLineEdit>(name), text); }
   void prepare() const {
     type("watcher_input_edit", ui::qt_path(input));
     type("watcher_output_edit", ui::qt_path(output));

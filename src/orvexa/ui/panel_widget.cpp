@@ -24,6 +24,10 @@ PanelWidget::PanelWidget(Workbench& workbench, QWidget* parent) : QWidget(parent
   connect(&workbench, &Workbench::busy_changed, this, [this](bool is_busy) { show_busy(is_busy); });
 }
 
+PanelWidget::~PanelWidget() {
+  for (QObject* part : findChildren<QObject*>()) part->disconnect(this);
+}
+
 std::string PanelWidget::class_name() const {
   const std::string full_name = metaObject()->className();
   return full_name.substr(full_name.rfind(':') + 1);

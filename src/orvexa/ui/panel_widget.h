@@ -19,6 +19,8 @@ class PanelWidget : public QWidget, public controller::Panel, public controller:
 
  public:
   explicit PanelWidget(Workbench& workbench, QWidget* parent = nullptr);
+  /// The panel hears nothing of its parts any more: one that has the focus speaks up while it is deleted.
+  ~PanelWidget() override;
 
   [[nodiscard]] std::string class_name() const override;
   [[nodiscard]] std::string module_path() const override;

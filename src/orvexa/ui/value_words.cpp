@@ -44,7 +44,9 @@ QString named(const model::ParameterInfo& parameter, const Value& value) {
   if (is_list_of_shapes(parameter.type) && value.is_array()) return tr("%1: %2").arg(name).arg(value.size());
   QString text = words(value);
   if (text.size() > longest_words) text = text.left(longest_words - 1) + QChar(0x2026);
-  if (value.is_number() && !parameter.unit.empty()) text += ' ' + to_qt(parameter.unit);
+  // "px or mm" says that another parameter has the unit.
+  const bool has_unit = !parameter.unit.empty() && parameter.unit.find(" or ") == std::string::npos;
+  if (value.is_number() && has_unit) text += ' ' + to_qt(parameter.unit);
   return name + ' ' + text;
 }
 

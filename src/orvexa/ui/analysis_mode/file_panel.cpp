@@ -160,13 +160,13 @@ void FilePanel::refresh() {
   const controller::AppState& state = controller().state;
   _has_capture = state.current_capture != nullptr;
   _files->set_current(state.current_file);
-  if (state.current_folder) {
-    show_folder(*state.current_folder);
-  } else if (state.current_file && !_files->row_of(*state.current_file)) {
-    // Opened from elsewhere: its neighbours are what people open next.
+  if (state.current_file) {
+    // One from elsewhere brings its folder: its neighbours are what people open next.
     std::error_code unknown;
     const Path whole = std::filesystem::absolute(*state.current_file, unknown);
-    if (!unknown) show_folder(whole.parent_path());
+    if (!unknown && !_files->row_of(*state.current_file)) show_folder(whole.parent_path());
+  } else if (state.current_folder) {
+    show_folder(*state.current_folder);
   }
   _folder_field->set_path(_folder);
   if (const auto row = state.current_file ? _files->row_of(*state.current_file) : std::nullopt) {

@@ -190,13 +190,6 @@ void ResultOperationPanel::fill_list() {
 
 void ResultOperationPanel::list_unknown_operations() {
   const QSignalBlocker quiet(_list);
-  std::erase_if(_rows, [this](const Row& row) {
-    if (row.info != nullptr || config_of(row.key) != nullptr) return false;
-    QTreeWidgetItem* head = row.item->parent();
-    delete row.item;
-    if (head->childCount() == 0) delete head;
-    return true;
-  });
   for (const model::ResultOperationConfig& config : _measured) {
     if (std::ranges::find(_rows, config.op, &Row::key) != _rows.end()) continue;
     const bool has_head = !_rows.empty() && _rows.back().info == nullptr;
@@ -211,6 +204,8 @@ void ResultOperationPanel::list_unknown_operations() {
                      .is_available = false,
                      .reason = tr("This version of the program does not know it; untick it to run the workflow.")});
   }
+  // One that was unticked is hidden rather than deleted: this may be called while the click on it is handled.
+  if (!_rows.empty() && _rows.back().info == nullptr) filter();
 }
 
 // ---- What it shows --------------------------------------------------------------------------------------------------
@@ -315,8 +310,10 @@ void ResultOperationPanel::filter() {
     QTreeWidgetItem* head = row.item->parent();
     QStringList texts{row.item->text(name_column), head->text(name_column), to_qt(row.key)};
     if (row.info != nullptr) texts << to_qt(row.info->summary);
-    const bool is_shown =
-        std::ranges::any_of(texts, [&](const QString& text) { return text.contains(wanted, Qt::CaseInsensitive); });
+    const bool is_here = row.info != nullptr || config_of(row.key) != nullptr;
+    const bool is_shown = is_here && std::ranges::any_of(texts, [&](const QString& text) {
+                            return text.contains(wanted, Qt::CaseInsensitive);
+                          });
     row.item->setHidden(!is_shown);
     if (is_shown) head->setHidden(false);
   }

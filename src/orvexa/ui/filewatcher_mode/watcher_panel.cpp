@@ -318,6 +318,7 @@ QStringList WatcherPanel::missing() const {
 
 void WatcherPanel::show_settings() {
   const QString text = missing().join('\n');
+  _is_complete = text.isEmpty();
   _missing->setText(_is_running ? tr("Stop the watcher to change what it does.") : text);
   _start->setAccessibleDescription(text);
   show_buttons();
@@ -329,7 +330,7 @@ void WatcherPanel::show_buttons() {
        std::initializer_list<QWidget*>{_input, _output, _workflow, _use_current, _poll_seconds, _search}) {
     part->setEnabled(may_change);
   }
-  _start->setEnabled(may_change && missing().isEmpty());
+  _start->setEnabled(may_change && _is_complete);
   _stop->setEnabled(_is_running && !_is_busy);
   const auto outcome = _table->current();
   _look->setEnabled(outcome && !outcome->file.empty() && !_is_busy);
