@@ -70,6 +70,7 @@ OutcomeTable::OutcomeTable(const QString& object_name, const QString& name, Orde
   header->setSectionResizeMode(sentence_column, QHeaderView::Stretch);
   // Widths by the texts that the columns usually hold rather than by their rows, which may be many thousands.
   const QFontMetrics metrics(_table->font());
+  _table->verticalHeader()->setDefaultSectionSize(metrics.height() + 8);
   const int margin = 4 * _table->style()->pixelMetric(QStyle::PM_FocusFrameHMargin) + 12;
   header->resizeSection(time_column, metrics.horizontalAdvance("00:00:00") + margin);
   header->resizeSection(file_column, metrics.horizontalAdvance("HDR_plot_0000000.INF") + margin);
@@ -168,8 +169,8 @@ void OutcomeTable::show_current() {
   const bool says_something = outcome && !outcome->sentence.isEmpty();
   QString text;
   if (says_something) {
-    text = outcome->file.empty() ? outcome->sentence
-                                 : tr("%1: %2").arg(qt_path(outcome->file.filename()), outcome->sentence);
+    const QString name = qt_path(outcome->file.filename());
+    text = outcome->sentence.startsWith(name) ? outcome->sentence : tr("%1: %2").arg(name, outcome->sentence);
   }
   _sentence->setText(text);
   _sentence->setVisible(says_something);

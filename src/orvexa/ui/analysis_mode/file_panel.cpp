@@ -233,7 +233,7 @@ void FilePanel::show_sentence_or_list() {
   }
   _sentence->setText(sentence);
   _stack->setCurrentWidget(sentence.isEmpty() ? static_cast<QWidget*>(_list) : _sentence);
-  QString count = tr("%1 captures, %2 images").arg(grouped(captures), grouped(images));
+  QString count = tr("Captures: %1, images: %2").arg(grouped(captures), grouped(images));
   if (_shown->rowCount() < _files->rowCount()) count = tr("%1; %2 shown").arg(count, grouped(_shown->rowCount()));
   _count->setText(_files->files().empty() ? QString() : count);
   _count->setVisible(!_files->files().empty());

@@ -97,8 +97,7 @@ BatchProgress::BatchProgress(QWidget* parent)
   _file_bar->setObjectName("batch_file_steps");
   _file_bar->setAccessibleName(tr("Steps of this file"));
   _file_bar->setTextVisible(false);
-  _file_bar->setRange(0, 1);
-  _file_bar->setValue(0);
+  _file_bar->hide();
   _failures_only->setObjectName("batch_failures_only");
   _failures_only->setShortcut(QKeySequence("Ctrl+J"));
   _failures_only->setToolTip(tr("Hides the rows of files that went well (Ctrl+J)"));
@@ -168,6 +167,7 @@ void BatchProgress::begin(int count, int steps) {
   _overall->setTextVisible(true);
   _state->setText(tr("Running…"));
   _file->clear();
+  _file_bar->show();
   _clock.start();
   show_remaining();
   show_buttons();
@@ -227,8 +227,7 @@ void BatchProgress::end(const controller::BatchSummary& summary, const QString& 
   _clock.stop();
   _file->clear();
   _file->setToolTip({});
-  _file_bar->setRange(0, 1);
-  _file_bar->setValue(0);
+  _file_bar->hide();
   if (summary.batch_folder) _run_folder = *summary.batch_folder;
   const int left_out = _count - _finished;
   QString text;
