@@ -21,7 +21,7 @@ namespace {
 
 constexpr int gap_px = 4;
 
-enum Column { name_column, remark_column };
+constexpr int name_column = 0;  // the only one
 
 /// Draws what cannot be ticked as disabled while it can still be selected, so that its reason can be read.
 class OperationDelegate final : public QStyledItemDelegate {
@@ -31,8 +31,7 @@ class OperationDelegate final : public QStyledItemDelegate {
  protected:
   void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override {
     QStyledItemDelegate::initStyleOption(option, index);
-    const QModelIndex name = index.siblingAtColumn(name_column);
-    if (name.data(Qt::CheckStateRole).isValid() && !name.flags().testFlag(Qt::ItemIsUserCheckable)) {
+    if (index.data(Qt::CheckStateRole).isValid() && !index.flags().testFlag(Qt::ItemIsUserCheckable)) {
       option->state &= ~QStyle::State_Enabled;
       option->palette.setCurrentColorGroup(QPalette::Disabled);
     }
@@ -118,13 +117,11 @@ QWidget* ResultOperationPanel::make_list() {
   _list = new QTreeWidget;
   _list->setObjectName("result_operations");
   _list->setAccessibleName(tr("What is measured"));
-  _list->setColumnCount(2);
+  _list->setColumnCount(1);
   _list->setHeaderHidden(true);
-  _list->header()->setSectionResizeMode(name_column, QHeaderView::ResizeToContents);
-  _list->header()->setStretchLastSection(true);
+  _list->header()->setSectionResizeMode(QHeaderView::Stretch);  // what is longer is cut, and whole in the tip
   _list->setSelectionMode(QAbstractItemView::ExtendedSelection);
   _list->setItemDelegate(new OperationDelegate(_list));
-  _list->setUniformRowHeights(true);
   _list->setIndentation(style()->pixelMetric(QStyle::PM_TreeViewIndentation) / 2 + gap_px);
   connect(_list, &QTreeWidget::itemChanged, this, [this](const QTreeWidgetItem* /*item*/, int column) {
     if (column == name_column) take_ticks_over();
@@ -174,7 +171,6 @@ void ResultOperationPanel::fill_list() {
   for (const auto& [category, infos] : controller().get_result_operations_by_category()) {
     auto* head = new QTreeWidgetItem(_list, {to_qt(category)});
     head->setFlags(Qt::ItemIsEnabled);
-    head->setFirstColumnSpanned(true);
     QFont bold = _list->font();
     bold.setBold(true);
     head->setFont(name_column, bold);
@@ -271,11 +267,10 @@ void ResultOperationPanel::show_ticks() {
     if (remark.isEmpty() && is_ticked && row.info != nullptr) {
       remark = parameter_words(row.info->parameters, config->params);
     }
-    row.item->setText(remark_column, remark);
-    row.item->setIcon(remark_column, is_ticked && !row.reason.isEmpty() ? warning : QIcon());
+    row.item->setText(name_column, remark.isEmpty() ? name_of(row) : name_of(row) + '\n' + remark);
+    row.item->setIcon(name_column, is_ticked && !row.reason.isEmpty() ? warning : QIcon());
     const QString summary = row.info != nullptr ? to_qt(row.info->summary) : QString();
-    row.item->setToolTip(name_column, row.reason.isEmpty() ? summary : row.reason);
-    row.item->setToolTip(remark_column, remark);
+    row.item->setToolTip(name_column, remark.isEmpty() ? summary : remark);
   }
 }
 
@@ -288,7 +283,7 @@ void ResultOperationPanel::show_details() {
     return;
   }
   const model::ResultOperationConfig* config = config_of(row->key);
-  _name->setText(row->item->text(name_column));
+  _name->setText(name_of(*row));
   _summary->setText(row->info != nullptr ? to_qt(row->info->summary) : QString());
   QString reason = row->reason;
   if (reason.isEmpty() && config == nullptr && row->info != nullptr && !row->info->parameters.empty()) {
@@ -308,7 +303,7 @@ void ResultOperationPanel::filter() {
   for (int i = 0; i < _list->topLevelItemCount(); ++i) _list->topLevelItem(i)->setHidden(true);
   for (const Row& row : _rows) {
     QTreeWidgetItem* head = row.item->parent();
-    QStringList texts{row.item->text(name_column), head->text(name_column), to_qt(row.key)};
+    QStringList texts{name_of(row), head->text(name_column), to_qt(row.key)};
     if (row.info != nullptr) texts << to_qt(row.info->summary);
     const bool is_here = row.info != nullptr || config_of(row.key) != nullptr;
     const bool is_shown = is_here && std::ranges::any_of(texts, [&](const QString& text) {
@@ -328,6 +323,10 @@ bool ResultOperationPanel::eventFilter(QObject* watched, QEvent* event) {
     return true;
   }
   return PanelWidget::eventFilter(watched, event);
+}
+
+QString ResultOperationPanel::name_of(const Row& row) {
+  return to_qt(row.info != nullptr ? row.info->display_name : row.key);
 }
 
 // ---- What it does ---------------------------------------------------------------------------------------------------

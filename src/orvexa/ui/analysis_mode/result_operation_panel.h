@@ -60,6 +60,7 @@ class ResultOperationPanel final : public PanelWidget {
   /// The operation as it stands in the workflow, or null.
   [[nodiscard]] const model::ResultOperationConfig* config_of(const std::string& key) const;
   [[nodiscard]] Row* current_row();
+  [[nodiscard]] static QString name_of(const Row& row);
 
   std::vector<Row> _rows;
   std::vector<model::ResultOperationConfig> _measured;  ///< as the workflow has them

@@ -306,6 +306,8 @@ QWidget* ResultsPanel::make_pictures() {
   _show_numbers->setToolTip(
       tr("Show the values behind the picture in the large viewer, where they can be read (Ctrl+Return in the list)"));
   for (QPushButton* button : {_show_picture, _show_numbers}) button->setAutoDefault(false);
+  _picture_names->setWordWrap(true);
+  _picture_names->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
 
   auto* buttons = new QVBoxLayout;
   buttons->addWidget(_show_picture);
@@ -340,6 +342,8 @@ QWidget* ResultsPanel::make_tables() {
   _table_names = new QListWidget;
   _table_names->setObjectName("result_tables");
   _table_names->setAccessibleName(tr("Tables of the results"));
+  _table_names->setWordWrap(true);
+  _table_names->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
   _table_model = new ListedTableModel(this);
   _table = make_table(_table_model, "result_table");
   _table->setAccessibleName(tr("Table"));

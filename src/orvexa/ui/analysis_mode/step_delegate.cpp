@@ -56,17 +56,12 @@ void StepDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, 
   const int top = inside.center().y() - line_px + 1;
   QRect line(left, top, inside.right() - left + 1, line_px);
   painter->setPen(ink);
-  painter->setFont(frame.font);
-  const QString pixels = index.data(pixels_role).toString();
-  const int pixels_px = frame.fontMetrics.horizontalAdvance(pixels);
-  painter->drawText(line, Qt::AlignRight | Qt::AlignVCenter, pixels);
   QFont bold = frame.font;
   bold.setBold(true);
   painter->setFont(bold);
-  const int title_px = line.width() - (pixels.isEmpty() ? 0 : pixels_px + 2 * gap_px);
   const QString title = index.data(title_role).toString();
   painter->drawText(line, Qt::AlignLeft | Qt::AlignVCenter,
-                    QFontMetrics(bold).elidedText(title, Qt::ElideRight, title_px));
+                    QFontMetrics(bold).elidedText(title, Qt::ElideRight, line.width()));
   line.translate(0, line_px);
   painter->setFont(frame.font);
   painter->drawText(line, Qt::AlignLeft | Qt::AlignVCenter,

@@ -253,15 +253,15 @@ void WorkflowPanel::show_steps() {
       sentences << tr("Step %1, %2: %3").arg(row + 1).arg(step.name, failure);
     }
     const QString title = tr("%1. %2").arg(row + 1).arg(step.name);
-    const QString line = failure.isEmpty() ? step.words : failure;
-    QStringList parts{title};
-    for (const QString& part : {pixels, line}) {
+    const QString about = failure.isEmpty() ? step.words : failure;
+    QStringList parts;
+    for (const QString& part : {pixels, about}) {
       if (!part.isEmpty()) parts << part;
     }
+    const QString line = parts.join(failure.isEmpty() ? QStringLiteral("  \u00b7  ") : QStringLiteral(": "));
     QListWidgetItem& item = *_list->item(row);
-    item.setText(parts.join(", "));
+    item.setText(line.isEmpty() ? title : tr("%1, %2").arg(title, line));
     item.setData(StepDelegate::title_role, title);
-    item.setData(StepDelegate::pixels_role, pixels);
     item.setData(StepDelegate::line_role, line);
     item.setData(StepDelegate::is_failing_role, !failure.isEmpty());
     item.setData(StepDelegate::thumbnail_role, result != nullptr ? result->thumbnail : QImage());
