@@ -4,6 +4,7 @@
 
 #include <QStyle>
 
+#include "orvexa/ui/editors/number_box.h"
 #include "orvexa/ui/text.h"
 #include "ui/support/block_capture.h"
 

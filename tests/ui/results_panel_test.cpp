@@ -182,7 +182,7 @@ TEST_F(ResultsPanelTest, PicturesAndTablesOfOperationsAreShown) {
   QTest::mouseClick(tabs->tabBar(), Qt::LeftButton, Qt::NoModifier, tabs->tabBar()->tabRect(1).center());
   auto* names = find<QListWidget>("result_pictures");
   ASSERT_EQ(names->count(), 1);
-  EXPECT_EQ(names->item(0)->text(), "Histogram: GRY");
+  EXPECT_EQ(names->item(0)->text(), "Histogram: GRY.GRY");
   const auto* view = find<ui::analysis_mode::PictureView>("result_picture");
   EXPECT_TRUE(wait_until([&] { return !view->picture().isNull(); }));
 
@@ -197,9 +197,9 @@ TEST_F(ResultsPanelTest, PicturesAndTablesOfOperationsAreShown) {
       });
   QTest::mouseClick(find<QPushButton>("show_result_picture"), Qt::LeftButton);
   EXPECT_EQ(context, "Results > histogram");
-  EXPECT_EQ(name, "GRY");
+  EXPECT_EQ(name, "GRY.GRY");
   ASSERT_TRUE(image);
-  EXPECT_EQ(image->shape(), state().last_results->at("histogram").images.at("GRY").picture.shape());
+  EXPECT_EQ(image->shape(), state().last_results->at("histogram").images.at("GRY.GRY").picture.shape());
   EXPECT_FALSE(find<QPushButton>("show_result_numbers")->isEnabled());  // a drawing has no values behind it
 
   // 8,000 pixels of two values, of which the mask leaves those of 200: one bin has them all.

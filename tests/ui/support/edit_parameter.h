@@ -51,7 +51,9 @@ inline double other_number(const model::ParameterInfo& info) {
   const double difference = info.type == model::ParameterType::integer ? 1 : 0.25;
   if (!info.default_value.is_number()) return info.min.value_or(0) + difference;
   const double number = info.default_value.get<double>();
-  return !info.max || number + difference <= *info.max ? number + difference : number - difference;
+  if (!info.max || number + difference <= *info.max) return number + difference;
+  if (!info.min || number - difference >= *info.min) return number - difference;
+  return (number + (number < *info.max ? *info.max : *info.min)) / 2;
 }
 
 /// Changes a parameter from its default to another allowed value as a person does, with the keys.

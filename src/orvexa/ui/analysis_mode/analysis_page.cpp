@@ -36,6 +36,7 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
 
   auto* adding = new QTabWidget;
   adding->setObjectName("adding_tabs");
+  adding->setAccessibleName(tr("What to add to the workflow"));
   adding->addTab(mask_operation, tr("Mask step"));
   adding->addTab(result_operations, tr("Measure"));
   connect(&workbench, &Workbench::step_edit_wanted, adding,

@@ -18,7 +18,7 @@ void ResultParameters::show_parameters(const model::ResultOperationInfo* operati
   if (operation != _operation) {
     if (_form != nullptr) {
       _form->disconnect(this);
-      _form->hide();
+      _form->setParent(nullptr);
       _form->deleteLater();  // it may be what is telling
       _form = nullptr;
     }
@@ -28,6 +28,7 @@ void ResultParameters::show_parameters(const model::ResultOperationInfo* operati
       _context.set_operation(operation->key);
       _form = new ParameterForm(operation->parameters, _context);
       layout()->addWidget(_form);
+      _form->show();
       connect(_form, &ParameterForm::edited, this, [this] {
         _shown = _form->values();  // what comes back in a refresh is what stands there
         Q_EMIT edited(_shown);

@@ -149,6 +149,7 @@ ResultsPanel::ResultsPanel(Workbench& workbench, QWidget* parent)
     _folder->setEditText(default_folder());
   }
   show_results(nullptr);
+  update_buttons();
 }
 
 // ---- What it is made of ---------------------------------------------------------------------------------------------
