@@ -19,6 +19,7 @@
 #include "orvexa/common/version.h"
 #include "orvexa/ui/analysis_mode/analysis_page.h"
 #include "orvexa/ui/analysis_mode/results_panel.h"
+#include "orvexa/ui/analysis_mode/workflow_panel.h"
 #include "orvexa/ui/batchprocessing_mode/batch_panel.h"
 #include "orvexa/ui/filewatcher_mode/watcher_panel.h"
 #include "orvexa/ui/mode_switch_panel.h"
@@ -74,6 +75,9 @@ MainWindow::MainWindow()
   }
 
   make_menus();
+  const auto& workflow = _analysis->workflow_panel();
+  connect(&workflow, &analysis_mode::WorkflowPanel::load_wanted, this, &MainWindow::choose_workflow);
+  connect(&workflow, &analysis_mode::WorkflowPanel::save_wanted, this, &MainWindow::save);
   const auto* welcome = static_cast<Welcome*>(_welcome);
   connect(welcome, &Welcome::capture_wanted, this, &MainWindow::choose_capture);
   connect(welcome, &Welcome::folder_wanted, this, &MainWindow::choose_folder);
@@ -124,7 +128,7 @@ void MainWindow::make_menus() {
   _recent = file->addMenu(tr("Open &recent"));
   _while_idle << _recent->menuAction();
   connect(_recent, &QMenu::aboutToShow, this, &MainWindow::fill_recent_menu);
-  _while_idle << add_action(file, "open_samples", tr("Open &samples…"), Qt::CTRL | Qt::SHIFT | Qt::Key_P,
+  _while_idle << add_action(file, "open_samples", tr("Open &samples…"), Qt::CTRL | Qt::ALT | Qt::Key_O,
                             tr("Write captures with known answers into a folder and open one"),
                             [this] { choose_samples(); });
   file->addSeparator();
@@ -290,10 +294,12 @@ bool MainWindow::may_lose_changes() {
 }
 
 bool MainWindow::save() {
+  _analysis->workflow_panel().commit_title();  // it may still be typed
   return _workbench->workflow_file() ? _workbench->save_workflow(*_workbench->workflow_file()) : save_as();
 }
 
 bool MainWindow::save_as() {
+  _analysis->workflow_panel().commit_title();
   const auto& workflow = _workbench->controller().state.current_workflow;
   const QString suggestion = first_folder(_workbench->memory(), Memory::List::folders) + "/" +
                              (workflow ? to_qt(workflow->title).replace('/', '_') : QString("workflow")) + ".yaml";

@@ -26,11 +26,13 @@ QSplitter* splitter(Qt::Orientation orientation, std::initializer_list<QWidget*>
 }  // namespace
 
 AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
-    : QWidget(parent), _workbench(workbench), _results(new ResultsPanel(workbench)) {
+    : QWidget(parent),
+      _workbench(workbench),
+      _results(new ResultsPanel(workbench)),
+      _workflow(new WorkflowPanel(workbench)) {
   auto* files = new FilePanel(workbench);
   auto* measurements = new MeasurementsPanel(workbench);
   auto* viewer = new ImageViewerPanel(workbench);
-  auto* workflow = new WorkflowPanel(workbench);
   auto* mask_operation = new MaskOperationPanel(workbench);
   auto* result_operations = new ResultOperationPanel(workbench);
 
@@ -44,7 +46,7 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
 
   _left = splitter(Qt::Vertical, {files, measurements}, {350, 450});
   _middle = splitter(Qt::Vertical, {viewer, _results}, {600, 220});
-  _right = splitter(Qt::Vertical, {workflow, adding}, {240, 560});
+  _right = splitter(Qt::Vertical, {_workflow, adding}, {240, 560});
   _columns = splitter(Qt::Horizontal, {_left, _middle, _right}, {280, 780, 360});
   _columns->setStretchFactor(1, 1);
   _middle->setStretchFactor(0, 1);
@@ -56,7 +58,7 @@ AnalysisPage::AnalysisPage(Workbench& workbench, QWidget* parent)
     part->setObjectName(part == _columns ? "columns" : part == _left ? "left" : part == _middle ? "middle" : "right");
     part->restoreState(workbench.memory().layout("analysis/" + part->objectName()));
   }
-  for (PanelWidget* panel : std::initializer_list<PanelWidget*>{files, measurements, viewer, mask_operation, workflow,
+  for (PanelWidget* panel : std::initializer_list<PanelWidget*>{files, measurements, viewer, mask_operation, _workflow,
                                                                 result_operations, _results}) {
     workbench.controller().register_panel(*panel);
   }

@@ -9,6 +9,7 @@
 namespace orvexa::ui::analysis_mode {
 
 class ResultsPanel;
+class WorkflowPanel;
 
 /// The panels of the analysis mode and how they share the window: files and images at the left, the viewer in the
 /// middle with the results below it, the workflow at the right with what is being added to it below.
@@ -20,10 +21,12 @@ class AnalysisPage final : public QWidget {
   /// Keeps how large the parts are.
   void remember_layout();
   [[nodiscard]] ResultsPanel& results_panel() { return *_results; }
+  [[nodiscard]] WorkflowPanel& workflow_panel() { return *_workflow; }
 
  private:
   Workbench& _workbench;
   ResultsPanel* _results;
+  WorkflowPanel* _workflow;
   QSplitter* _columns;
   QSplitter* _left;
   QSplitter* _middle;

@@ -172,8 +172,8 @@ QWidget* ResultsPanel::make_order_row() {
   _choose = new QToolButton;
   _choose->setObjectName("choose_results_folder");
   _choose->setText(tr("Choose\u2026"));
-  _choose->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_D);
-  _choose->setToolTip(tr("Choose the folder for results (Ctrl+Shift+D)"));
+  _choose->setShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_U);
+  _choose->setToolTip(tr("Choose the folder for results (Ctrl+Shift+U)"));
   connect(_choose, &QToolButton::clicked, this, &ResultsPanel::choose_folder);
 
   _run = new QPushButton(tr("Run"));
@@ -226,9 +226,9 @@ QWidget* ResultsPanel::make_tabs() {
   _filter->setPlaceholderText(tr("Find a metric"));
   _filter->setClearButtonEnabled(true);
   _filter->setAccessibleName(tr("Find a metric"));
-  _filter->setToolTip(tr("Shows only the metrics whose name has this text (Ctrl+Shift+M)"));
+  _filter->setToolTip(tr("Shows only the metrics whose name has this text (Ctrl+Shift+N)"));
   _filter->setMaximumWidth(180);
-  auto* find = new QShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_M, this);
+  auto* find = new QShortcut(Qt::CTRL | Qt::SHIFT | Qt::Key_N, this);
   connect(find, &QShortcut::activated, this, [this] {
     _tabs->setCurrentIndex(numbers_tab);
     _filter->setFocus(Qt::ShortcutFocusReason);
