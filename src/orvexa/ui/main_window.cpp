@@ -140,8 +140,8 @@ void MainWindow::make_menus() {
                             [this] {
                               if (may_lose_changes()) _workbench->new_workflow();
                             });
-  _while_idle << add_action(workflow, "load_workflow", tr("&Open…"), Qt::CTRL | Qt::Key_L, tr("Open a workflow file"),
-                            [this] { choose_workflow(); });
+  _while_idle << add_action(workflow, "load_workflow", tr("&Open…"), Qt::CTRL | Qt::ALT | Qt::Key_W,
+                            tr("Open a workflow file"), [this] { choose_workflow(); });
   _save = add_action(workflow, "save_workflow", tr("&Save"), QKeySequence::Save, tr("Save the workflow"),
                      [this] { save(); });
   _save_as = add_action(workflow, "save_workflow_as", tr("Save &as…"), Qt::CTRL | Qt::SHIFT | Qt::Key_S,

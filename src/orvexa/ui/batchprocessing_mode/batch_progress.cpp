@@ -66,7 +66,7 @@ BatchProgress::BatchProgress(QWidget* parent)
       _table(new OutcomeTable("batch_table", tr("What became of the files"), OutcomeTable::Order::oldest_first)),
       _failures_only(new QCheckBox(tr("Failures and remarks only"))),
       _look(button("batch_look", tr("Open this capture at the failing step"),
-                   tr("Opens the capture of the chosen row in the analysis mode"), "Ctrl+L")),
+                   tr("Opens the capture of the chosen row in the analysis mode"), "Ctrl+Y")),
       _open_results(button("batch_open_results", tr("Open its results"),
                            tr("Opens the results folder of the chosen row"), "Ctrl+Shift+R")),
       _open_at_end(new QCheckBox(tr("Open the report when done"))),

@@ -50,7 +50,7 @@ class WatcherPanel final : public PanelWidget {
   void show_status();
 
   bool _is_busy = false;
-  bool _is_complete = false;  ///< nothing was missing when the settings were last looked at
+  bool _is_complete = false;                         ///< nothing was missing when the settings were last looked at
   bool _is_running = false;                          ///< as of the last refresh
   bool _was_started = false;                         ///< a person wanted it, and it is not known yet whether it runs
   std::optional<controller::WatcherConfig> _config;  ///< that it was last started with
