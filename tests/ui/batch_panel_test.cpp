@@ -4,7 +4,7 @@
 
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
-#include "ui/support/desktop.h"
+#include "ui/support/panel_test.h"
 #include "ui/support/typing.h"
 
 namespace orvexa::test {
@@ -13,11 +13,11 @@ namespace {
 using ui::batchprocessing_mode::BatchPanel;
 namespace fs = std::filesystem;
 
-class BatchPanelTest : public DesktopTest {
+class BatchPanelTest : public PanelTest<BatchPanel> {
  protected:
-  BatchPanelTest()
-      : input(folder / "input"), output(folder / "output"), panel(std::make_unique<BatchPanel>(*workbench)) {
+  BatchPanelTest() : input(folder / "input"), output(folder / "output") {
     fs::create_directories(input);
+    panel = std::make_unique<BatchPanel>(*workbench);
     controller().register_panel(*panel);
     panel->resize(1200, 800);
     panel->show();
@@ -27,19 +27,6 @@ class BatchPanelTest : public DesktopTest {
     });
     EXPECT_TRUE(QTest::qWaitForWindowActive(panel.get()));
     workbench->set_mode("batch");
-  }
-  ~BatchPanelTest() override { workbench.reset(); }
-
-  template <typename T>
-  [[nodiscard]] T* part(const char* name) const {
-    T* found = panel->findChild<T*>(name);
-    EXPECT_NE(found, nullptr) << name;
-    return found;
-  }
-  void click(const char* name) const {
-    auto* button = part<QAbstractButton>(name);
-    ASSERT_TRUE(button->isEnabled()) << name;
-    QTest::mouseClick(button, Qt::LeftButton, Qt::NoModifier, QPoint(10, button->height() / 2));
   }
   void type(const char* name, const fs::path& path) const {
     paste_and_return(part<QLineEdit>(name), ui::qt_path(path));
@@ -72,7 +59,6 @@ class BatchPanelTest : public DesktopTest {
 
   fs::path input;
   fs::path output;
-  std::unique_ptr<BatchPanel> panel;
   std::vector<fs::path> opened;
 };
 

@@ -22,6 +22,7 @@
 
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
+#include "ui/support/block_picture.h"
 #include "ui/support/desktop.h"
 #include "ui/support/typing.h"
 
@@ -29,13 +30,6 @@ namespace orvexa::test {
 namespace {
 
 using testing::HasSubstr;
-
-/// A dark picture of 60 x 80 pixels with a bright block of 20 x 30 = 600 pixels.
-model::Image block_picture() {
-  cv::Mat pixels(60, 80, CV_8UC1, cv::Scalar(20));
-  pixels(cv::Rect(10, 15, 30, 20)).setTo(200);
-  return model::Image(std::move(pixels));
-}
 
 /// The whole window, on a desk of its own.
 class MainWindowTest : public DesktopTest {
@@ -76,7 +70,8 @@ class MainWindowTest : public DesktopTest {
     timer->setInterval(5);
     QObject::connect(timer, &QTimer::timeout, [timer, act = std::move(act)] {
       auto* dialog = qobject_cast<Dialog*>(QApplication::activeModalWidget());
-      if (dialog == nullptr || !dialog->isVisible()) return;
+      // A key that is pressed before the dialog is active goes to nobody.
+      if (dialog == nullptr || !dialog->isVisible() || !dialog->isActiveWindow()) return;
       timer->deleteLater();
       timer->stop();
       act(*dialog);

@@ -2,7 +2,7 @@
 
 #include "orvexa/ui/text.h"
 #include "support/captures.h"
-#include "ui/support/desktop.h"
+#include "ui/support/panel_test.h"
 #include "ui/support/typing.h"
 
 namespace orvexa::test {
@@ -11,7 +11,7 @@ namespace {
 using ui::filewatcher_mode::WatcherPanel;
 namespace fs = std::filesystem;
 
-class WatcherPanelTest : public DesktopTest {
+class WatcherPanelTest : public PanelTest<WatcherPanel> {
  protected:
   WatcherPanelTest() : input(folder / "arriving"), output(folder / "results") {
     fs::create_directories(input);
@@ -24,8 +24,6 @@ class WatcherPanelTest : public DesktopTest {
     make_panel();
     workbench->set_mode("watcher");
   }
-  ~WatcherPanelTest() override { workbench.reset(); }
-
   void make_panel() {
     panel = std::make_unique<WatcherPanel>(*workbench);
     panel->opener = [this](const fs::path& path) {
@@ -36,17 +34,6 @@ class WatcherPanelTest : public DesktopTest {
     panel->resize(1100, 700);
     panel->show();
     EXPECT_TRUE(QTest::qWaitForWindowActive(panel.get()));
-  }
-  template <typename T>
-  [[nodiscard]] T* part(const char* name) const {
-    T* found = panel->findChild<T*>(name);
-    EXPECT_NE(found, nullptr) << name;
-    return found;
-  }
-  void click(const char* name) const {
-    auto* button = part<QAbstractButton>(name);
-    ASSERT_TRUE(button->isEnabled()) << name;
-    QTest::mouseClick(button, Qt::LeftButton, Qt::NoModifier, QPoint(10, button->height() / 2));
   }
   void type(const char* name, const QString& text) const { paste_and_return(part<QLineEdit>(name), text); }
   void prepare() const {
@@ -85,7 +72,6 @@ class WatcherPanelTest : public DesktopTest {
   fs::path input;
   fs::path output;
   fs::path workflow;
-  std::unique_ptr<WatcherPanel> panel;
   std::vector<fs::path> opened;
 };
 

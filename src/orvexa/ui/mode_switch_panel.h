@@ -6,7 +6,7 @@
 
 namespace orvexa::ui {
 
-/// The three buttons that say what the window is for now: one capture, a batch, or a watched folder.
+/// The three buttons that choose the processing mode: one capture, a batch, or a watched folder.
 class ModeSwitchPanel final : public PanelWidget {
   Q_OBJECT
 
